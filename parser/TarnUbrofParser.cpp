@@ -1,0 +1,120 @@
+// The store's lifecycle (initialise, check, parse once) and its memory-image queries.
+#include "parser/TarnUbrofParser.h"
+
+#include "reader/CParser.h"
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace ubrof {
+
+TarnUbrofParser::TarnUbrofParser()
+    : typeTable(nameTable),
+      codeMemory(0x20000, 0xFF),
+      eepromMemory(0x1000, 0xFF),
+      dataMemory(0x1000, 0xFF)
+{
+}
+
+bool TarnUbrofParser::initialize()
+{
+    stateFlags = 1;
+    return true;
+}
+
+int16_t TarnUbrofParser::checkFile(const std::string& path) const
+{
+    if (path.empty())
+        return StoreBadArgument;
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
+    if (!file)
+        return StoreCannotOpen;
+    return std::fgetc(file.get()) == 0xA5 ? StoreOk : StoreNotUbrof;
+}
+
+int16_t TarnUbrofParser::parseFile(const std::string& path)
+{
+    if (path.empty())
+        return StoreBadArgument;
+    if ((stateFlags & 1) == 0)
+        return StoreNotInitialised;
+    if ((stateFlags & 2) != 0)
+        return StoreAlreadyParsed;
+    {
+        CParser reader(fileHeader, nameTable, typeTable, groupTable, moduleTable, blockTree,
+                       symbolTable, codeMemory, eepromMemory, dataMemory, sourceFileTable,
+                       lineTable, fileIndex, fileLineRanges);
+        if (reader.parse(path.c_str()) != 1)
+            return StoreNotUbrof;
+    }
+    buildCodeAreas();
+    createMemberSymbols();
+    filePath = path;
+    stateFlags |= 2;
+    return StoreOk;
+}
+
+namespace {
+
+const DMemory* imageOf(const TarnUbrofParser& store, uint8_t memoryClass)
+{
+    switch (memoryClass) {
+    case 1:
+    case 0x40:
+        return &store.codeMemory;
+    case 2:
+        return &store.dataMemory;
+    case 4:
+        return &store.eepromMemory;
+    default:
+        return nullptr;
+    }
+}
+
+} // namespace
+
+int32_t TarnUbrofParser::getMemoryRange(uint8_t memoryClass, uint32_t* low, uint32_t* high,
+                                        uint32_t* reserved) const
+{
+    if (!low || !high || !reserved)
+        return StoreBadArgument;
+    if (!isParsed())
+        return StoreNotParsed;
+    const DMemory* image = imageOf(*this, memoryClass);
+    if (!image)
+        return StoreUnknownMemoryClass;
+    *low = image->lowAddress();
+    *high = image->highAddress();
+    if (memoryClass == 0x40) {
+        *low >>= 1;
+        *high >>= 1;
+    }
+    *reserved = 0;
+    return StoreOk;
+}
+
+int32_t TarnUbrofParser::readMemory(uint8_t memoryClass, uint32_t start, uint32_t count, uint8_t* out) const
+{
+    if (!out)
+        return StoreBadArgument;
+    if (!isParsed())
+        return StoreNotParsed;
+    const DMemory* image = imageOf(*this, memoryClass);
+    if (!image)
+        return StoreUnknownMemoryClass;
+    if (memoryClass != 0x40) {
+        image->read(start, count, out);
+        return StoreOk;
+    }
+    // The statement map: the flags of the last line record at each word address.
+    std::memset(out, 0, count);
+    for (const LineRecord& record : lineTable) {
+        const uint32_t word = record.address >> 1;
+        if (word >= start && word - start < count)
+            out[word - start] = record.flags;
+    }
+    return StoreOk;
+}
+
+} // namespace ubrof

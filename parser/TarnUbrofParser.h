@@ -1,0 +1,163 @@
+// The parsed-file store: everything read from one UBROF file, and the queries every view answers from.
+#pragma once
+
+#include "host/CodeArea.h"
+#include "host/FileMapper.h"
+#include "host/Status.h"
+#include "reader/BlockTree.h"
+#include "reader/DMemory.h"
+#include "reader/Records.h"
+#include "reader/TypeTable.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace ubrof {
+
+/// Kind codes of context numbers: the tag codes of t_block_begin, t_symbol_def and t_type.
+enum ContextKind : uint32_t {
+    ScopeContext = 72,
+    SymbolContext = 76,
+    TypeContext = 74,
+};
+
+/// DWARF tag codes under which the store classifies contexts.
+enum DwarfTag : int32_t {
+    DwTagArrayType = 0x01,
+    DwTagEnumerationType = 0x04,
+    DwTagLexicalBlock = 0x0B,
+    DwTagMember = 0x0D,
+    DwTagPointerType = 0x0F,
+    DwTagReferenceType = 0x10,
+    DwTagCompileUnit = 0x11,
+    DwTagStructureType = 0x13,
+    DwTagSubroutineType = 0x15,
+    DwTagTypedef = 0x16,
+    DwTagUnionType = 0x17,
+    DwTagPtrToMemberType = 0x1F,
+    DwTagBaseType = 0x24,
+    DwTagSubprogram = 0x2E,
+    DwTagVariable = 0x34,
+    DwTagUnspecifiedType = 0x3B,
+};
+
+/// Store result codes.
+enum StoreResult : int32_t {
+    StoreOk = 0,
+    StoreNotFound = -1,
+    StoreBadArgument = -2,
+    StoreUnknownMemoryClass = 1,
+    StoreCannotOpen = 2,
+    StoreNotUbrof = 3,
+    StoreIndexOutOfRange = 5,
+    StoreNotInitialised = 0x100,
+    StoreAlreadyParsed = 0x101,
+    StoreNotParsed = 0x102,
+};
+
+/// Where a symbol lives: location kind 1 memory, 2 frame offset, 3 constant, 4 computed, 0 unknown.
+struct SymbolLocation {
+    uint32_t kind = 0;
+    uint32_t value = 0;
+    uint32_t memoryClass = 0; ///< MemoryClass, for kind 1
+};
+
+class TarnUbrofParser {
+public:
+    TarnUbrofParser();
+    TarnUbrofParser(const TarnUbrofParser&) = delete;
+    TarnUbrofParser& operator=(const TarnUbrofParser&) = delete;
+
+    // Lifecycle.
+    bool initialize();
+    int16_t checkFile(const std::string& path) const;
+    int16_t parseFile(const std::string& path);
+    bool isParsed() const { return (stateFlags & 2) != 0; }
+
+    // Memory images (classes 1, 2, 4; 0x40 is code memory in 16-bit words).
+    int32_t getMemoryRange(uint8_t memoryClass, uint32_t* low, uint32_t* high, uint32_t* reserved) const;
+    int32_t readMemory(uint8_t memoryClass, uint32_t start, uint32_t count, uint8_t* out) const;
+
+    // Context numbers.
+    uint32_t encodeContextId(uint32_t kind, int32_t index) const;
+    int32_t decodeContextId(uint32_t context, uint32_t* kind) const;
+
+    // The scope tree.
+    int32_t findScopeAtAddress(uint32_t pc) const;
+    int32_t findSymbolInScope(int32_t scope, const std::string& name) const;
+    int32_t lookupName(int32_t scope, const std::string& name, int32_t* foundScope) const;
+    int32_t findChildScopeByName(int32_t scope, const std::string& name) const;
+    int32_t findFunctionByName(const std::string& name) const;
+    int32_t findModuleOfFile(uint32_t fileIndex) const;
+    void getChildScopes(int32_t scope, std::vector<uint32_t>& out) const;
+    void getScopeSymbols(int32_t scope, std::vector<uint32_t>& out, bool includeAll) const;
+    void getAllModuleSymbols(std::vector<uint32_t>& out) const;
+    void getScopeName(int32_t scope, std::string& text) const;
+
+    // Scopes, symbols and types by context number.
+    int16_t getScopeAtPc(uint32_t pc, int32_t* scope) const;
+    int16_t lookupSymbolByName(const std::string& name, int32_t scope, uint32_t searchMode,
+                               int32_t* symbol, int32_t* foundScope) const;
+    int16_t lookupGlobal(uint32_t context, const std::string& name, int32_t tag, uint32_t* result) const;
+    int16_t getSymbolClass(uint32_t context, int32_t* tag) const;
+    bool getChildren(uint32_t context, int32_t tag, std::vector<uint32_t>& out) const;
+    void getContextName(uint32_t context, std::string& text) const;
+    int32_t getSymbolTypeIndex(int32_t symbol) const;
+    int32_t getTypeIndexOfContext(uint32_t context) const;
+    int32_t getSymbolOffset(uint32_t context) const;
+    int16_t getSymbolLocation(uint32_t context, uint32_t pc, SymbolLocation* location) const;
+    int16_t getScopeInfo(int32_t scope, std::string* name, std::string* fileName, uint32_t* kind,
+                         uint32_t* lowAddress, uint32_t* size, int32_t* firstLineRecord) const;
+    uint32_t getContextAddress(uint32_t context) const;
+    int32_t getContextSize(uint32_t context) const;
+    int32_t getContextLength(uint32_t context) const;
+    std::string getContextTypeName(uint32_t context) const;
+    std::string getScopeNameAtPc(uint32_t pc) const;
+    int32_t getTypeOfSymbolNamed(const std::string& name) const;
+    bool isBitFieldContext(uint32_t context) const;
+    bool isArrayTypeIndex(int32_t type) const;
+    bool isFunctionTypeContext(uint32_t context) const;
+    void getArrayDimensions(uint32_t context, std::vector<int32_t>& out) const;
+    void getBitFieldInfo(uint32_t context, uint32_t* width, uint32_t* position, uint32_t* storageSize) const;
+    bool getReferencedTypeOf(int32_t type, uint32_t* target) const;
+    int16_t getTypeTarget(int32_t type, int32_t* target, uint32_t* mode) const;
+    int16_t getStructMember(int32_t type, std::string& text, int32_t position, int32_t* memberType,
+                            uint32_t* offset, int32_t* symbol, uint32_t* memberCount) const;
+
+    // Files, lines and code areas.
+    int16_t getFileInfo(uint32_t index, std::string* name, double* timestamp, uint8_t* flags) const;
+    int32_t findSourceFile(const std::string& name) const;
+    int16_t findStatementAddress(std::string name, uint32_t line, uint32_t column, uint64_t* address) const;
+    /// Throws CoreException for start > end; warns in status when nothing is found.
+    bool getCodeAreasInRange(tarn::Status& status, uint64_t start, uint64_t end,
+                             std::vector<tarn::CodeArea>& out) const;
+    void collectCodeAreas(size_t position, uint64_t end, std::vector<tarn::CodeArea>& out) const;
+
+    // The tables, in declaration order. The reader fills them during parseFile; afterwards
+    // they are only read.
+    uint32_t stateFlags = 0; ///< bit 0 initialised, bit 1 parsed
+    std::string filePath;
+    UbrofFileHeader fileHeader;
+    NameTable nameTable;
+    TypeTable typeTable;
+    SymbolTable symbolTable;
+    std::vector<GroupRecord> groupTable;
+    std::vector<ModuleRecord> moduleTable;
+    DMemory codeMemory;
+    DMemory eepromMemory;
+    DMemory dataMemory;
+    std::vector<SourceFileRecord> sourceFileTable;
+    std::vector<LineRecord> lineTable;
+    BlockTree blockTree;
+    FileIndex fileIndex;
+    std::vector<FileLineRange> fileLineRanges;
+    std::vector<tarn::CodeArea> codeAreas;
+    tarn::FileMapper fileMapper;
+
+private:
+    void buildCodeAreas();
+    void createMemberSymbols();
+};
+
+} // namespace ubrof

@@ -1,0 +1,35 @@
+// UbrofParser: a parser exists only with a fully parsed store.
+#include "parser/UbrofParser.h"
+
+#include "host/CoreException.h"
+#include "parser/TarnUbrofParser.h"
+
+#include <boost/make_shared.hpp>
+
+namespace ubrof {
+
+UbrofParser::UbrofParser(const std::string& path) : store(boost::make_shared<TarnUbrofParser>())
+{
+    using tarn::CoreException;
+    using tarn::ErrorCode;
+    using tarn::Status;
+    if (!store->initialize())
+        throw CoreException(boost::make_shared<Status>(ErrorCode::ParserInitFailed,
+                                                       "Failed to initialize Nordic Parser"));
+    if (store->checkFile(path) != 0)
+        throw CoreException(boost::make_shared<Status>(
+            ErrorCode::ObjectfileParseFailed,
+            "Failed to initialize Nordic Parser. The file %s was not recognized as a Nordic Object file",
+            path.c_str()));
+    if (store->parseFile(path) != 0)
+        throw CoreException(boost::make_shared<Status>(ErrorCode::ObjectfileParseFailed,
+                                                       "Failed to parse nordic object file %s.",
+                                                       path.c_str()));
+}
+
+std::string UbrofParser::getObjectFileFormat()
+{
+    return "Ubrof";
+}
+
+} // namespace ubrof

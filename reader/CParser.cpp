@@ -1,0 +1,200 @@
+// The reader core: the tag table, the dispatch loop, the skip rule and the byte-stream primitives.
+#include "reader/CParser.h"
+
+#include "reader/ReaderError.h"
+
+#include <sys/stat.h>
+
+namespace ubrof {
+
+const CParser::TagEntry CParser::tagTable[] = {
+#define UBROF_TAG(code, name, handler) {code, &CParser::handler, #name},
+#include "reader/Tags.def"
+#undef UBROF_TAG
+};
+
+CParser::CParser(UbrofFileHeader& fileHeader, NameTable& nameTable, TypeTable& typeTable,
+                 std::vector<GroupRecord>& groupTable, std::vector<ModuleRecord>& moduleTable,
+                 BlockTree& blockTree, SymbolTable& symbolTable, DMemory& codeMemory,
+                 DMemory& eepromMemory, DMemory& dataMemory,
+                 std::vector<SourceFileRecord>& sourceFileTable, std::vector<LineRecord>& lineTable,
+                 FileIndex& fileIndex, std::vector<FileLineRange>& fileLineRanges)
+    : fileHeader_(fileHeader),
+      nameTable_(nameTable),
+      typeTable_(typeTable),
+      groupTable_(groupTable),
+      moduleTable_(moduleTable),
+      blockTree_(blockTree),
+      symbolTable_(symbolTable),
+      codeMemory_(codeMemory),
+      eepromMemory_(eepromMemory),
+      dataMemory_(dataMemory),
+      sourceFileTable_(sourceFileTable),
+      lineTable_(lineTable),
+      fileIndex_(fileIndex),
+      fileLineRanges_(fileLineRanges)
+{
+    for (const TagEntry& entry : tagTable)
+        tagIndex_[entry.code & 0xFF] = &entry;
+}
+
+CParser::~CParser()
+{
+    if (file_)
+        std::fclose(file_);
+}
+
+int CParser::parse(const char* path)
+{
+    if (!path || !*path)
+        return 0;
+    fileName_ = path;
+    file_ = std::fopen(path, "rb");
+    if (!file_)
+        return 0;
+    struct stat info;
+    fileSize_ = (fstat(fileno(file_), &info) == 0 && info.st_size > 0) ? uint64_t(info.st_size) : 0;
+    position_ = 0;
+    lastError_ = nullptr;
+
+    auto closeFile = [this] {
+        std::fclose(file_);
+        file_ = nullptr;
+    };
+    try {
+        for (;;) {
+            const uint8_t code = static_cast<uint8_t>(readByte());
+            if (const TagEntry* entry = tagIndex_[code]) {
+                if ((this->*entry->handler)() != 0)
+                    throw ReaderError{kTagProcessingError};
+                if (code == 0xFF)
+                    break;
+            } else if (!skipUnknownTag(code)) {
+                throw ReaderError{kUnknownTag};
+            }
+        }
+    } catch (const ReaderError& error) {
+        lastError_ = error.text;
+        closeFile();
+        return 0;
+    } catch (...) {
+        closeFile();
+        throw;
+    }
+    closeFile();
+    return 1;
+}
+
+int CParser::skipUnknownTag(uint8_t code)
+{
+    for (const auto& [tag, skip] : skipInfo_) {
+        if (tag != code)
+            continue;
+        if (skip <= 0x7F)
+            skipBytes(skip);
+        else if (skip == 0xFD)
+            skipBytes(static_cast<int32_t>(readByte()));
+        else if (skip == 0xFE)
+            skipBytes(static_cast<int32_t>(readWord16()));
+        else if (skip == 0xFF) {
+            const uint32_t count = readWord32();
+            // A count beyond what is left can only end in a failed read.
+            if (count > remaining())
+                throw ReaderError{kUnexpectedEndOfFile};
+            skipBytes(static_cast<int32_t>(count));
+        } else
+            return 0;
+        return 1;
+    }
+    return 0;
+}
+
+uint32_t CParser::readByte()
+{
+    const int c = getc_unlocked(file_);
+    if (c == EOF)
+        throw ReaderError{kUnexpectedEndOfFile};
+    ++position_;
+    return static_cast<uint32_t>(c);
+}
+
+uint32_t CParser::readWord16()
+{
+    const uint32_t high = readByte();
+    return (high << 8) | readByte();
+}
+
+uint32_t CParser::readWord32()
+{
+    uint32_t value = readByte();
+    value = (value << 8) | readByte();
+    value = (value << 8) | readByte();
+    return (value << 8) | readByte();
+}
+
+void CParser::readBytes(uint8_t* destination, uint32_t count)
+{
+    if (count > remaining())
+        throw ReaderError{kUnexpectedEndOfFile};
+    if (std::fread(destination, 1, count, file_) != count)
+        throw ReaderError{kUnexpectedEndOfFile};
+    position_ += count;
+}
+
+std::string CParser::readString(uint32_t count)
+{
+    // Checked before anything is allocated, so a hostile count costs nothing.
+    if (count > remaining())
+        throw ReaderError{kUnexpectedEndOfFile};
+    std::string text(count, '\0');
+    if (count != 0 && std::fread(&text[0], 1, count, file_) != count)
+        throw ReaderError{kUnexpectedEndOfFile};
+    position_ += count;
+    // Users of the text see it up to its first NUL, as a C string.
+    const size_t end = text.find('\0');
+    if (end != std::string::npos)
+        text.resize(end);
+    return text;
+}
+
+void CParser::skipBytes(int32_t count)
+{
+    if (count < 0 && uint64_t(-int64_t(count)) > position_)
+        throw ReaderError{kUnexpectedEndOfFile};
+    if (std::fseek(file_, count, SEEK_CUR) != 0)
+        throw ReaderError{kUnexpectedEndOfFile};
+    position_ = uint64_t(int64_t(position_) + count);
+}
+
+void CParser::seek(uint64_t position)
+{
+    if (std::fseek(file_, static_cast<long>(position), SEEK_SET) != 0)
+        throw ReaderError{kUnexpectedEndOfFile};
+    position_ = position;
+}
+
+void CParser::dropPendingLineRecord()
+{
+    if (!pendingLineRecord)
+        return;
+    pendingLineRecord = false;
+    // The flag is only set after a record was appended; the guards keep a bug from underflowing.
+    if (!lineTable_.empty())
+        lineTable_.pop_back();
+    if (!fileLineRanges_.empty() && fileLineRanges_.back().lineRecordCount > 0)
+        --fileLineRanges_.back().lineRecordCount;
+}
+
+void CParser::completePendingLineRecord(uint32_t count)
+{
+    if (!pendingLineRecord)
+        return;
+    pendingLineRecord = false;
+    if (!lineTable_.empty())
+        lineTable_.back().size = count;
+    if (blockTree_.current >= 0)
+        blockTree_.widenBlock(static_cast<uint32_t>(blockTree_.current), codeAddress,
+                              codeAddress + count);
+}
+
+} // namespace ubrof

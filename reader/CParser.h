@@ -1,0 +1,118 @@
+// The UBROF reader: walks a file's tag stream once, forward, and fills the store's tables.
+#pragma once
+
+#include "reader/BlockTree.h"
+#include "reader/DMemory.h"
+#include "reader/Records.h"
+#include "reader/TypeTable.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace ubrof {
+
+class CParser {
+public:
+    using Handler = int (CParser::*)();
+
+    struct TagEntry {
+        uint32_t code;
+        Handler handler;
+        const char* name;
+    };
+
+    /// The 38 tags the reader knows, in table order.
+    static const TagEntry tagTable[];
+
+    CParser(UbrofFileHeader& fileHeader, NameTable& nameTable, TypeTable& typeTable,
+            std::vector<GroupRecord>& groupTable, std::vector<ModuleRecord>& moduleTable,
+            BlockTree& blockTree, SymbolTable& symbolTable, DMemory& codeMemory,
+            DMemory& eepromMemory, DMemory& dataMemory,
+            std::vector<SourceFileRecord>& sourceFileTable, std::vector<LineRecord>& lineTable,
+            FileIndex& fileIndex, std::vector<FileLineRange>& fileLineRanges);
+    virtual ~CParser();
+    CParser(const CParser&) = delete;
+    CParser& operator=(const CParser&) = delete;
+
+    /// Reads the file from its first byte to t_ubrof_eof: 1 for success, 0 for failure.
+    int parse(const char* path);
+
+    /// The reader's text for the last failed parse, nullptr after success; for diagnostics.
+    const char* lastError() const { return lastError_; }
+
+private:
+    // Byte-stream primitives: the only code that touches the file. Each raises
+    // ReaderError(kUnexpectedEndOfFile) when the item is not complete.
+    uint32_t readByte();
+    uint32_t readWord16();
+    uint32_t readWord32();
+    void readBytes(uint8_t* destination, uint32_t count);
+    /// A counted text, cut at its first NUL; the count is checked against what is left first.
+    std::string readString(uint32_t count);
+    void skipBytes(int32_t count);
+    uint64_t tell() const { return position_; }
+    void seek(uint64_t position);
+    uint64_t remaining() const { return position_ < fileSize_ ? fileSize_ - position_ : 0; }
+
+    int skipUnknownTag(uint8_t code);
+
+    // Line records (shared by the source and symbol tags).
+    void dropPendingLineRecord();
+    void completePendingLineRecord(uint32_t count);
+
+    // Definitions (shared by the symbol tags).
+    void registerDefinition();
+    void appendSymbol(uint8_t kind, uint16_t addressSpace, uint32_t value, uint16_t typeIndex,
+                      uint32_t nameIndex);
+    void readLocationEntries(uint32_t count);
+    void readLocalSymbols(uint32_t blockIndex);
+
+    // Tag handlers: 0 for success, non-zero fails the parse.
+#define UBROF_TAG(code, name, handler) int handler();
+#include "reader/Tags.def"
+#undef UBROF_TAG
+
+    // The stream.
+    const char* fileName_ = nullptr;
+    std::FILE* file_ = nullptr;
+    uint64_t fileSize_ = 0;
+    uint64_t position_ = 0;
+    const char* lastError_ = nullptr;
+
+    const TagEntry* tagIndex_[256] = {};
+    std::vector<std::pair<uint8_t, uint8_t>> skipInfo_; ///< (tag code, skip code) in file order
+
+    // The store's tables.
+    UbrofFileHeader& fileHeader_;
+    NameTable& nameTable_;
+    TypeTable& typeTable_;
+    std::vector<GroupRecord>& groupTable_;
+    std::vector<ModuleRecord>& moduleTable_;
+    BlockTree& blockTree_;
+    SymbolTable& symbolTable_;
+    DMemory& codeMemory_;
+    DMemory& eepromMemory_;
+    DMemory& dataMemory_;
+    std::vector<SourceFileRecord>& sourceFileTable_;
+    std::vector<LineRecord>& lineTable_;
+    FileIndex& fileIndex_;
+    std::vector<FileLineRange>& fileLineRanges_;
+
+    // Reader state shared by the tag handlers.
+    uint32_t segmentType = 1;
+    uint32_t codeAddress = 0;
+    uint32_t eepromAddress = 0;
+    uint32_t dataAddress = 0;
+    double ubrofVersion = 0.0;
+    uint32_t recordContext = 0; ///< 0 nowhere, 1 last group, 2 current block
+    bool pendingLineRecord = false;
+    bool startNewLineRange = true;
+    int32_t currentFile = -1;
+    std::map<std::string, uint32_t> embeddedNameCounts;
+};
+
+} // namespace ubrof

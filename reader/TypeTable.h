@@ -1,0 +1,115 @@
+// The type records of a UBROF file, with the built-in base types, and the questions the store asks of them.
+#pragma once
+
+#include "reader/Records.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace ubrof {
+
+enum TypeCategory : uint32_t {
+    UndefinedCategory = 0,
+    SignedIntegerCategory = 1,
+    UnsignedIntegerCategory = 2,
+    FloatCategory = 3,
+    CompositeCategory = 4, ///< structure, union or class
+    PointerCategory = 5,
+    ArrayCategory = 6,
+    FunctionCategory = 7,
+    VoidCategory = 8,
+    BitFieldCategory = 12,
+};
+
+/// One type: kind 0 undefined, 1 base type, else the t_type kind byte; operands by kind.
+struct TypeRecord {
+    uint32_t kind = 0;
+    uint32_t op1 = 0;
+    uint32_t op2 = 0;
+    uint32_t op3 = 0;
+    uint32_t op4 = 0;
+    uint32_t op5 = 0;
+};
+
+struct EnumConstant {
+    uint32_t nameIndex = 0;
+    uint32_t value = 0;
+};
+
+struct MemberRecord {
+    uint32_t offset = 0;
+    uint32_t nameIndex = 0;
+    uint32_t typeIndex = 0;
+    uint32_t attribute = 0;
+    uint32_t symbolIndex = kNoIndex; ///< set by the store once members become symbols
+};
+
+struct MemoryInfo {
+    uint8_t addressSize = 0;
+    uint32_t attribute2 = 0;
+    uint32_t attributes = 0; ///< bit 3 marks I/O memory
+    std::string name;
+    uint8_t memoryClass = 0;
+};
+
+/// Structural facts of a type; getTypeInfo leaves untouched what it does not answer.
+struct TypeInfo {
+    uint32_t category = 0;
+    uint32_t size = 0;
+    uint32_t count = 0;
+    uint32_t memoryClass = 0;
+    uint32_t extra = 0;
+};
+
+/// A copy of a base-type record (kind 1) with its name.
+struct BaseTypeRecord {
+    uint32_t index = 0;
+    std::string name;
+    uint32_t size = 0;
+    uint32_t category = 0;
+};
+
+class TypeTable {
+public:
+    explicit TypeTable(const NameTable& names);
+    TypeTable(const TypeTable&) = delete;
+    TypeTable& operator=(const TypeTable&) = delete;
+
+    std::vector<TypeRecord> types;
+    std::vector<EnumConstant> enumConstants;
+    std::vector<MemberRecord> members;
+    std::vector<uint32_t> parameterTypes;
+    std::vector<MemoryInfo> memories;
+
+    /// Stores record at index, growing the table with undefined records first.
+    void storeType(uint32_t index, const TypeRecord& record);
+    void setTypeSize(uint32_t index, uint32_t size);
+    /// The record at index; an undefined record for an index out of range.
+    const TypeRecord& getRecord(uint32_t index) const;
+    uint32_t getCount() const { return static_cast<uint32_t>(types.size()); }
+
+    /// C-like text of the type, at most kMaxNameLength characters.
+    std::string renderTypeName(uint32_t index) const;
+    void getTypeInfo(uint32_t index, TypeInfo& info) const;
+    /// False when the type has no DWARF tag.
+    bool getDwarfTag(uint32_t index, int32_t& tag) const;
+    /// False when the type refers to nothing.
+    bool getReferencedType(uint32_t index, uint32_t& target) const;
+    void collectArrayDimensions(uint32_t index, std::vector<int32_t>& counts) const;
+    void getBitFieldLayout(uint32_t index, uint32_t& width, uint32_t& position, uint32_t& storageSize) const;
+    bool isBitFieldType(uint32_t index) const;
+    bool isFunctionType(uint32_t index) const;
+    bool isIoType(uint32_t index) const;
+    std::vector<BaseTypeRecord> getBaseTypeRecords() const;
+    static uint32_t pointerKindFromAttribute(uint32_t word);
+
+    /// Name of a base-type record; empty for records without one.
+    const std::string& baseName(const TypeRecord& record) const;
+
+private:
+    const NameTable& names_;
+    std::vector<std::string> baseNames_; ///< op1 of a built-in base record indexes this
+};
+
+} // namespace ubrof

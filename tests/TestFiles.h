@@ -1,0 +1,57 @@
+// Test support: a scratch directory per test, and writer-built files saved into it.
+#pragma once
+
+#include "writer/UbrofWriter.h"
+
+#include <boost/filesystem.hpp>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace ubrof::test {
+
+/// A fresh directory for one test, removed with it.
+class ScratchDir {
+public:
+    ScratchDir()
+    {
+        path_ = boost::filesystem::temp_directory_path() /
+                boost::filesystem::unique_path("ubrof-test-%%%%-%%%%-%%%%");
+        boost::filesystem::create_directories(path_);
+    }
+    ~ScratchDir()
+    {
+        boost::system::error_code ignored;
+        boost::filesystem::remove_all(path_, ignored);
+    }
+    ScratchDir(const ScratchDir&) = delete;
+    ScratchDir& operator=(const ScratchDir&) = delete;
+
+    std::string path(const std::string& name) const { return (path_ / name).string(); }
+    std::string dir() const { return path_.string(); }
+
+    /// Saves the writer's bytes as name and answers the path.
+    std::string save(const UbrofWriter& writer, const std::string& name = "test.d90") const
+    {
+        const std::string file = path(name);
+        writer.save(file);
+        return file;
+    }
+
+    std::string save(const std::vector<uint8_t>& bytes, const std::string& name = "test.d90") const
+    {
+        const std::string file = path(name);
+        UbrofWriter::save(file, bytes);
+        return file;
+    }
+
+private:
+    boost::filesystem::path path_;
+};
+
+/// Path of a file in the shared collection of real UBROF files.
+inline std::string realFile(const std::string& relative)
+{
+    return std::string(UBROF_REAL_FILES_DIR) + "/" + relative;
+}
+
+} // namespace ubrof::test
