@@ -3,6 +3,7 @@
 
 #include "host/CoreException.h"
 #include "parser/TarnUbrofParser.h"
+#include "parser/Vocabulary.h"
 
 #include <boost/make_shared.hpp>
 
@@ -29,7 +30,7 @@ UbrofParser::UbrofParser(const std::string& path) : store(boost::make_shared<Tar
 
 std::string UbrofParser::getObjectFileFormat()
 {
-    return "Ubrof";
+    return ObjectFileFormats::Ubrof;
 }
 
 } // namespace ubrof
