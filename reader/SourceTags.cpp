@@ -1,13 +1,185 @@
 // Source-file and line tags: declared and embedded source files, statements.
 #include "reader/CParser.h"
 
-namespace ubrof {
+#include "reader/OleDate.h"
 
-// Not read yet: these tags fail the parse until their handlers land.
-int CParser::handleFile() { return 1; }
-int CParser::handleSrcStat() { return 1; }
-int CParser::handleFileRef() { return 1; }
-int CParser::handleNewFile() { return 1; }
-int CParser::handleSourceRange() { return 1; }
+#include <boost/filesystem.hpp>
+
+#include <cstdio>
+#include <locale>
+#include <memory>
+
+namespace ubrof {
+namespace {
+
+// Two spellings of one file name must land on one record, as the file systems the
+// compilers ran on ignore case.
+std::string fileKey(const std::string& name)
+{
+    const std::locale locale;
+    std::string key = name;
+    for (char& c : key)
+        c = std::tolower(c, locale);
+    return key;
+}
+
+// The last component only: an embedded file's name comes from the object file, and no
+// name may place the copy outside the directory the copies go to.
+std::string finalComponent(const std::string& name)
+{
+    const size_t separator = name.find_last_of("/\\");
+    return separator == std::string::npos ? name : name.substr(separator + 1);
+}
+
+/// The index of the file, appending the record only when no spelling of its name is known yet.
+uint32_t registerSourceFile(FileIndex& fileIndex, std::vector<SourceFileRecord>& sourceFiles,
+                            SourceFileRecord record)
+{
+    std::string key = fileKey(record.name);
+    const auto found = fileIndex.find(key);
+    if (found != fileIndex.end())
+        return found->second;
+    const uint32_t index = static_cast<uint32_t>(sourceFiles.size());
+    fileIndex.emplace(std::move(key), index);
+    sourceFiles.push_back(std::move(record));
+    return index;
+}
+
+/// Maps the open module's file reference number to a source file.
+void setModuleFile(BlockTree& tree, uint32_t reference, uint32_t file)
+{
+    if (tree.currentTopLevel < 0)
+        return;
+    // The reference is 16 bits wide, so the table stays small whatever the file says.
+    std::vector<uint32_t>& files = tree.blocks[static_cast<size_t>(tree.currentTopLevel)].files;
+    if (files.size() <= reference)
+        files.resize(size_t(reference) + 1, kNoIndex);
+    files[reference] = file;
+}
+
+} // namespace
+
+int CParser::handleFileRef()
+{
+    const uint32_t reference = readWord16();
+    SourceFileRecord record;
+    record.name = readString(readWord16());
+    uint8_t date[6];
+    readBytes(date, sizeof date);
+    if (!toOleDate(date[5] + 1900u, date[4], date[3], date[2], date[1], date[0], record.timestamp))
+        record.timestamp = 0.0;
+    const uint32_t index = registerSourceFile(fileIndex_, sourceFileTable_, std::move(record));
+    setModuleFile(blockTree_, reference, index);
+    if (reference == 0) {
+        currentFile = static_cast<int32_t>(index);
+        startNewLineRange = true;
+    }
+    return 0;
+}
+
+int CParser::handleNewFile()
+{
+    const uint32_t reference = readWord16();
+    currentFile = -1;
+    if (blockTree_.currentTopLevel >= 0) {
+        const std::vector<uint32_t>& files =
+            blockTree_.blocks[static_cast<size_t>(blockTree_.currentTopLevel)].files;
+        if (reference < files.size())
+            currentFile = static_cast<int32_t>(files[reference]);
+    }
+    startNewLineRange = true;
+    return 0;
+}
+
+int CParser::handleFile()
+{
+    const uint32_t lineCount = readWord16();
+    const std::string base = finalComponent(readString(readByte()));
+    const size_t dot = base.rfind('.');
+    std::string stem = dot == std::string::npos ? base : base.substr(0, dot);
+    const std::string extension = dot == std::string::npos ? std::string() : base.substr(dot);
+
+    // The suffix also keeps the copy's name from ever being "." or "..".
+    const auto seen = embeddedNameCounts.find(stem);
+    if (seen == embeddedNameCounts.end()) {
+        embeddedNameCounts.emplace(stem, 0);
+        stem += "_emb";
+    } else {
+        stem += "_emb" + std::to_string(++seen->second);
+    }
+
+    namespace fs = boost::filesystem;
+    const fs::path directory = fs::path(fileName_).parent_path() / "embedded_source";
+    fs::create_directories(directory);
+    const std::string target = (directory / (stem + extension)).string();
+
+    // Without a copy on disk the debugger merely shows no text; the statements still count.
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::fopen(target.c_str(), "wb"), &std::fclose);
+    std::vector<uint8_t> line;
+    for (uint32_t i = 0; i < lineCount; ++i) {
+        line.resize(readWord16());
+        if (!line.empty())
+            readBytes(line.data(), static_cast<uint32_t>(line.size()));
+        if (out) {
+            std::fwrite(line.data(), 1, line.size(), out.get());
+            std::fwrite("\r\n", 1, 2, out.get());
+        }
+    }
+    out.reset();
+
+    SourceFileRecord record;
+    record.name = target;
+    record.isEmbedded = 1;
+    const uint32_t index = registerSourceFile(fileIndex_, sourceFileTable_, std::move(record));
+    setModuleFile(blockTree_, 0, index);
+    currentFile = static_cast<int32_t>(index);
+    startNewLineRange = true;
+    return 0;
+}
+
+int CParser::handleSrcStat()
+{
+    dropPendingLineRecord();
+    if (startNewLineRange) {
+        startNewLineRange = false;
+        const uint32_t range = static_cast<uint32_t>(fileLineRanges_.size());
+        if (blockTree_.current >= 0)
+            blockTree_.blocks[static_cast<size_t>(blockTree_.current)].lineRanges.push_back(range);
+        if (currentFile >= 0 && static_cast<size_t>(currentFile) < sourceFileTable_.size())
+            sourceFileTable_[static_cast<size_t>(currentFile)].lineRanges.push_back(range);
+        FileLineRange opened;
+        opened.file = currentFile;
+        opened.firstLineRecord = static_cast<uint32_t>(lineTable_.size());
+        fileLineRanges_.push_back(opened);
+    }
+
+    const uint32_t firstLine = readWord16();
+    const uint32_t firstColumn = readWord16();
+    const uint32_t lastLine = readWord16();
+    const uint32_t lastColumn = readWord16();
+    const uint32_t kind = readByte();
+
+    LineRecord record;
+    record.address = codeAddress;
+    record.line = firstLine;
+    record.lineSpan = lastLine - firstLine;
+    record.column = firstColumn;
+    record.endColumn = lastColumn;
+    record.flags = kind == 14 ? 3 : (kind == 9 || kind == 13) ? 5 : 1;
+    lineTable_.push_back(record);
+    pendingLineRecord = true;
+
+    FileLineRange& range = fileLineRanges_.back();
+    ++range.lineRecordCount;
+    if (static_cast<int32_t>(lastLine) > range.maxLine)
+        range.maxLine = static_cast<int32_t>(lastLine);
+    return 0;
+}
+
+int CParser::handleSourceRange()
+{
+    skipBytes(14);
+    return 0;
+}
 
 } // namespace ubrof
