@@ -107,9 +107,19 @@ public:
     /// Name of a base-type record; empty for records without one.
     const std::string& baseName(const TypeRecord& record) const;
 
+    /// How far a type walk follows references before it gives up; type graphs of real files are
+    /// a few records deep, and a graph that refers to itself must not recurse without end.
+    static constexpr unsigned kMaxTypeDepth = 64;
+
 private:
+    void renderInto(uint32_t index, std::string& text, unsigned depth) const;
+    void typeInfoAt(uint32_t index, TypeInfo& info, unsigned depth) const;
+    /// The record after qualifier kinds 21, 36, 42 and 43, or nullptr when the chain is too deep.
+    const TypeRecord* skipQualifiers(uint32_t index) const;
+    const MemoryInfo* memoryAt(uint32_t number) const;
+
     const NameTable& names_;
-    std::vector<std::string> baseNames_; ///< op1 of a built-in base record indexes this
+    std::vector<std::string> baseNames_; ///< op1 of a built-in base record indexes this; [0] is unnamed
 };
 
 } // namespace ubrof
