@@ -94,6 +94,9 @@ public:
     void getScopeSymbols(int32_t scope, std::vector<uint32_t>& out, bool includeAll) const;
     void getAllModuleSymbols(std::vector<uint32_t>& out) const;
     void getScopeName(int32_t scope, std::string& text) const;
+    /// Indexes every scope's children by address for findScopeAtAddress. The parse calls it;
+    /// after filling or changing the tree by hand call it again, or lookups walk the tree plainly.
+    void indexScopes();
 
     // Scopes, symbols and types by context number.
     int16_t getScopeAtPc(uint32_t pc, int32_t* scope) const;
@@ -156,8 +159,24 @@ public:
     tarn::FileMapper fileMapper;
 
 private:
+    /// Scopes sorted by lowAddress, for a binary search when no two of them overlap.
+    struct AddressIndex {
+        std::vector<uint32_t> byLow; ///< the scopes that cover at least one address
+        bool disjoint = false;       ///< byLow may be searched; else scan in tree order
+    };
+
     void buildCodeAreas();
     void createMemberSymbols();
+    AddressIndex makeAddressIndex(const std::vector<uint32_t>& scopes) const;
+    bool scopesIndexed() const { return childIndex_.size() == blockTree.blocks.size() && !childIndex_.empty(); }
+    /// The first of scopes, in order, that holds pc; -1 when none does.
+    int32_t scopeHolding(const std::vector<uint32_t>& scopes, const AddressIndex* index, uint32_t pc) const;
+    /// The innermost scope below scope that holds pc; -1 when no child does.
+    int32_t innermostBelow(uint32_t scope, uint32_t pc) const;
+    bool lineRangesEndAt(const BlockRecord& module, uint32_t pc) const;
+
+    std::vector<AddressIndex> childIndex_; ///< per scope, its children
+    AddressIndex rootIndex_;
 };
 
 } // namespace ubrof

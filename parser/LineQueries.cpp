@@ -1,0 +1,105 @@
+// Store queries on source files, statement lines and the code areas of an address range.
+#include "host/CoreException.h"
+#include "parser/TarnUbrofParser.h"
+
+#include <algorithm>
+#include <locale>
+
+namespace ubrof {
+
+int16_t TarnUbrofParser::getFileInfo(uint32_t index, std::string* name, double* timestamp, uint8_t* flags) const
+{
+    if (!name || !timestamp || !flags)
+        return StoreBadArgument;
+    if (!isParsed())
+        return StoreNotParsed;
+    if (index >= sourceFileTable.size())
+        return StoreIndexOutOfRange;
+    const SourceFileRecord& file = sourceFileTable[index];
+    *name = fileMapper.GetPublicPath(file.name);
+    *timestamp = file.timestamp;
+    flags[0] = 0;
+    flags[1] = file.isEmbedded;
+    return StoreOk;
+}
+
+int32_t TarnUbrofParser::findSourceFile(const std::string& name) const
+{
+    // The reader keys fileIndex the same way, so names that differ only in case meet.
+    std::string key = fileMapper.GetPrivatePath(name);
+    const std::locale locale;
+    for (char& c : key)
+        c = std::tolower(c, locale);
+    const auto found = fileIndex.find(key);
+    return found == fileIndex.end() ? -1 : static_cast<int32_t>(found->second);
+}
+
+int16_t TarnUbrofParser::findStatementAddress(std::string name, uint32_t line, uint32_t /*column*/,
+                                              uint64_t* address) const
+{
+    if (name.empty() || !address)
+        return StoreBadArgument;
+    if (!isParsed())
+        return StoreNotParsed;
+    const int32_t file = findSourceFile(name);
+    if (file < 0 || static_cast<size_t>(file) >= sourceFileTable.size())
+        return StoreNotFound;
+    for (uint32_t rangeIndex : sourceFileTable[static_cast<size_t>(file)].lineRanges) {
+        if (rangeIndex >= fileLineRanges.size())
+            continue;
+        const FileLineRange& range = fileLineRanges[rangeIndex];
+        if (range.lineRecordCount == 0 || range.maxLine < static_cast<int32_t>(line))
+            continue;
+        const uint64_t end = std::min<uint64_t>(uint64_t(range.firstLineRecord) + range.lineRecordCount,
+                                                lineTable.size());
+        for (uint64_t i = range.firstLineRecord; i < end; ++i) {
+            const LineRecord& record = lineTable[i];
+            if (record.line <= line && static_cast<uint32_t>(record.line + record.lineSpan) >= line) {
+                *address = record.address;
+                return StoreOk;
+            }
+        }
+    }
+    return StoreNotFound;
+}
+
+bool TarnUbrofParser::getCodeAreasInRange(tarn::Status& status, uint64_t start, uint64_t end,
+                                          std::vector<tarn::CodeArea>& out) const
+{
+    out.clear();
+    if (start > end) {
+        throw tarn::CoreException(boost::shared_ptr<tarn::IStatus>(new tarn::Status(
+            tarn::ErrorCode::InvalidAddressRange,
+            "StartAddress,  (0x%llx), was larger than end address, (0x%llx), when looking upcode area.",
+            static_cast<unsigned long long>(start), static_cast<unsigned long long>(end))));
+    }
+    auto startsBefore = [](const tarn::CodeArea& area, uint64_t address) { return area.startAddress < address; };
+    size_t p = static_cast<size_t>(
+        std::lower_bound(codeAreas.begin(), codeAreas.end(), start, startsBefore) - codeAreas.begin());
+    // A range that begins before the first area but reaches it is answered from that area on.
+    if (!codeAreas.empty() && start < codeAreas.front().startAddress && end >= codeAreas.front().startAddress)
+        start = codeAreas.front().startAddress;
+    if (p < codeAreas.size() && codeAreas[p].startAddress == start) {
+        collectCodeAreas(p, end, out);
+        return true;
+    }
+    // Otherwise the area that starts below the range answers for it, as long as the range does
+    // not run past the last area's end.
+    if (p != 0 && end <= codeAreas.back().endAddress) {
+        collectCodeAreas(p - 1, end, out);
+        return true;
+    }
+    status.setWarning(tarn::ErrorCode::NoSourceLocations,
+                      "No Source locations found for the address range [0x%llx, 0x%llx].",
+                      static_cast<unsigned long long>(start), static_cast<unsigned long long>(end));
+    return false;
+}
+
+void TarnUbrofParser::collectCodeAreas(size_t position, uint64_t end, std::vector<tarn::CodeArea>& out) const
+{
+    out.clear();
+    for (size_t i = position; i < codeAreas.size() && codeAreas[i].startAddress <= end; ++i)
+        out.push_back(codeAreas[i]);
+}
+
+} // namespace ubrof

@@ -1,0 +1,454 @@
+// Store queries over the scope tree: context numbers, the scope at an address, names from a scope outwards.
+#include "parser/TarnUbrofParser.h"
+
+#include <algorithm>
+
+namespace ubrof {
+
+uint32_t TarnUbrofParser::encodeContextId(uint32_t kind, int32_t index) const
+{
+    if (index < 0)
+        return 0;
+    const uint32_t scopes = static_cast<uint32_t>(blockTree.blocks.size());
+    const uint32_t symbols = static_cast<uint32_t>(symbolTable.symbols.size());
+    const uint32_t position = static_cast<uint32_t>(index);
+    switch (kind) {
+    case ScopeContext:
+        return position + 1;
+    case SymbolContext:
+        return scopes + 1 + position;
+    case TypeContext:
+        return scopes + symbols + 1 + position;
+    default:
+        return 0;
+    }
+}
+
+int32_t TarnUbrofParser::decodeContextId(uint32_t context, uint32_t* kind) const
+{
+    // Context numbers are signed on the host side, so the upper half of the range is invalid.
+    const int64_t number = static_cast<int32_t>(context);
+    const int64_t scopes = static_cast<int64_t>(blockTree.blocks.size());
+    const int64_t symbols = static_cast<int64_t>(symbolTable.symbols.size());
+    const int64_t types = static_cast<int64_t>(typeTable.getCount());
+    uint32_t decodedKind;
+    int64_t index;
+    if (number <= 0)
+        return -1;
+    if (number <= scopes) {
+        decodedKind = ScopeContext;
+        index = number - 1;
+    } else if (number <= scopes + symbols) {
+        decodedKind = SymbolContext;
+        index = number - scopes - 1;
+    } else if (number <= scopes + symbols + types) {
+        decodedKind = TypeContext;
+        index = number - scopes - symbols - 1;
+    } else {
+        return -1;
+    }
+    if (kind)
+        *kind = decodedKind;
+    return static_cast<int32_t>(index);
+}
+
+TarnUbrofParser::AddressIndex TarnUbrofParser::makeAddressIndex(const std::vector<uint32_t>& scopes) const
+{
+    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    AddressIndex index;
+    for (uint32_t scope : scopes) {
+        if (scope < blocks.size() && blocks[scope].lowAddress < blocks[scope].highAddress)
+            index.byLow.push_back(scope);
+    }
+    std::sort(index.byLow.begin(), index.byLow.end(),
+              [&](uint32_t a, uint32_t b) { return blocks[a].lowAddress < blocks[b].lowAddress; });
+    index.disjoint = true;
+    for (size_t i = 1; i < index.byLow.size(); ++i) {
+        if (blocks[index.byLow[i - 1]].highAddress > blocks[index.byLow[i]].lowAddress) {
+            index.disjoint = false;
+            break;
+        }
+    }
+    // An overlapping list is scanned in tree order instead, so the sorted copy is not kept.
+    if (!index.disjoint)
+        index.byLow.clear();
+    return index;
+}
+
+void TarnUbrofParser::indexScopes()
+{
+    childIndex_.clear();
+    childIndex_.reserve(blockTree.blocks.size());
+    for (const BlockRecord& block : blockTree.blocks)
+        childIndex_.push_back(makeAddressIndex(block.children));
+    rootIndex_ = makeAddressIndex(blockTree.roots);
+}
+
+int32_t TarnUbrofParser::scopeHolding(const std::vector<uint32_t>& scopes, const AddressIndex* index,
+                                      uint32_t pc) const
+{
+    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    if (index && index->disjoint) {
+        // No two candidates overlap, so the only one that can hold pc is the last that starts at
+        // or below it, and the first in tree order is that one too.
+        auto after = std::upper_bound(index->byLow.begin(), index->byLow.end(), pc,
+                                      [&](uint32_t address, uint32_t scope) {
+                                          return address < blocks[scope].lowAddress;
+                                      });
+        if (after == index->byLow.begin())
+            return -1;
+        const uint32_t scope = *(after - 1);
+        return blocks[scope].holds(pc) ? static_cast<int32_t>(scope) : -1;
+    }
+    for (uint32_t scope : scopes) {
+        if (scope < blocks.size() && blocks[scope].holds(pc))
+            return static_cast<int32_t>(scope);
+    }
+    return -1;
+}
+
+int32_t TarnUbrofParser::innermostBelow(uint32_t scope, uint32_t pc) const
+{
+    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const bool indexed = scopesIndexed();
+    int32_t found = -1;
+    // A tree filled by hand could loop; a real one is never deeper than it has blocks.
+    for (size_t depth = 0; depth < blocks.size(); ++depth) {
+        const int32_t child = scopeHolding(blocks[scope].children, indexed ? &childIndex_[scope] : nullptr, pc);
+        if (child < 0)
+            break;
+        found = child;
+        scope = static_cast<uint32_t>(child);
+    }
+    return found;
+}
+
+bool TarnUbrofParser::lineRangesEndAt(const BlockRecord& module, uint32_t pc) const
+{
+    for (uint32_t rangeIndex : module.lineRanges) {
+        if (rangeIndex >= fileLineRanges.size())
+            continue;
+        const FileLineRange& range = fileLineRanges[rangeIndex];
+        if (range.lineRecordCount == 0)
+            continue;
+        const uint64_t last = uint64_t(range.firstLineRecord) + range.lineRecordCount - 1;
+        if (last >= lineTable.size())
+            continue;
+        const LineRecord& record = lineTable[last];
+        if (record.address <= pc && pc - record.address < record.size)
+            return true;
+    }
+    return false;
+}
+
+int32_t TarnUbrofParser::findScopeAtAddress(uint32_t pc) const
+{
+    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    if (scopesIndexed() && rootIndex_.disjoint) {
+        // At most one module holds pc, and then it is the answer whatever its line ranges say.
+        const int32_t module = scopeHolding(blockTree.roots, &rootIndex_, pc);
+        if (module < 0)
+            return -1;
+        const int32_t inner = innermostBelow(static_cast<uint32_t>(module), pc);
+        return inner >= 0 ? inner : module;
+    }
+    int32_t result = -1;
+    for (uint32_t module : blockTree.roots) {
+        if (module >= blocks.size() || !blocks[module].holds(pc))
+            continue;
+        result = static_cast<int32_t>(module);
+        const int32_t inner = innermostBelow(module, pc);
+        if (inner >= 0)
+            return inner;
+        if (lineRangesEndAt(blocks[module], pc))
+            return result;
+    }
+    return result;
+}
+
+int32_t TarnUbrofParser::findSymbolInScope(int32_t scope, const std::string& name) const
+{
+    if (scope < 0 || static_cast<size_t>(scope) >= blockTree.blocks.size())
+        return -1;
+    const std::vector<SymbolRecord>& symbols = symbolTable.symbols;
+    // Kinds 6 and 9 are not variables the debugger can show by name.
+    auto matches = [&](uint32_t symbol) {
+        return symbol < symbols.size() && symbols[symbol].kind != 6 && symbols[symbol].kind != 9 &&
+               nameTable.nameText(symbols[symbol].nameIndex) == name;
+    };
+    const BlockRecord& block = blockTree.blocks[static_cast<size_t>(scope)];
+    for (uint32_t symbol : block.symbols) {
+        if (matches(symbol))
+            return static_cast<int32_t>(symbol);
+    }
+    for (uint32_t group : block.groups) {
+        if (group >= groupTable.size())
+            continue;
+        for (uint32_t symbol : groupTable[group].symbols) {
+            if (matches(symbol))
+                return static_cast<int32_t>(symbol);
+        }
+    }
+    return -1;
+}
+
+int32_t TarnUbrofParser::lookupName(int32_t scope, const std::string& name, int32_t* foundScope) const
+{
+    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    int32_t walkEnd = -1;
+    for (size_t depth = 0; scope >= 0 && static_cast<size_t>(scope) < blocks.size() && depth < blocks.size();
+         ++depth) {
+        const int32_t symbol = findSymbolInScope(scope, name);
+        if (symbol >= 0) {
+            if (foundScope)
+                *foundScope = scope;
+            return symbol;
+        }
+        walkEnd = scope;
+        scope = blocks[static_cast<size_t>(scope)].parent;
+    }
+    for (uint32_t module : blockTree.roots) {
+        if (static_cast<int32_t>(module) == walkEnd)
+            continue;
+        const int32_t symbol = findSymbolInScope(static_cast<int32_t>(module), name);
+        if (symbol >= 0) {
+            if (foundScope)
+                *foundScope = -1;
+            return symbol;
+        }
+    }
+    return -1;
+}
+
+int32_t TarnUbrofParser::findChildScopeByName(int32_t scope, const std::string& name) const
+{
+    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    if (scope < 0 || static_cast<size_t>(scope) >= blocks.size())
+        return -1;
+    for (uint32_t child : blocks[static_cast<size_t>(scope)].children) {
+        if (child >= blocks.size() || blocks[child].nameIndex == 0)
+            continue;
+        if (nameTable.nameText(static_cast<uint32_t>(blocks[child].nameIndex)) == name)
+            return static_cast<int32_t>(child);
+    }
+    return -1;
+}
+
+int32_t TarnUbrofParser::findFunctionByName(const std::string& name) const
+{
+    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const std::vector<NameRecord>& names = nameTable.records;
+    for (uint32_t module : blockTree.roots) {
+        if (module >= blocks.size())
+            continue;
+        for (uint32_t child : blocks[module].children) {
+            if (child >= blocks.size())
+                continue;
+            // Only a stored text counts: a derived block name is not a function's name.
+            const int32_t nameIndex = blocks[child].nameIndex;
+            if (nameIndex < 0 || static_cast<size_t>(nameIndex) >= names.size())
+                continue;
+            const std::optional<std::string>& text = names[static_cast<size_t>(nameIndex)].text;
+            if (text && *text == name)
+                return static_cast<int32_t>(child);
+        }
+    }
+    return -1;
+}
+
+int32_t TarnUbrofParser::findModuleOfFile(uint32_t fileIndex) const
+{
+    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    for (uint32_t module : blockTree.roots) {
+        if (module >= blocks.size())
+            continue;
+        const std::vector<uint32_t>& files = blocks[module].files;
+        if (std::find(files.begin(), files.end(), fileIndex) != files.end())
+            return static_cast<int32_t>(module);
+    }
+    return -1;
+}
+
+void TarnUbrofParser::getChildScopes(int32_t scope, std::vector<uint32_t>& out) const
+{
+    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    if (scope == -1) {
+        for (uint32_t module : blockTree.roots) {
+            if (module < blocks.size() && !blocks[module].isHidden)
+                out.push_back(module);
+        }
+        return;
+    }
+    if (scope < 0 || static_cast<size_t>(scope) >= blocks.size())
+        return;
+    for (uint32_t child : blocks[static_cast<size_t>(scope)].children) {
+        if (child < blocks.size())
+            out.push_back(child);
+    }
+}
+
+void TarnUbrofParser::getScopeSymbols(int32_t scope, std::vector<uint32_t>& out, bool includeAll) const
+{
+    if (scope < 0 || static_cast<size_t>(scope) >= blockTree.blocks.size())
+        return;
+    const std::vector<SymbolRecord>& symbols = symbolTable.symbols;
+    for (uint32_t symbol : blockTree.blocks[static_cast<size_t>(scope)].symbols) {
+        if (symbol >= symbols.size())
+            continue;
+        // Function prototypes are declarations, not variables to list.
+        if (!includeAll && typeTable.isFunctionType(symbols[symbol].typeIndex))
+            continue;
+        out.push_back(symbol);
+    }
+}
+
+void TarnUbrofParser::getAllModuleSymbols(std::vector<uint32_t>& out) const
+{
+    for (uint32_t module : blockTree.roots)
+        getScopeSymbols(static_cast<int32_t>(module), out, true);
+}
+
+void TarnUbrofParser::getScopeName(int32_t scope, std::string& text) const
+{
+    if (scope < 0 || static_cast<size_t>(scope) >= blockTree.blocks.size())
+        return;
+    const int32_t nameIndex = blockTree.blocks[static_cast<size_t>(scope)].nameIndex;
+    if (nameIndex == 0)
+        return;
+    text = nameTable.nameText(static_cast<uint32_t>(nameIndex));
+}
+
+int16_t TarnUbrofParser::getScopeAtPc(uint32_t pc, int32_t* scope) const
+{
+    if (!scope)
+        return StoreBadArgument;
+    if (!isParsed())
+        return StoreNotParsed;
+    const int32_t found = findScopeAtAddress(pc);
+    if (found < 0)
+        return StoreNotFound;
+    *scope = found;
+    return StoreOk;
+}
+
+int16_t TarnUbrofParser::lookupSymbolByName(const std::string& name, int32_t scope, uint32_t searchMode,
+                                            int32_t* symbol, int32_t* foundScope) const
+{
+    if (name.empty() || !symbol || !foundScope)
+        return StoreBadArgument;
+    if (!isParsed())
+        return StoreNotParsed;
+    if (scope >= static_cast<int64_t>(blockTree.blocks.size()))
+        return StoreIndexOutOfRange;
+    int32_t where = -1;
+    const int32_t found = lookupName(searchMode == 1 ? -1 : scope, name, &where);
+    if (found < 0)
+        return StoreNotFound;
+    *symbol = found;
+    *foundScope = where;
+    return StoreOk;
+}
+
+int16_t TarnUbrofParser::lookupGlobal(uint32_t context, const std::string& name, int32_t tag,
+                                      uint32_t* result) const
+{
+    if (!result)
+        return StoreBadArgument;
+    if (context == 0) {
+        if (tag == 0 || tag == DwTagCompileUnit) {
+            const int32_t file = findSourceFile(name);
+            const int32_t module = file >= 0 ? findModuleOfFile(static_cast<uint32_t>(file)) : -1;
+            if (module >= 0) {
+                *result = encodeContextId(ScopeContext, module);
+                return StoreOk;
+            }
+        }
+        if (tag == 0 || tag == DwTagSubprogram) {
+            *result = encodeContextId(ScopeContext, findFunctionByName(name));
+            return StoreOk;
+        }
+        if (tag == DwTagVariable) {
+            *result = encodeContextId(SymbolContext, lookupName(-1, name, nullptr));
+            return StoreOk;
+        }
+        *result = 0;
+        return StoreNotFound;
+    }
+    uint32_t kind = 0;
+    const int32_t index = decodeContextId(context, &kind);
+    if (index >= 0 && kind == ScopeContext) {
+        if (tag == 0 || tag == DwTagSubprogram || tag == DwTagLexicalBlock) {
+            *result = encodeContextId(ScopeContext, findChildScopeByName(index, name));
+            return StoreOk;
+        }
+        if (tag == DwTagVariable) {
+            *result = encodeContextId(SymbolContext, findSymbolInScope(index, name));
+            return StoreOk;
+        }
+    }
+    *result = 0;
+    return StoreNotFound;
+}
+
+bool TarnUbrofParser::getChildren(uint32_t context, int32_t tag, std::vector<uint32_t>& out) const
+{
+    std::vector<uint32_t> scopes;
+    std::vector<uint32_t> symbols;
+    if (context == 0) {
+        if (tag == DwTagCompileUnit)
+            getChildScopes(-1, scopes);
+        else if (tag == 0 || tag == DwTagVariable)
+            getAllModuleSymbols(symbols);
+    } else {
+        uint32_t kind = 0;
+        const int32_t index = decodeContextId(context, &kind);
+        if (index >= 0 && kind == ScopeContext) {
+            const uint32_t scopeKind = blockTree.blocks[static_cast<size_t>(index)].kind;
+            const bool refused = (tag == DwTagSubprogram && scopeKind != ModuleBlock) ||
+                                 (tag == DwTagLexicalBlock && scopeKind == ModuleBlock);
+            if (!refused) {
+                if (tag == 0 || tag == DwTagSubprogram || tag == DwTagLexicalBlock)
+                    getChildScopes(index, scopes);
+                if (tag == 0 || tag == DwTagVariable)
+                    getScopeSymbols(index, symbols, false);
+            }
+        }
+    }
+    for (uint32_t scope : scopes)
+        out.push_back(encodeContextId(ScopeContext, static_cast<int32_t>(scope)));
+    for (uint32_t symbol : symbols)
+        out.push_back(encodeContextId(SymbolContext, static_cast<int32_t>(symbol)));
+    return !out.empty();
+}
+
+std::string TarnUbrofParser::getScopeNameAtPc(uint32_t pc) const
+{
+    const int32_t scope = findScopeAtAddress(pc);
+    if (scope < 0)
+        return std::string();
+    return nameTable.nameText(static_cast<uint32_t>(blockTree.blocks[static_cast<size_t>(scope)].nameIndex));
+}
+
+int16_t TarnUbrofParser::getScopeInfo(int32_t scope, std::string* name, std::string* fileName, uint32_t* kind,
+                                      uint32_t* lowAddress, uint32_t* size, int32_t* firstLineRecord) const
+{
+    if (!name || !fileName || !kind || !lowAddress || !size || !firstLineRecord)
+        return StoreBadArgument;
+    if (!isParsed())
+        return StoreNotParsed;
+    if (scope < 0 || static_cast<size_t>(scope) >= blockTree.blocks.size())
+        return StoreIndexOutOfRange;
+    const BlockRecord& block = blockTree.blocks[static_cast<size_t>(scope)];
+    *name = nameTable.nameText(static_cast<uint32_t>(block.nameIndex));
+    fileName->clear();
+    *kind = block.kind;
+    *lowAddress = block.lowAddress;
+    // Plain unsigned difference: a scope that never covered code (0xFFFFFFFF, 0) wraps to 1.
+    *size = block.highAddress - block.lowAddress;
+    *firstLineRecord = -1;
+    if (!block.lineRanges.empty() && block.lineRanges.front() < fileLineRanges.size())
+        *firstLineRecord = static_cast<int32_t>(fileLineRanges[block.lineRanges.front()].firstLineRecord);
+    return StoreOk;
+}
+
+} // namespace ubrof
