@@ -1,0 +1,104 @@
+// The built module as the platform loads it: manifest, activator, registration and the parser factory.
+#include "TestFiles.h"
+
+#include "host/CoreException.h"
+#include "host/osp/OSPSubsystem.h"
+#include "plugin/OspClassFactoryManager.h"
+
+#include <Poco/ClassLoader.h>
+#include <Poco/SharedLibrary.h>
+#include <boost/pointer_cast.hpp>
+#include <gtest/gtest.h>
+
+namespace tarn {
+namespace {
+
+const std::string kModule = std::string(UBROF_MODULE_DIR) + "/com_quarnel_debugger_ubrof.so";
+const std::string kServiceName = "com.quarnel.tarndbg.ObjectfileParserFactory.Ubrof";
+
+class SomethingElse {
+public:
+    virtual ~SomethingElse() = default;
+};
+
+TEST(BundleModule, ManifestNamesTheActivatorAndNothingElse)
+{
+    Poco::ClassLoader<Poco::OSP::BundleActivator> loader;
+    loader.loadLibrary(kModule);
+    const auto* meta = loader.findClass("DebuggerUbrofBundleActivator");
+    ASSERT_NE(nullptr, meta);
+    EXPECT_TRUE(meta->canCreate());
+    try {
+        meta->instance();
+        FAIL() << "the activator is not a singleton";
+    } catch (const Poco::InvalidAccessException& e) {
+        EXPECT_EQ("Not a singleton. Use create() to create instances of: DebuggerUbrofBundleActivator", e.message());
+    }
+    std::unique_ptr<Poco::OSP::BundleActivator> activator(meta->create());
+    EXPECT_TRUE(activator);
+
+    Poco::SharedLibrary library(kModule);
+    auto build = reinterpret_cast<bool (*)(Poco::ManifestBase*)>(library.getSymbol("pocoBuildManifest"));
+    Poco::Manifest<SomethingElse> other;
+    EXPECT_FALSE(build(&other));
+    EXPECT_EQ(0, other.size());
+}
+
+TEST(BundleModule, RegistersTheParserFactoryUnderItsServiceNameAndCategory)
+{
+    Poco::OSP::OSPSubsystem platform;
+    auto bundle = platform.bundleLoader().installBundle(kModule);
+    EXPECT_EQ("com.quarnel.debugger.ubrof", bundle->symbolicName());
+    EXPECT_FALSE(platform.serviceRegistry().findByName(kServiceName)) << "nothing runs before the bundle starts";
+
+    OspClassFactoryManager manager(platform);
+    EXPECT_EQ(std::vector<std::string>{kServiceName}, manager.getClassNames("ObjectfileParserFactory"));
+    ::testing::internal::CaptureStdout();
+    const auto factories = manager.getClassFactories("ObjectfileParserFactory");
+    const auto byName = manager.getClassFactory(kServiceName);
+    EXPECT_EQ("", ::testing::internal::GetCapturedStdout()) << "started once, registered once";
+    EXPECT_EQ(Poco::OSP::Bundle::BUNDLE_ACTIVE, bundle->state());
+    ASSERT_EQ(1u, factories.size());
+    EXPECT_EQ(factories[0], byName);
+    EXPECT_EQ("ObjectfileParserFactory", byName->getCategoryName());
+    EXPECT_EQ(kServiceName, byName->getClassName());
+
+    auto reference = platform.serviceRegistry().findByName(kServiceName);
+    ASSERT_TRUE(reference);
+    EXPECT_EQ("ObjectfileParserFactory", reference->properties().get("CategoryName"));
+    std::vector<Poco::OSP::ServiceRef::Ptr> found;
+    EXPECT_EQ(0u, platform.serviceRegistry().find("CategoryName==\"Ubrof\"", found));
+    EXPECT_TRUE(manager.getClassFactories("Ubrof").empty());
+
+    bundle->stop();
+    EXPECT_TRUE(platform.serviceRegistry().findByName(kServiceName)) << "stop leaves the factory registered";
+}
+
+TEST(BundleModule, FactoryMakesIndependentParsersAndPassesFailuresOn)
+{
+    ubrof::test::ScratchDir dir;
+    ubrof::UbrofWriter w;
+    w.begFile1().version(8).begLib("main").org(1, 0x100).absVar({1, 2, 3, 4}).end().eof();
+    const std::string file = dir.save(w);
+    const std::string notUbrof = dir.save(std::vector<uint8_t>{'h', 'i'}, "notes.txt");
+
+    Poco::OSP::OSPSubsystem platform;
+    platform.bundleLoader().installBundle(UBROF_MODULE_DIR);
+    OspClassFactoryManager manager(platform);
+    auto factory = boost::dynamic_pointer_cast<IObjectfileParserFactory>(manager.getClassFactory(kServiceName));
+    ASSERT_TRUE(factory);
+    EXPECT_EQ("Ubrof", factory->getObjectFileFormat());
+    auto first = factory->createObjectfileParser(file);
+    auto second = factory->createObjectfileParser(file);
+    ASSERT_TRUE(first && second);
+    EXPECT_NE(first, second);
+    try {
+        factory->createObjectfileParser(notUbrof);
+        FAIL() << "no exception";
+    } catch (const CoreException& e) {
+        EXPECT_EQ(ErrorCode::ObjectfileParseFailed, e.getErrorCode());
+    }
+}
+
+} // namespace
+} // namespace tarn
