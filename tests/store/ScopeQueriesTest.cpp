@@ -1,0 +1,225 @@
+// The scope tree: context numbers, the scope at an address, names from a scope outwards, children per tag.
+#include "FilledStore.h"
+#include "TestFiles.h"
+
+#include <gtest/gtest.h>
+#include <random>
+
+namespace ubrof {
+namespace {
+
+using test::FilledStore;
+
+TEST(ContextNumbers, EachKindStartsWhereThePreviousEnds)
+{
+    FilledStore t;
+    t.scope(ModuleBlock, -1, 0, 0);
+    t.scope(FunctionBlock, 0, 0, 0);
+    for (const char* name : {"a", "b", "c"})
+        t.symbol(0, name);
+    const TarnUbrofParser& s = t.store;
+    const uint32_t S = 2, N = 3, T = s.typeTable.getCount();
+    struct Case {
+        uint32_t number, kind;
+        int32_t index;
+    } cases[] = {{1, ScopeContext, 0}, {S, ScopeContext, 1}, {S + 1, SymbolContext, 0},
+                 {S + N, SymbolContext, 2}, {S + N + 1, TypeContext, 0}, {S + N + T, TypeContext, int32_t(T - 1)}};
+    for (const Case& c : cases) {
+        uint32_t kind = 0;
+        EXPECT_EQ(c.index, s.decodeContextId(c.number, &kind)) << c.number;
+        EXPECT_EQ(c.kind, kind) << c.number;
+        EXPECT_EQ(c.number, s.encodeContextId(c.kind, c.index));
+    }
+    for (uint32_t invalid : {0u, S + N + T + 1, 0x80000000u, 0xFFFFFFFFu}) {
+        uint32_t kind = 99;
+        EXPECT_EQ(-1, s.decodeContextId(invalid, &kind)) << invalid;
+        EXPECT_EQ(99u, kind);
+    }
+    EXPECT_EQ(0u, s.encodeContextId(ScopeContext, -1));
+    EXPECT_EQ(0u, s.encodeContextId(0x4B, 0));
+}
+
+// Every address answer is checked before and after the tree is indexed.
+void expectScopes(FilledStore& t, std::initializer_list<std::pair<uint32_t, int32_t>> answers)
+{
+    for (bool indexed : {false, true}) {
+        if (indexed)
+            t.store.indexScopes();
+        for (const auto& [pc, scope] : answers)
+            EXPECT_EQ(scope, t.store.findScopeAtAddress(pc)) << std::hex << pc << (indexed ? " indexed" : "");
+    }
+}
+
+TEST(ScopeAtAddress, RangesAreHalfOpenAndTheInnermostScopeWins)
+{
+    FilledStore t;
+    const int32_t m = t.scope(ModuleBlock, -1, 0x100, 0x200);
+    const int32_t f = t.scope(FunctionBlock, m, 0x100, 0x180);
+    const int32_t b = t.scope(LexicalBlock, f, 0x120, 0x130);
+    const int32_t g = t.scope(FunctionBlock, m, 0x180, 0x1A0);
+    t.scope(LexicalBlock, g, 0xFFFFFFFF, 0);
+    expectScopes(t, {{0xFF, -1}, {0x100, f}, {0x120, b}, {0x12F, b}, {0x130, f}, {0x17F, f},
+                     {0x180, g}, {0x1A0, m}, {0x1FF, m}, {0x200, -1}});
+}
+
+TEST(ScopeAtAddress, OfTwoModulesTheLaterWinsUnlessTheEarlierClaimsPc)
+{
+    FilledStore t;
+    const int32_t first = t.scope(ModuleBlock, -1, 0x100, 0x200);
+    const int32_t f = t.scope(FunctionBlock, first, 0x100, 0x140);
+    // Only the last record of a range claims its addresses for the module.
+    t.lineRange(first, {{0x160, 4}, {0x180, 4}});
+    t.lineRange(first, {});
+    const int32_t second = t.scope(ModuleBlock, -1, 0x100, 0x300);
+    const int32_t h = t.scope(FunctionBlock, second, 0x190, 0x1A0);
+    expectScopes(t, {{0x120, f}, {0x182, first}, {0x184, second}, {0x162, second}, {0x195, h},
+                     {0x1B0, second}, {0x250, second}});
+}
+
+// Children laid side by side in slots of their parent are searched; children thrown anywhere
+// (overlapping, empty, outside the parent) are scanned; the answers must not differ.
+TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRandomTrees)
+{
+    std::mt19937 random(611);
+    auto pick = [&](uint32_t n) { return static_cast<uint32_t>(random() % n); };
+    for (int round = 0; round < 150; ++round) {
+        FilledStore t;
+        const uint32_t scopes = 1 + pick(40);
+        for (uint32_t i = 0; i < scopes; ++i) {
+            const int32_t parent = i == 0 || pick(4) == 0 ? -1 : static_cast<int32_t>(pick(i));
+            const auto& blocks = t.store.blockTree.blocks;
+            const size_t slot = parent < 0 ? t.store.blockTree.roots.size() : blocks[parent].children.size();
+            const bool sideBySide = parent < 0 ? round % 2 == 0 : parent % 2 == 0;
+            const uint32_t base = parent < 0 ? 0 : blocks[parent].lowAddress & 0xFFF;
+            uint32_t low = sideBySide ? base + uint32_t(slot) * (parent < 0 ? 0x100 : 0x10) + pick(4) : pick(0x400);
+            uint32_t high = low + pick(sideBySide ? 12 : 0x100);
+            if (pick(10) == 0)
+                std::tie(low, high) = std::make_pair(0xFFFFFFFFu, 0u);
+            const uint32_t scope = t.scope(parent < 0 ? ModuleBlock : FunctionBlock, parent, low, high);
+            if (parent < 0)
+                t.lineRange(scope, {{pick(0x400), pick(8)}});
+        }
+        std::vector<int32_t> plain;
+        for (uint32_t pc = 0; pc < 0x1000; ++pc)
+            plain.push_back(t.store.findScopeAtAddress(pc));
+        t.store.indexScopes();
+        for (uint32_t pc = 0; pc < 0x1000; ++pc)
+            ASSERT_EQ(plain[pc], t.store.findScopeAtAddress(pc)) << "round " << round << " pc " << pc;
+    }
+}
+
+// Modules main (a symbol, and ones of kinds 6 and 9), f (locals, a block, a prototype) and
+// other, then a hidden module; blocks main 0, f 1, block 2, other 3, ?lib 4.
+class NamedScopes : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        UbrofWriter w;
+        w.begFile1().version(8).typeFunction(60, 6, 0, {});
+        w.begLib("main").fileRef(0, "Src/Main.c")
+            .symbolDef({"g", 1, 2, 0x10, 6, {}}).symbolDef({"six", 6, 2, 0, 6, {}}).symbolDef({"nine", 9, 2, 0, 6, {}})
+            .funcBegin1("f", {{"g", 7, 0, 2, 6, {}}, {"x", 7, 0, 4, 6, {}}, {"proto", 1, 0, 0, 60, {}}})
+            .blockBegin1({{"y", 7, 0, 6, 6, {}}}).blockEnd().blockEnd().end();
+        w.begLib("other").symbolDef({"h", 1, 2, 0x20, 6, {}}).end();
+        w.begLib("?lib").symbolDef({"z", 1, 2, 0x30, 6, {}}).end().eof();
+        ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
+    }
+
+    uint32_t symbolNamed(const std::string& name, int32_t scope) const
+    {
+        return store.encodeContextId(SymbolContext, store.findSymbolInScope(scope, name));
+    }
+
+    test::ScratchDir dir;
+    TarnUbrofParser store;
+};
+
+TEST_F(NamedScopes, NamesAreFoundFromTheScopeOutwardsThenInOtherModules)
+{
+    struct Case {
+        const char* name;
+        int32_t from;
+        uint32_t mode;
+        int32_t foundScope;
+        uint32_t value;
+    } cases[] = {{"y", 2, 0, 2, 6}, {"x", 2, 0, 1, 4}, {"g", 2, 0, 1, 2}, {"g", 2, 1, -1, 0x10},
+                 {"h", 2, 0, -1, 0x20}, {"g", -1, 0, -1, 0x10}};
+    for (const Case& c : cases) {
+        int32_t symbol = -1, scope = 99;
+        ASSERT_EQ(0, store.lookupSymbolByName(c.name, c.from, c.mode, &symbol, &scope)) << c.name;
+        EXPECT_EQ(c.value, store.symbolTable.symbols[symbol].value) << c.name;
+        EXPECT_EQ(c.foundScope, scope) << c.name;
+    }
+    int32_t symbol = 77, scope = 77;
+    for (const char* neverFound : {"six", "nine", "nobody"})
+        EXPECT_EQ(-1, store.lookupSymbolByName(neverFound, 0, 0, &symbol, &scope)) << neverFound;
+    EXPECT_EQ(77, symbol);
+    EXPECT_EQ(-2, store.lookupSymbolByName("", 0, 0, &symbol, &scope));
+    EXPECT_EQ(-2, store.lookupSymbolByName("g", 0, 0, nullptr, &scope));
+    EXPECT_EQ(5, store.lookupSymbolByName("g", 5, 0, &symbol, &scope));
+    EXPECT_EQ(258, TarnUbrofParser().lookupSymbolByName("g", 0, 0, &symbol, &scope));
+}
+
+TEST_F(NamedScopes, ChildrenDependOnTheTagAsked)
+{
+    auto children = [&](uint32_t context, int32_t tag) {
+        std::vector<uint32_t> out;
+        const bool any = store.getChildren(context, tag, out);
+        EXPECT_EQ(any, !out.empty());
+        return out;
+    };
+    using List = std::vector<uint32_t>;
+    const uint32_t main = 1, f = 2, block = 3, other = 4;
+    const uint32_t g = symbolNamed("g", 0), localG = symbolNamed("g", 1), x = symbolNamed("x", 1);
+    EXPECT_EQ(List({main, other}), children(0, DwTagCompileUnit));
+    EXPECT_EQ(List({g, g + 1, g + 2, symbolNamed("h", 3), symbolNamed("z", 4)}), children(0, 0));
+    EXPECT_EQ(children(0, 0), children(0, DwTagVariable));
+    EXPECT_EQ(List(), children(0, DwTagSubprogram));
+    EXPECT_EQ(List({f}), children(main, DwTagSubprogram));
+    EXPECT_EQ(List(), children(f, DwTagSubprogram));
+    EXPECT_EQ(List(), children(main, DwTagLexicalBlock));
+    EXPECT_EQ(List({block}), children(f, DwTagLexicalBlock));
+    // The prototype has a function type and is left out.
+    EXPECT_EQ(List({block, localG, x}), children(f, 0));
+    EXPECT_EQ(List({localG, x}), children(f, DwTagVariable));
+    EXPECT_EQ(List(), children(g, 0));
+}
+
+TEST_F(NamedScopes, GlobalLookupByFileFunctionAndVariable)
+{
+    auto global = [&](uint32_t context, const std::string& name, int32_t tag, int16_t code = 0) {
+        uint32_t out = 99;
+        EXPECT_EQ(code, store.lookupGlobal(context, name, tag, &out)) << name;
+        return out;
+    };
+    EXPECT_EQ(1u, global(0, "SRC/main.C", DwTagCompileUnit));
+    EXPECT_EQ(1u, global(0, "src/main.c", 0));
+    EXPECT_EQ(2u, global(0, "f", 0));
+    EXPECT_EQ(2u, global(0, "f", DwTagSubprogram));
+    EXPECT_EQ(0u, global(0, "f", DwTagCompileUnit, -1));
+    EXPECT_EQ(symbolNamed("h", 3), global(0, "h", DwTagVariable));
+    EXPECT_EQ(0u, global(0, "h", DwTagMember, -1));
+    EXPECT_EQ(2u, global(1, "f", DwTagSubprogram));
+    EXPECT_EQ(3u, global(2, "block3", DwTagLexicalBlock));
+    EXPECT_EQ(symbolNamed("x", 1), global(2, "x", DwTagVariable));
+    EXPECT_EQ(0u, global(2, "nobody", DwTagVariable));
+    EXPECT_EQ(0u, global(2, "x", DwTagMember, -1));
+    EXPECT_EQ(0u, global(symbolNamed("x", 1), "x", 0, -1));
+    EXPECT_EQ(-2, store.lookupGlobal(0, "f", 0, nullptr));
+}
+
+TEST(ScopeNames, GroupsAreSearchedAfterTheScopeAndUnknownGroupsSkipped)
+{
+    FilledStore t;
+    const int32_t m = t.scope(ModuleBlock, -1, 0, 0);
+    t.store.blockTree.blocks[m].groups = {7, 0};
+    t.store.groupTable.resize(1);
+    t.store.groupTable[0].symbols.push_back(t.symbol(-1, "q"));
+    const uint32_t own = t.symbol(m, "r");
+    t.store.groupTable[0].symbols.push_back(t.symbol(-1, "r"));
+    EXPECT_EQ(0, t.store.findSymbolInScope(m, "q"));
+    EXPECT_EQ(int32_t(own), t.store.findSymbolInScope(m, "r"));
+}
+
+} // namespace
+} // namespace ubrof
