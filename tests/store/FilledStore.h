@@ -12,17 +12,8 @@ struct FilledStore {
 
     FilledStore() { store.stateFlags = 3; }
 
-    uint32_t name(const std::string& text, uint32_t nameKind = 2)
-    {
-        NameRecord record;
-        record.nameKind = nameKind;
-        record.scopeKind = nameKind == 3 ? 2 : 0;
-        record.text = text;
-        return store.nameTable.append(record);
-    }
-
-    /// A scope under parent (-1: a new root) covering [low, high); unnamed when name is empty.
-    uint32_t scope(uint32_t kind, int32_t parent, uint32_t low, uint32_t high, const std::string& text = "")
+    /// A scope under parent (-1: a new root) covering [low, high); unnamed when text is empty.
+    int32_t scope(uint32_t kind, int32_t parent, uint32_t low, uint32_t high, const std::string& text = "")
     {
         BlockRecord block;
         block.kind = kind;
@@ -30,46 +21,34 @@ struct FilledStore {
         block.lowAddress = low;
         block.highAddress = high;
         if (!text.empty())
-            block.nameIndex = static_cast<int32_t>(name(text, 3));
+            block.nameIndex = static_cast<int32_t>(store.nameTable.append({3, 2, text, 0, -1}));
         const auto index = static_cast<uint32_t>(store.blockTree.blocks.size());
         store.blockTree.blocks.push_back(block);
-        if (parent < 0)
-            store.blockTree.roots.push_back(index);
-        else
-            store.blockTree.blocks[static_cast<size_t>(parent)].children.push_back(index);
-        return index;
+        auto& siblings = parent < 0 ? store.blockTree.roots : store.blockTree.blocks[parent].children;
+        siblings.push_back(index);
+        return static_cast<int32_t>(index);
     }
 
-    /// A symbol, listed in scope's symbols unless scope is -1.
-    uint32_t symbol(int32_t scope, const std::string& text, uint8_t kind = 1, uint16_t type = 6,
-                    uint32_t value = 0, uint16_t addressSpace = 2)
+    /// A symbol that no scope lists.
+    uint32_t symbol(const std::string& text, uint8_t kind = 1, uint16_t type = 6, uint32_t value = 0,
+                    uint16_t addressSpace = 2)
     {
         SymbolRecord symbol;
         symbol.kind = kind;
         symbol.typeIndex = type;
         symbol.value = value;
         symbol.addressSpace = addressSpace;
-        symbol.nameIndex = name(text);
-        symbol.firstLocation = static_cast<uint32_t>(store.symbolTable.locations.size());
-        const auto index = static_cast<uint32_t>(store.symbolTable.symbols.size());
+        symbol.nameIndex = store.nameTable.append({2, 0, text, 0, -1});
         store.symbolTable.symbols.push_back(symbol);
-        if (scope >= 0)
-            store.blockTree.blocks[static_cast<size_t>(scope)].symbols.push_back(index);
-        return index;
+        return static_cast<uint32_t>(store.symbolTable.symbols.size() - 1);
     }
 
-    /// A run of line records [address, address + size) for scope, as one FileLineRange.
-    void lineRange(uint32_t scope, std::initializer_list<std::pair<uint32_t, uint32_t>> records)
+    /// Line records [address, address + size) of scope, as one FileLineRange.
+    void lineRange(int32_t scope, const std::vector<std::pair<uint32_t, uint32_t>>& records)
     {
-        FileLineRange range;
-        range.firstLineRecord = static_cast<uint32_t>(store.lineTable.size());
-        for (const auto& [address, size] : records) {
-            LineRecord line;
-            line.address = address;
-            line.size = size;
-            store.lineTable.push_back(line);
-            ++range.lineRecordCount;
-        }
+        FileLineRange range{-1, 0, static_cast<uint32_t>(store.lineTable.size()), uint32_t(records.size())};
+        for (const auto& [address, size] : records)
+            store.lineTable.push_back({address, size});
         store.blockTree.blocks[scope].lineRanges.push_back(static_cast<uint32_t>(store.fileLineRanges.size()));
         store.fileLineRanges.push_back(range);
     }

@@ -8,65 +8,54 @@
 namespace ubrof {
 namespace {
 
-// Areas A [0x100, 0x104), B [0x104, 0x10A) and C [0x200, 0x202).
-class ThreeAreas : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        for (auto [start, end] : {std::pair(0x100, 0x104), std::pair(0x104, 0x10A), std::pair(0x200, 0x202)}) {
-            tarn::CodeArea area;
-            area.startAddress = start;
-            area.endAddress = end;
-            t.store.codeAreas.push_back(area);
-        }
-    }
+using Starts = std::vector<uint64_t>;
 
-    // The start addresses answered, or none with the warning's message.
-    std::vector<uint64_t> areas(uint64_t start, uint64_t end, std::string* warning = nullptr)
-    {
-        tarn::Status status;
-        std::vector<tarn::CodeArea> out(1);
-        const bool found = t.store.getCodeAreasInRange(status, start, end, out);
-        EXPECT_EQ(found, !out.empty());
-        EXPECT_EQ(found, status.isOk());
-        if (!found && warning) {
-            EXPECT_EQ(tarn::ErrorCode::NoSourceLocations, status.getErrorCode());
-            EXPECT_EQ(tarn::Severity::Warning, status.getSeverity());
-            *warning = status.getMessage();
-        }
-        std::vector<uint64_t> starts;
-        for (const tarn::CodeArea& area : out)
-            starts.push_back(area.startAddress);
-        return starts;
-    }
-
-    test::FilledStore t;
-};
-
-TEST_F(ThreeAreas, RangesAnswerFromTheAreaAtOrBeforeTheirStart)
+// The start addresses answered for [start, end], or none with the warning's message.
+Starts areasIn(const TarnUbrofParser& store, uint64_t start, uint64_t end, std::string* warning = nullptr)
 {
-    using Starts = std::vector<uint64_t>;
-    EXPECT_EQ(Starts({0x104}), areas(0x104, 0x104));
-    EXPECT_EQ(Starts({0x104}), areas(0x106, 0x150));
-    EXPECT_EQ(Starts({0x100}), areas(0x50, 0x102));
-    EXPECT_EQ(Starts({0x200}), areas(0x201, 0x201));
-    EXPECT_EQ(Starts({0x104}), areas(0x150, 0x160));
-    EXPECT_EQ(Starts({0x100, 0x104, 0x200}), areas(0, 0x201));
-    std::string warning;
-    EXPECT_EQ(Starts(), areas(0x50, 0x60, &warning));
-    EXPECT_EQ("No Source locations found for the address range [0x50, 0x60].", warning);
-    EXPECT_EQ(Starts(), areas(0x201, 0x300, &warning));
-    EXPECT_EQ("No Source locations found for the address range [0x201, 0x300].", warning);
-    t.store.codeAreas.clear();
-    EXPECT_EQ(Starts(), areas(0, 0xFFFF));
+    tarn::Status status;
+    std::vector<tarn::CodeArea> out(1);
+    const bool found = store.getCodeAreasInRange(status, start, end, out);
+    EXPECT_EQ(found, status.isOk());
+    if (!found && warning) {
+        EXPECT_EQ(std::make_pair(tarn::ErrorCode::NoSourceLocations, tarn::Severity::Warning),
+                  std::make_pair(status.getErrorCode(), status.getSeverity()));
+        *warning = status.getMessage();
+    }
+    Starts starts;
+    for (const tarn::CodeArea& area : out)
+        starts.push_back(area.startAddress);
+    EXPECT_EQ(found, !starts.empty());
+    return starts;
 }
 
-TEST_F(ThreeAreas, AReversedRangeThrows)
+TEST(CodeAreas, RangesAnswerFromTheAreaAtOrBeforeTheirStart)
 {
+    test::FilledStore t;
+    // A [0x100, 0x104), B [0x104, 0x10A), C [0x200, 0x202)
+    for (auto [start, end] : {std::pair(0x100, 0x104), std::pair(0x104, 0x10A), std::pair(0x200, 0x202)}) {
+        t.store.codeAreas.emplace_back();
+        t.store.codeAreas.back().startAddress = start;
+        t.store.codeAreas.back().endAddress = end;
+    }
+    const TarnUbrofParser& s = t.store;
+    EXPECT_EQ(Starts({0x104}), areasIn(s, 0x104, 0x104));
+    EXPECT_EQ(Starts({0x104}), areasIn(s, 0x106, 0x150));
+    EXPECT_EQ(Starts({0x100}), areasIn(s, 0x50, 0x102));
+    EXPECT_EQ(Starts({0x200}), areasIn(s, 0x201, 0x201));
+    EXPECT_EQ(Starts({0x104}), areasIn(s, 0x150, 0x160));
+    EXPECT_EQ(Starts({0x100, 0x104, 0x200}), areasIn(s, 0, 0x201));
+    std::string warning;
+    EXPECT_EQ(Starts(), areasIn(s, 0x50, 0x60, &warning));
+    EXPECT_EQ("No Source locations found for the address range [0x50, 0x60].", warning);
+    EXPECT_EQ(Starts(), areasIn(s, 0x201, 0x300, &warning));
+    EXPECT_EQ("No Source locations found for the address range [0x201, 0x300].", warning);
+    EXPECT_EQ(Starts(), areasIn(TarnUbrofParser(), 0, 0xFFFF));
+
     tarn::Status status;
     std::vector<tarn::CodeArea> out;
     try {
-        t.store.getCodeAreasInRange(status, 0x10, 0x8, out);
+        s.getCodeAreasInRange(status, 0x10, 0x8, out);
         ADD_FAILURE() << "no exception";
     } catch (const tarn::CoreException& e) {
         EXPECT_EQ(tarn::ErrorCode::InvalidAddressRange, e.getErrorCode());
@@ -97,16 +86,15 @@ protected:
 
 TEST_F(TwoFiles, CodeAreasAreSortedAcrossFilesAndNamedByTheirScope)
 {
-    using Area = std::tuple<uint64_t, uint64_t, std::string, std::string, uint64_t, uint8_t>;
+    using Area = std::tuple<uint64_t, uint64_t, std::string, std::string, uint64_t, uint64_t, uint8_t>;
     std::vector<Area> areas;
-    for (const tarn::CodeArea& a : store.codeAreas) {
-        EXPECT_EQ(a.startLine, a.endLine);
-        areas.emplace_back(a.startAddress, a.endAddress, a.functionName, a.fileName, a.startLine, a.isStatement);
-    }
-    EXPECT_EQ(std::vector<Area>({{0x100, 0x102, "g", "C:/work/a.c", 30, 1},
-                                 {0x200, 0x204, "f", "C:/work/a.c", 5, 1},
-                                 {0x204, 0x206, "f", "C:/work/a.c", 6, 1},
-                                 {0x206, 0x208, "f", "C:/work/B.c", 20, 1}}),
+    for (const tarn::CodeArea& a : store.codeAreas)
+        areas.emplace_back(a.startAddress, a.endAddress, a.functionName, a.fileName, a.startLine, a.endLine,
+                           a.isStatement);
+    EXPECT_EQ(std::vector<Area>({{0x100, 0x102, "g", "C:/work/a.c", 30, 30, 1},
+                                 {0x200, 0x204, "f", "C:/work/a.c", 5, 5, 1},
+                                 {0x204, 0x206, "f", "C:/work/a.c", 6, 6, 1},
+                                 {0x206, 0x208, "f", "C:/work/B.c", 20, 20, 1}}),
               areas);
 }
 
@@ -117,13 +105,11 @@ TEST_F(TwoFiles, StatementsAndFilesByName)
         EXPECT_EQ(code, store.findStatementAddress(file, line, 0, &out)) << file << ":" << line;
         return out;
     };
-    EXPECT_EQ(0x200u, address("C:/work/a.c", 6));
-    EXPECT_EQ(0x200u, address("C:/work/A.C", 7));
-    EXPECT_EQ(0x206u, address("C:/work/b.c", 20));
-    EXPECT_EQ(0x100u, address("C:/work/a.c", 30));
-    EXPECT_EQ(0xDEADu, address("C:/work/a.c", 8, -1));
-    EXPECT_EQ(0xDEADu, address("C:/work/c.c", 5, -1));
-    EXPECT_EQ(0xDEADu, address("", 5, -2));
+    // The first statement covering a line wins over a later, narrower one.
+    EXPECT_EQ(Starts({0x200, 0x200, 0x206, 0x100, 0xDEAD, 0xDEAD, 0xDEAD}),
+              Starts({address("C:/work/a.c", 6), address("C:/work/A.C", 7), address("C:/work/b.c", 20),
+                      address("C:/work/a.c", 30), address("C:/work/a.c", 8, -1), address("C:/work/c.c", 5, -1),
+                      address("", 5, -2)}));
     EXPECT_EQ(-2, store.findStatementAddress("a.c", 5, 0, nullptr));
     uint64_t out = 0;
     EXPECT_EQ(258, TarnUbrofParser().findStatementAddress("C:/work/a.c", 5, 0, &out));
@@ -132,9 +118,7 @@ TEST_F(TwoFiles, StatementsAndFilesByName)
     double timestamp = -1;
     uint8_t flags[2] = {9, 9};
     ASSERT_EQ(0, store.getFileInfo(1, &name, &timestamp, flags));
-    EXPECT_EQ("C:/work/B.c", name);
-    EXPECT_EQ(0, flags[0]);
-    EXPECT_EQ(0, flags[1]);
+    EXPECT_EQ(std::make_tuple(std::string("C:/work/B.c"), 0, 0), std::make_tuple(name, flags[0], flags[1]));
     EXPECT_EQ(5, store.getFileInfo(2, &name, &timestamp, flags));
     EXPECT_EQ(-2, store.getFileInfo(0, nullptr, &timestamp, flags));
     EXPECT_EQ(258, TarnUbrofParser().getFileInfo(0, &name, &timestamp, flags));

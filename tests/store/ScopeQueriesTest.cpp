@@ -13,24 +13,21 @@ using test::FilledStore;
 TEST(ContextNumbers, EachKindStartsWhereThePreviousEnds)
 {
     FilledStore t;
-    t.scope(ModuleBlock, -1, 0, 0);
-    t.scope(FunctionBlock, 0, 0, 0);
+    t.scope(FunctionBlock, t.scope(ModuleBlock, -1, 0, 0), 0, 0);
     for (const char* name : {"a", "b", "c"})
-        t.symbol(0, name);
+        t.symbol(name);
     const TarnUbrofParser& s = t.store;
     const uint32_t S = 2, N = 3, T = s.typeTable.getCount();
-    struct Case {
-        uint32_t number, kind;
-        int32_t index;
-    } cases[] = {{1, ScopeContext, 0}, {S, ScopeContext, 1}, {S + 1, SymbolContext, 0},
-                 {S + N, SymbolContext, 2}, {S + N + 1, TypeContext, 0}, {S + N + T, TypeContext, int32_t(T - 1)}};
-    for (const Case& c : cases) {
-        uint32_t kind = 0;
-        EXPECT_EQ(c.index, s.decodeContextId(c.number, &kind)) << c.number;
-        EXPECT_EQ(c.kind, kind) << c.number;
-        EXPECT_EQ(c.number, s.encodeContextId(c.kind, c.index));
+    const std::tuple<uint32_t, uint32_t, int32_t> cases[] = {
+        {1, ScopeContext, 0},  {S, ScopeContext, 1},    {S + 1, SymbolContext, 0},
+        {S + N, SymbolContext, 2}, {S + N + 1, TypeContext, 0}, {S + N + T, TypeContext, int32_t(T - 1)}};
+    for (const auto& [number, kind, index] : cases) {
+        uint32_t decoded = 0;
+        EXPECT_EQ(index, s.decodeContextId(number, &decoded)) << number;
+        EXPECT_EQ(kind, decoded) << number;
+        EXPECT_EQ(number, s.encodeContextId(kind, index));
     }
-    for (uint32_t invalid : {0u, S + N + T + 1, 0x80000000u, 0xFFFFFFFFu}) {
+    for (uint32_t invalid : {0u, S + N + T + 1, 0x80000000u}) {
         uint32_t kind = 99;
         EXPECT_EQ(-1, s.decodeContextId(invalid, &kind)) << invalid;
         EXPECT_EQ(99u, kind);
@@ -39,7 +36,7 @@ TEST(ContextNumbers, EachKindStartsWhereThePreviousEnds)
     EXPECT_EQ(0u, s.encodeContextId(0x4B, 0));
 }
 
-// Every address answer is checked before and after the tree is indexed.
+// Every answer must hold before and after the tree is indexed.
 void expectScopes(FilledStore& t, std::initializer_list<std::pair<uint32_t, int32_t>> answers)
 {
     for (bool indexed : {false, true}) {
@@ -72,8 +69,7 @@ TEST(ScopeAtAddress, OfTwoModulesTheLaterWinsUnlessTheEarlierClaimsPc)
     t.lineRange(first, {});
     const int32_t second = t.scope(ModuleBlock, -1, 0x100, 0x300);
     const int32_t h = t.scope(FunctionBlock, second, 0x190, 0x1A0);
-    expectScopes(t, {{0x120, f}, {0x182, first}, {0x184, second}, {0x162, second}, {0x195, h},
-                     {0x1B0, second}, {0x250, second}});
+    expectScopes(t, {{0x120, f}, {0x182, first}, {0x184, second}, {0x162, second}, {0x195, h}, {0x250, second}});
 }
 
 // Children laid side by side in slots of their parent are searched; children thrown anywhere
@@ -84,18 +80,17 @@ TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRandomTrees)
     auto pick = [&](uint32_t n) { return static_cast<uint32_t>(random() % n); };
     for (int round = 0; round < 150; ++round) {
         FilledStore t;
-        const uint32_t scopes = 1 + pick(40);
-        for (uint32_t i = 0; i < scopes; ++i) {
+        for (uint32_t i = 0, scopes = 1 + pick(40); i < scopes; ++i) {
             const int32_t parent = i == 0 || pick(4) == 0 ? -1 : static_cast<int32_t>(pick(i));
-            const auto& blocks = t.store.blockTree.blocks;
-            const size_t slot = parent < 0 ? t.store.blockTree.roots.size() : blocks[parent].children.size();
+            const auto& tree = t.store.blockTree;
+            const size_t slot = parent < 0 ? tree.roots.size() : tree.blocks[parent].children.size();
             const bool sideBySide = parent < 0 ? round % 2 == 0 : parent % 2 == 0;
-            const uint32_t base = parent < 0 ? 0 : blocks[parent].lowAddress & 0xFFF;
+            const uint32_t base = parent < 0 ? 0 : tree.blocks[parent].lowAddress & 0xFFF;
             uint32_t low = sideBySide ? base + uint32_t(slot) * (parent < 0 ? 0x100 : 0x10) + pick(4) : pick(0x400);
             uint32_t high = low + pick(sideBySide ? 12 : 0x100);
             if (pick(10) == 0)
                 std::tie(low, high) = std::make_pair(0xFFFFFFFFu, 0u);
-            const uint32_t scope = t.scope(parent < 0 ? ModuleBlock : FunctionBlock, parent, low, high);
+            const int32_t scope = t.scope(parent < 0 ? ModuleBlock : FunctionBlock, parent, low, high);
             if (parent < 0)
                 t.lineRange(scope, {{pick(0x400), pick(8)}});
         }
@@ -108,20 +103,22 @@ TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRandomTrees)
     }
 }
 
-// Modules main (a symbol, and ones of kinds 6 and 9), f (locals, a block, a prototype) and
-// other, then a hidden module; blocks main 0, f 1, block 2, other 3, ?lib 4.
+// A group symbol q; modules main (g, and symbols of kinds 6 and 9), its function f (locals, a
+// prototype, a block), other (h, groups 7 and 0) and a hidden one. Scopes: main 0, f 1, block 2,
+// other 3, ?lib 4.
 class NamedScopes : public ::testing::Test {
 protected:
     void SetUp() override
     {
+        using S = UbrofWriter::Symbol;
         UbrofWriter w;
-        w.begFile1().version(8).typeFunction(60, 6, 0, {});
-        w.begLib("main").fileRef(0, "Src/Main.c")
-            .symbolDef({"g", 1, 2, 0x10, 6, {}}).symbolDef({"six", 6, 2, 0, 6, {}}).symbolDef({"nine", 9, 2, 0, 6, {}})
-            .funcBegin1("f", {{"g", 7, 0, 2, 6, {}}, {"x", 7, 0, 4, 6, {}}, {"proto", 1, 0, 0, 60, {}}})
-            .blockBegin1({{"y", 7, 0, 6, 6, {}}}).blockEnd().blockEnd().end();
-        w.begLib("other").symbolDef({"h", 1, 2, 0x20, 6, {}}).end();
-        w.begLib("?lib").symbolDef({"z", 1, 2, 0x30, 6, {}}).end().eof();
+        w.begFile1().version(8).typeFunction(60, 6, 0, {}).grp(0).symbolDef(S{"q", 1, 2, 0x40, 6, {}});
+        w.begLib("main").fileRef(0, "Src/Main.c").symbolDef(S{"g", 1, 2, 0x10, 6, {}})
+            .symbolDef(S{"six", 6, 2, 0, 6, {}}).symbolDef(S{"nine", 9, 2, 0, 6, {}})
+            .funcBegin1("f", {S{"g", 7, 0, 2, 6, {}}, S{"x", 7, 0, 4, 6, {}}, S{"proto", 1, 0, 0, 60, {}}})
+            .blockBegin1({S{"y", 7, 0, 6, 6, {}}}).blockEnd().blockEnd().end();
+        w.begLib("other").grpRef(7).grpRef(0).symbolDef(S{"h", 1, 2, 0x20, 6, {}}).end();
+        w.begLib("?lib").symbolDef(S{"z", 1, 2, 0x30, 6, {}}).end().eof();
         ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
     }
 
@@ -136,19 +133,15 @@ protected:
 
 TEST_F(NamedScopes, NamesAreFoundFromTheScopeOutwardsThenInOtherModules)
 {
-    struct Case {
-        const char* name;
-        int32_t from;
-        uint32_t mode;
-        int32_t foundScope;
-        uint32_t value;
-    } cases[] = {{"y", 2, 0, 2, 6}, {"x", 2, 0, 1, 4}, {"g", 2, 0, 1, 2}, {"g", 2, 1, -1, 0x10},
-                 {"h", 2, 0, -1, 0x20}, {"g", -1, 0, -1, 0x10}};
-    for (const Case& c : cases) {
+    // name, from scope, search mode, found scope, the found symbol's value
+    const std::tuple<const char*, int32_t, uint32_t, int32_t, uint32_t> cases[] = {
+        {"y", 2, 0, 2, 6},     {"x", 2, 0, 1, 4},       {"g", 2, 0, 1, 2},      {"g", 2, 1, -1, 0x10},
+        {"h", 2, 0, -1, 0x20}, {"g", -1, 0, -1, 0x10}, {"q", 2, 0, -1, 0x40}, {"q", 3, 0, 3, 0x40}};
+    for (const auto& [name, from, mode, foundScope, value] : cases) {
         int32_t symbol = -1, scope = 99;
-        ASSERT_EQ(0, store.lookupSymbolByName(c.name, c.from, c.mode, &symbol, &scope)) << c.name;
-        EXPECT_EQ(c.value, store.symbolTable.symbols[symbol].value) << c.name;
-        EXPECT_EQ(c.foundScope, scope) << c.name;
+        ASSERT_EQ(0, store.lookupSymbolByName(name, from, mode, &symbol, &scope)) << name;
+        EXPECT_EQ(value, store.symbolTable.symbols[symbol].value) << name;
+        EXPECT_EQ(foundScope, scope) << name;
     }
     int32_t symbol = 77, scope = 77;
     for (const char* neverFound : {"six", "nine", "nobody"})
@@ -192,33 +185,20 @@ TEST_F(NamedScopes, GlobalLookupByFileFunctionAndVariable)
         EXPECT_EQ(code, store.lookupGlobal(context, name, tag, &out)) << name;
         return out;
     };
-    EXPECT_EQ(1u, global(0, "SRC/main.C", DwTagCompileUnit));
-    EXPECT_EQ(1u, global(0, "src/main.c", 0));
-    EXPECT_EQ(2u, global(0, "f", 0));
-    EXPECT_EQ(2u, global(0, "f", DwTagSubprogram));
-    EXPECT_EQ(0u, global(0, "f", DwTagCompileUnit, -1));
+    using List = std::vector<uint32_t>;
+    const uint32_t x = symbolNamed("x", 1);
+    EXPECT_EQ(List({1, 1, 2, 2, 0}), List({global(0, "SRC/main.C", DwTagCompileUnit), global(0, "src/main.c", 0),
+                                           global(0, "f", 0), global(0, "f", DwTagSubprogram),
+                                           global(0, "f", DwTagCompileUnit, -1)}));
     EXPECT_EQ(symbolNamed("h", 3), global(0, "h", DwTagVariable));
     EXPECT_EQ(0u, global(0, "h", DwTagMember, -1));
     EXPECT_EQ(2u, global(1, "f", DwTagSubprogram));
     EXPECT_EQ(3u, global(2, "block3", DwTagLexicalBlock));
-    EXPECT_EQ(symbolNamed("x", 1), global(2, "x", DwTagVariable));
+    EXPECT_EQ(x, global(2, "x", DwTagVariable));
     EXPECT_EQ(0u, global(2, "nobody", DwTagVariable));
     EXPECT_EQ(0u, global(2, "x", DwTagMember, -1));
-    EXPECT_EQ(0u, global(symbolNamed("x", 1), "x", 0, -1));
+    EXPECT_EQ(0u, global(x, "x", 0, -1));
     EXPECT_EQ(-2, store.lookupGlobal(0, "f", 0, nullptr));
-}
-
-TEST(ScopeNames, GroupsAreSearchedAfterTheScopeAndUnknownGroupsSkipped)
-{
-    FilledStore t;
-    const int32_t m = t.scope(ModuleBlock, -1, 0, 0);
-    t.store.blockTree.blocks[m].groups = {7, 0};
-    t.store.groupTable.resize(1);
-    t.store.groupTable[0].symbols.push_back(t.symbol(-1, "q"));
-    const uint32_t own = t.symbol(m, "r");
-    t.store.groupTable[0].symbols.push_back(t.symbol(-1, "r"));
-    EXPECT_EQ(0, t.store.findSymbolInScope(m, "q"));
-    EXPECT_EQ(int32_t(own), t.store.findSymbolInScope(m, "r"));
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// Symbols and types by context number: classes, locations at a pc, sizes, members and type targets.
+// Symbols and types by context number: locations at a pc, sizes, dimensions, bit fields and members.
 #include "FilledStore.h"
 #include "TestFiles.h"
 #include "parser/Vocabulary.h"
@@ -20,37 +20,11 @@ Where locate(const TarnUbrofParser& store, uint32_t context, uint32_t pc = 0xFFF
     return {location.kind, location.memoryClass, location.value};
 }
 
-TEST(SymbolClass, ScopesBySymbolKindAndTypesByTheirTag)
-{
-    FilledStore t;
-    const int32_t m = t.scope(ModuleBlock, -1, 0, 0);
-    t.scope(LexicalBlock, t.scope(FunctionBlock, m, 0, 0), 0, 0);
-    const uint32_t first = t.symbol(m, "member", 10);
-    for (auto [kind, type] : {std::pair(1, 6), std::pair(9, 6), std::pair(1, 0), std::pair(5, 6)})
-        t.symbol(m, "v", static_cast<uint8_t>(kind), static_cast<uint16_t>(type));
-    const TarnUbrofParser& s = t.store;
-    auto classOf = [&](uint32_t context) {
-        int32_t tag = 99;
-        EXPECT_EQ(0, s.getSymbolClass(context, &tag));
-        return tag;
-    };
-    const uint32_t symbol = s.encodeContextId(SymbolContext, first);
-    EXPECT_EQ(std::vector<int32_t>({DwTagCompileUnit, DwTagSubprogram, DwTagLexicalBlock, DwTagMember,
-                                    DwTagVariable, DwTagVariable, 0, 0}),
-              std::vector<int32_t>({classOf(1), classOf(2), classOf(3), classOf(symbol), classOf(symbol + 1),
-                                    classOf(symbol + 2), classOf(symbol + 3), classOf(symbol + 4)}));
-    EXPECT_EQ(DwTagBaseType, classOf(s.encodeContextId(TypeContext, 6)));
-    EXPECT_EQ(-1, classOf(0));
-    EXPECT_EQ(-1, classOf(0x7FFFFFFF));
-    EXPECT_EQ(-2, s.getSymbolClass(1, nullptr));
-}
-
 TEST(SymbolLocation, EachStorageKindAndTheRegisterCodes)
 {
     FilledStore t;
     auto of = [&](uint8_t kind, uint32_t value, uint16_t space = 2) {
-        const uint32_t symbol = t.symbol(-1, "v", kind, 6, value, space);
-        return locate(t.store, t.store.encodeContextId(SymbolContext, symbol));
+        return locate(t.store, t.store.encodeContextId(SymbolContext, t.symbol("v", kind, 6, value, space)));
     };
     t.store.symbolTable.compilerVersion = 2.0;
     EXPECT_EQ(Where(1, DataMemory, 0x40), of(1, 0x40, 2));
@@ -63,9 +37,9 @@ TEST(SymbolLocation, EachStorageKindAndTheRegisterCodes)
     EXPECT_EQ(Where(3, 99, 5), of(22, 5));
     EXPECT_EQ(Where(4, 99, 99), of(23, 5));
     EXPECT_EQ(Where(0, 99, 99), of(5, 5));
-    const std::pair<uint32_t, uint32_t> registers[] = {{31, 31}, {32, 0}, {40, 16}, {47, 30}, {48, 0},
-                                                       {55, 28}, {56, 0}, {61, 20}, {62, 62}, {73, 73},
-                                                       {74, 0},  {76, 16}, {77, 24}, {78, 0}, {80, 0}};
+    const std::pair<uint32_t, uint32_t> registers[] = {{31, 31}, {32, 0},  {40, 16}, {47, 30}, {48, 0},
+                                                       {55, 28}, {56, 0},  {61, 20}, {62, 62}, {73, 73},
+                                                       {74, 0},  {76, 16}, {77, 24}, {78, 0},  {80, 0}};
     for (const auto& [code, reg] : registers)
         EXPECT_EQ(Where(1, RegisterMemory, reg), of(8, code)) << code;
 }
@@ -73,23 +47,20 @@ TEST(SymbolLocation, EachStorageKindAndTheRegisterCodes)
 TEST(SymbolLocation, RecordsAtOrBelowPcOverrideTheSymbolsOwn)
 {
     FilledStore t;
-    const uint32_t v = t.symbol(-1, "v", 1, 6, 0x50, 2);
+    const uint32_t v = t.symbol("v", 1, 6, 0x50, 2);
     t.store.symbolTable.locations = {{0x100, 8, 0, 40}, {0x200, 21, 0, 0}, {0x300, 7, 0, 4}};
     t.store.symbolTable.symbols[v].locationCount = 3;
     t.store.typeTable.storeType(61, {21, 0x50, 6});
-    const uint32_t io = t.symbol(-1, "port", 7, 61, 3);
-    const uint32_t fn = t.symbol(-1, "f", 1, 6, 0x400, 0);
+    const uint32_t io = t.symbol("port", 7, 61, 3);
+    const uint32_t fn = t.symbol("f", 1, 6, 0x400, 0);
     const int32_t f = t.scope(FunctionBlock, -1, 0x400, 0x410, "f");
     t.store.symbolTable.symbols[fn].nameIndex = t.store.blockTree.blocks[f].nameIndex;
     const TarnUbrofParser& s = t.store;
     const uint32_t context = s.encodeContextId(SymbolContext, v);
     const Where own(1, DataMemory, 0x50), inRegister(1, RegisterMemory, 16);
-    EXPECT_EQ(own, locate(s, context, 0xFF));
-    EXPECT_EQ(inRegister, locate(s, context, 0x100));
-    EXPECT_EQ(inRegister, locate(s, context, 0x1FF));
-    EXPECT_EQ(own, locate(s, context, 0x200));
-    EXPECT_EQ(Where(2, 99, 4), locate(s, context, 0x300));
-    EXPECT_EQ(own, locate(s, context));
+    EXPECT_EQ(std::vector<Where>({own, inRegister, inRegister, own, Where(2, 99, 4), own}),
+              std::vector<Where>({locate(s, context, 0xFF), locate(s, context, 0x100), locate(s, context, 0x1FF),
+                                  locate(s, context, 0x200), locate(s, context, 0x300), locate(s, context)}));
     EXPECT_EQ(Where(1, IoMemory, 3), locate(s, s.encodeContextId(SymbolContext, io)));
     // A function's scope is located through the symbol that bears its name.
     EXPECT_EQ(Where(1, CodeMemory, 0x400), locate(s, s.encodeContextId(ScopeContext, f)));
@@ -101,43 +72,18 @@ TEST(SymbolLocation, RecordsAtOrBelowPcOverrideTheSymbolsOwn)
     EXPECT_EQ(258, TarnUbrofParser().getSymbolLocation(context, 0, &location));
 }
 
-TEST(TypeTarget, PointersArraysAndTypedefsThroughQualifiers)
-{
-    FilledStore t;
-    TypeTable& types = t.store.typeTable;
-    types.storeType(70, {15, 6});
-    types.storeType(71, {19, 3, 5, 7});
-    types.storeType(72, {31, 9});
-    types.storeType(73, {36, 0, 70});
-    types.storeType(74, {21, 0, 6});
-    types.storeType(75, {42, 255, 75});
-    auto target = [&](int32_t type, int16_t code = 0) {
-        int32_t out = -7;
-        uint32_t mode = 0;
-        EXPECT_EQ(code, t.store.getTypeTarget(type, &out, &mode)) << type;
-        return std::pair(out, mode);
-    };
-    EXPECT_EQ(std::pair(6, 2u), target(70));
-    EXPECT_EQ(std::pair(7, 2u), target(71));
-    EXPECT_EQ(std::pair(9, 1u), target(72));
-    EXPECT_EQ(std::pair(6, 2u), target(73));
-    EXPECT_EQ(std::pair(-7, 0u), target(74, -1));
-    EXPECT_EQ(std::pair(-7, 0u), target(75, -1));
-    EXPECT_EQ(std::pair(-7, 0u), target(5000, 5));
-    EXPECT_EQ(std::pair(-7, 0u), target(-1, 5));
-}
-
 // A typedef of a structure, a two-dimensional array and a bit field, each with a variable.
 class TypedSymbols : public ::testing::Test {
 protected:
     void SetUp() override
     {
+        using S = UbrofWriter::Symbol;
         UbrofWriter w;
         w.begFile1().version(8).scopedName("point_t")
             .typeStruct(60, "point", 4, {{"x", 6, 0}, {"y", 6, 2}}).typeTypedef(61, 60, 0)
             .typeArray(62, 2, 8, 8).typeArray(63, 62, 32, 4).typeBitField(64, 3, 5, 1)
-            .begLib("main").symbolDef({"p", 1, 2, 0x100, 61, {}}).symbolDef({"grid", 1, 2, 0x200, 63, {}})
-            .symbolDef({"flags", 1, 2, 0x300, 64, {}}).end().eof();
+            .begLib("main").symbolDef(S{"p", 1, 2, 0x100, 61, {}}).symbolDef(S{"grid", 1, 2, 0x200, 63, {}})
+            .symbolDef(S{"flags", 1, 2, 0x300, 64, {}}).end().eof();
         ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
     }
 
@@ -159,12 +105,11 @@ TEST_F(TypedSymbols, StructMembersByNameAndByPosition)
     EXPECT_EQ(std::make_tuple(std::string("x"), 0u, 3), std::make_tuple(text, offset, symbolIndex));
     // The member became a symbol of its own.
     int32_t tag = 0;
-    store.getSymbolClass(symbol(4), &tag);
-    EXPECT_EQ(DwTagMember, tag);
-    EXPECT_EQ(2, store.getSymbolOffset(symbol(4)));
     std::string name;
+    store.getSymbolClass(symbol(4), &tag);
     store.getContextName(symbol(4), name);
-    EXPECT_EQ("y", name);
+    EXPECT_EQ(std::make_tuple(DwTagMember, 2, std::string("y")),
+              std::make_tuple(tag, store.getSymbolOffset(symbol(4)), name));
 
     text = "z";
     EXPECT_EQ(-1, store.getStructMember(61, text, -1, &type, &offset, &symbolIndex, &count));
@@ -178,24 +123,21 @@ TEST_F(TypedSymbols, StructMembersByNameAndByPosition)
 TEST_F(TypedSymbols, SizesLengthsNamesDimensionsAndBitFields)
 {
     const uint32_t p = symbol(0), grid = symbol(1), flags = symbol(2);
-    EXPECT_EQ(4, store.getContextSize(p));
-    EXPECT_EQ("point_t", store.getContextTypeName(p));
-    EXPECT_EQ(2, store.getContextLength(p));
-    EXPECT_EQ(4, store.getContextLength(grid));
-    EXPECT_EQ("char[4][8]", store.getContextTypeName(grid));
+    EXPECT_EQ(std::make_tuple(4, 2, std::string("point_t")),
+              std::make_tuple(store.getContextSize(p), store.getContextLength(p), store.getContextTypeName(p)));
+    EXPECT_EQ(std::make_tuple(32, 4, std::string("char[4][8]")),
+              std::make_tuple(store.getContextSize(grid), store.getContextLength(grid), store.getContextTypeName(grid)));
     std::vector<int32_t> dimensions;
     store.getArrayDimensions(grid, dimensions);
-    EXPECT_EQ(std::vector<int32_t>({4, 8}), dimensions);
     store.getArrayDimensions(p, dimensions);
-    EXPECT_EQ(2u, dimensions.size());
+    EXPECT_EQ(std::vector<int32_t>({4, 8}), dimensions);
     EXPECT_TRUE(store.isBitFieldContext(flags));
     EXPECT_FALSE(store.isBitFieldContext(p));
     EXPECT_EQ(1, store.getContextSize(flags));
     uint32_t width = 0, position = 0, storage = 0;
     store.getBitFieldInfo(flags, &width, &position, &storage);
-    EXPECT_EQ(std::make_tuple(3u, 5u, 1u), std::make_tuple(width, position, storage));
     store.getBitFieldInfo(p, &width, &position, &storage);
-    EXPECT_EQ(3u, width);
+    EXPECT_EQ(std::make_tuple(3u, 5u, 1u), std::make_tuple(width, position, storage));
     EXPECT_EQ(63, store.getTypeOfSymbolNamed("grid"));
     EXPECT_EQ(61, store.getTypeOfSymbolNamed("nobody"));
     EXPECT_EQ(-1, TarnUbrofParser().getTypeOfSymbolNamed("grid"));
