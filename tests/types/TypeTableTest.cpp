@@ -1,0 +1,141 @@
+// The type table on its own: built-in base types, pointer attribute codes, and graphs no file should hold.
+#include "reader/TypeTable.h"
+
+#include <gtest/gtest.h>
+#include <map>
+#include <tuple>
+
+namespace ubrof {
+namespace {
+
+TypeRecord record(uint32_t kind, uint32_t op1 = 0, uint32_t op2 = 0, uint32_t op3 = 0, uint32_t op4 = 0,
+                  uint32_t op5 = 0)
+{
+    return TypeRecord{kind, op1, op2, op3, op4, op5};
+}
+
+TEST(TypeTable, StartsWithTheBuiltInBaseTypesInIndexOrder)
+{
+    NameTable names;
+    TypeTable types(names);
+    EXPECT_EQ(100u, types.getCount());
+    const std::vector<uint32_t> expected = {1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14,
+                                            23, 24, 25, 26, 27, 28, 31, 32, 45, 46, 47, 48, 54};
+    std::vector<uint32_t> indexes;
+    for (const BaseTypeRecord& base : types.getBaseTypeRecords())
+        indexes.push_back(base.index);
+    EXPECT_EQ(expected, indexes);
+    const auto bases = types.getBaseTypeRecords();
+    auto facts = [&bases](size_t i) { return std::make_tuple(bases[i].name, bases[i].size, bases[i].category); };
+    EXPECT_EQ(std::make_tuple(std::string("unsigned char"), 1u, 2u), facts(0));
+    EXPECT_EQ(std::make_tuple(std::string("long double"), 4u, 3u), facts(10));
+    EXPECT_EQ(std::make_tuple(std::string("far func *"), 3u, 5u), facts(21));
+    EXPECT_EQ(std::make_tuple(std::string("char"), 1u, 1u), facts(26));
+    EXPECT_EQ("unsigned long long", types.renderTypeName(45));
+    for (uint32_t gap : {29u, 30u, 33u, 34u, 37u, 40u})
+        EXPECT_EQ(0u, types.getRecord(gap).kind) << gap;
+}
+
+TEST(TypeTable, PointerAttributeCodesMapToPointerKinds)
+{
+    std::map<uint32_t, uint32_t> special = {{18, 24}, {19, 25}, {20, 26}, {21, 27}, {22, 28}, {23, 29},
+                                            {24, 30}, {33, 31}, {34, 32}, {35, 33}, {36, 34}, {37, 37},
+                                            {38, 38}, {39, 39}, {40, 40}};
+    for (uint32_t code = 0; code < 256; ++code) {
+        const uint32_t expected = special.count(code) ? special[code] : 23;
+        // Bits outside 4 to 11 do not matter.
+        EXPECT_EQ(expected, TypeTable::pointerKindFromAttribute((code << 4) | 0xF00F | 0x8000)) << code;
+    }
+}
+
+TEST(TypeTable, GraphsThatReferToThemselvesEndAndStayWithinTheBuffer)
+{
+    NameTable names;
+    TypeTable types(names);
+    types.storeType(200, record(15, 200));         // pointer to itself
+    types.storeType(201, record(49, 201));         // typedef of itself
+    types.storeType(202, record(21, 0, 202));      // qualifier of itself
+    types.storeType(203, record(16, 203, 4, 3));   // array of itself
+    types.storeType(204, record(19, 1, 2, 204));   // bit field stored in itself
+    types.storeType(205, record(20, 205, 0, 0, 255, 0));
+    types.parameterTypes.assign(255, 205);         // every parameter is the function again
+
+    for (uint32_t index = 200; index <= 205; ++index) {
+        SCOPED_TRACE(index);
+        EXPECT_LE(types.renderTypeName(index).size(), kMaxNameLength);
+        TypeInfo info;
+        types.getTypeInfo(index, info);
+        int32_t tag = 0;
+        types.getDwarfTag(index, tag);
+        uint32_t target = 0;
+        types.getReferencedType(index, target);
+        std::vector<int32_t> dims;
+        types.collectArrayDimensions(index, dims);
+        EXPECT_LE(dims.size(), TypeTable::kMaxTypeDepth + 1);
+    }
+    EXPECT_FALSE(types.isFunctionType(202));
+    EXPECT_EQ(kMaxNameLength, types.renderTypeName(205).size());
+    EXPECT_EQ(0, types.renderTypeName(205).compare(0, 10, "((((((((((")); // result first, at every level
+    int32_t tag = 0;
+    EXPECT_FALSE(types.getDwarfTag(202, tag));
+    EXPECT_FALSE(types.getDwarfTag(204, tag));
+    TypeInfo untouched{9, 9, 9, 9, 9};
+    types.getTypeInfo(201, untouched);
+    EXPECT_EQ(9u, untouched.category);
+}
+
+TEST(TypeTable, LongTextsAreCutAtTheBufferSize)
+{
+    NameTable names;
+    names.append(NameRecord{0, 0, std::string(2000, 'n'), kNoIndex, -1});
+    TypeTable types(names);
+    types.storeType(100, record(17, 0, 1, 4));
+    EXPECT_EQ("struct " + std::string(kMaxNameLength - 7, 'n'), types.renderTypeName(100));
+
+    // Sixty qualifiers of 35 characters each: far more than fits.
+    std::string full = "int";
+    for (uint32_t i = 0; i < 60; ++i) {
+        types.storeType(200 + i, record(42, 255, i == 0 ? 6 : 199 + i, 0xF));
+        full += " const volatile restrict writeonly";
+    }
+    EXPECT_EQ(full.substr(0, kMaxNameLength), types.renderTypeName(259));
+
+    types.storeType(300, record(16, 301, 0, 7));
+    types.storeType(301, record(16, 100, 0, -1));
+    EXPECT_EQ(("struct " + std::string(kMaxNameLength - 7, 'n')), types.renderTypeName(300));
+    types.storeType(302, record(16, 6, 0, -2));
+    EXPECT_EQ("int[-2]", types.renderTypeName(302));
+}
+
+TEST(TypeTable, IndexesOutsideTheTablesAreAnsweredSafely)
+{
+    NameTable names;
+    TypeTable types(names);
+    types.memories.resize(2);
+
+    EXPECT_EQ("undefined_type", types.renderTypeName(5000));
+    TypeInfo info;
+    types.getTypeInfo(5000, info);
+    EXPECT_EQ(0u, info.category);
+    EXPECT_EQ(2u, info.memoryClass);
+
+    types.storeType(100, record(42, 40, 6)); // memory 40 was never described
+    types.storeType(101, record(15, 100));
+    types.storeType(102, record(50, 100, 6));
+    types.storeType(105, record(20, 6, 0, 0, 3, 1000)); // parameters beyond the list
+    for (uint32_t index : {101u, 102u}) {
+        TypeInfo pointer;
+        types.getTypeInfo(index, pointer);
+        EXPECT_EQ(0u, pointer.size) << index;
+    }
+    types.getTypeInfo(100, info);
+    EXPECT_EQ(std::make_tuple(2u, 0u), std::make_tuple(info.memoryClass, info.extra));
+    EXPECT_FALSE(types.isIoType(100));
+    EXPECT_EQ("(int) ()", types.renderTypeName(105));
+    const uint32_t count = types.getCount();
+    types.setTypeSize(5000, 3);
+    EXPECT_EQ(count, types.getCount());
+}
+
+} // namespace
+} // namespace ubrof
