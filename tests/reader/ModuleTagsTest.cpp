@@ -1,0 +1,138 @@
+// File, module, group and origin tags, dates, and where t_abs_var puts its bytes.
+#include "ReaderFixture.h"
+
+#include "reader/OleDate.h"
+#include "reader/ReaderError.h"
+
+namespace ubrof::test {
+namespace {
+
+using ModuleTags = ReaderTest;
+
+TEST_F(ModuleTags, RecordsModulesWithTheirBlocks)
+{
+    UbrofWriter w;
+    w.begFile1({2000, 1, 1, 12, 0, 0}).version(6, 7, 8).segInfo({{"CODE", 2}, {"DATA", 0}});
+    w.keyValue("producer", "compiler").begLib("?C_STARTUP", {2000, 2, 29}, {1, 2, 3});
+    w.debug(0x11).aux(0x2233).aux1("1.5", 0x5A05).endAbs();
+    // t_end_abs leaves the module open, so the next module nests inside it.
+    w.begPgm("main", {1900, 2, 29}).aux1("2.10", 0x5BFF).aux1("1.0").end().end().eof();
+    ASSERT_EQ("", read(w));
+
+    EXPECT_DOUBLE_EQ(36526.5, store->fileHeader.creationTime);
+    EXPECT_EQ((std::array<uint8_t, 3>{6, 7, 8}), store->fileHeader.versionBytes);
+    ASSERT_EQ(2u, store->moduleTable.size());
+    const ModuleRecord& startup = store->moduleTable[0];
+    EXPECT_EQ("?C_STARTUP", startup.name);
+    EXPECT_EQ((std::array<uint8_t, 3>{1, 2, 3}), startup.attributes);
+    EXPECT_DOUBLE_EQ(36585.0, startup.creationDate);
+    EXPECT_EQ(0x11, startup.debugByte);
+    EXPECT_EQ(0x2233, startup.auxWord);
+    EXPECT_EQ(0x5A05, startup.versionCode);
+    EXPECT_EQ("1.5", startup.versionText.value_or("none"));
+    const ModuleRecord& main = store->moduleTable[1];
+    EXPECT_EQ(0.0, main.creationDate); // 1900 was no leap year
+    EXPECT_EQ("1.0", main.versionText.value_or("none"));
+    // The highest version text counts, not the last one.
+    EXPECT_DOUBLE_EQ(2.10, store->symbolTable.compilerVersion);
+
+    const BlockTree& tree = store->blockTree;
+    ASSERT_EQ(2u, tree.blocks.size());
+    EXPECT_EQ((std::vector<uint32_t>{0}), tree.roots);
+    EXPECT_EQ(ModuleBlock, tree.blocks[0].kind);
+    EXPECT_EQ(1, tree.blocks[0].isHidden);
+    EXPECT_EQ(0, tree.blocks[1].isHidden);
+    EXPECT_EQ(1, tree.blocks[1].moduleIndex);
+    EXPECT_EQ(-1, tree.blocks[1].nameIndex);
+    EXPECT_EQ(0, tree.blocks[1].parent);
+    EXPECT_EQ(-1, tree.current);
+    EXPECT_EQ(-1, tree.currentTopLevel);
+}
+
+TEST_F(ModuleTags, ConvertsDatesToOleDays)
+{
+    double date = -7;
+    EXPECT_TRUE(toOleDate(1899, 12, 30, 0, 0, 0, date));
+    EXPECT_EQ(0.0, date);
+    EXPECT_TRUE(toOleDate(1899, 12, 29, 6, 0, 0, date));
+    EXPECT_DOUBLE_EQ(-1.25, date); // before day 0 the time of day counts backwards
+    EXPECT_TRUE(toOleDate(9999, 12, 31, 23, 59, 59, date));
+    EXPECT_DOUBLE_EQ(2958465.0 + 86399.0 / 86400.0, date);
+    date = 5;
+    for (auto bad : std::vector<std::array<uint32_t, 6>>{{10000, 1, 1, 0, 0, 0}, {2001, 2, 29, 0, 0, 0},
+                                                         {2000, 4, 31, 0, 0, 0}, {2000, 13, 1, 0, 0, 0},
+                                                         {2000, 0, 1, 0, 0, 0}, {2000, 1, 0, 0, 0, 0},
+                                                         {2000, 1, 1, 24, 0, 0}, {2000, 1, 1, 0, 60, 0},
+                                                         {2000, 1, 1, 0, 0, 60}})
+        EXPECT_FALSE(toOleDate(bad[0], bad[1], bad[2], bad[3], bad[4], bad[5], date)) << bad[0];
+    EXPECT_EQ(5.0, date);
+}
+
+TEST_F(ModuleTags, RegistersDefinitionsByContext)
+{
+    UbrofWriter w = fileStart();
+    w.grp(3).symbolDef(symbol("g3")).grp(1).symbolDef(symbol("inLastGroup")).begLib("m").grpRef(3).grpRef(1);
+    w.symbolDef(symbol("inModule")).end().symbolDef(symbol("nowhere")).grpRef(0x4D4D).eof();
+    ASSERT_EQ("", read(w));
+    ASSERT_EQ(4u, store->groupTable.size());
+    EXPECT_EQ((std::vector<uint32_t>{0, 1}), store->groupTable[3].symbols);
+    EXPECT_TRUE(store->groupTable[1].symbols.empty());
+    EXPECT_EQ((std::vector<uint32_t>{2}), store->blockTree.blocks[0].symbols);
+    EXPECT_EQ((std::vector<uint32_t>{3, 1}), store->blockTree.blocks[0].groups);
+    // Outside a module t_grp_ref reads nothing: its bytes 0x4D 0x4D are read as two t_beg_file tags.
+    EXPECT_EQ(4u, store->symbolTable.symbols.size());
+    EXPECT_EQ("nowhere", symbolName(3));
+}
+
+TEST_F(ModuleTags, PlacesBytesBySegmentTypeAndVersion)
+{
+    UbrofWriter w = fileStart();
+    w.org(1, 0x10).absVar({0xC1}).org(2, 0x20).absVar({0xD1}).org(7, 0x30).absVar({0xD2});
+    w.org(4, 0x500).absVar({0x44, 0x44}).absVar({0xD3}); // type 4 keeps nothing, moves nothing
+    w.org(3, 0x40).absVar({0xC2}); // before version 2.0 type 3 is code memory
+    w.aux1("2.0").absVar({0xE1});  // now the same type means EEPROM, from eepromAddress
+    w.org(3, 0x8).absVar({0xE2, 0xE3}).org(9, 0x50).absVar({0xC3}).org(5, 0).absVar({}).eof();
+    ASSERT_EQ("", read(w));
+    auto bytes = [](const DMemory& image, uint32_t address, uint32_t count) {
+        std::vector<uint8_t> out(count);
+        image.read(address, count, out.data());
+        return out;
+    };
+    EXPECT_EQ((std::vector<uint8_t>{0xC1, 0xFF}), bytes(store->codeMemory, 0x10, 2));
+    EXPECT_EQ((std::vector<uint8_t>{0xC2, 0xFF}), bytes(store->codeMemory, 0x40, 2));
+    EXPECT_EQ((std::vector<uint8_t>{0xC3}), bytes(store->codeMemory, 0x50, 1));
+    EXPECT_EQ((std::vector<uint8_t>{0xD1}), bytes(store->dataMemory, 0x20, 1));
+    EXPECT_EQ((std::vector<uint8_t>{0xD2}), bytes(store->dataMemory, 0x30, 1));
+    EXPECT_EQ((std::vector<uint8_t>{0xE1, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xE2, 0xE3}),
+              bytes(store->eepromMemory, 0, 10));
+    // The empty t_abs_var at address 0 widened nothing.
+    EXPECT_EQ(0x10u, store->codeMemory.lowAddress());
+    EXPECT_EQ(0x50u, store->codeMemory.highAddress());
+    EXPECT_EQ(0x20u, store->dataMemory.lowAddress());
+    EXPECT_EQ(0x30u, store->dataMemory.highAddress());
+    EXPECT_EQ(9u, store->eepromMemory.highAddress());
+}
+
+TEST_F(ModuleTags, GrowsImagesSixteenfoldUpToTheirLimit)
+{
+    UbrofWriter w = fileStart();
+    w.org(1, 0x30000).absVar({0xAB}).eof();
+    ASSERT_EQ("", read(w));
+    EXPECT_EQ(0x200000u, store->codeMemory.capacity());
+    uint8_t out[3];
+    store->codeMemory.read(0x2FFFF, 3, out);
+    EXPECT_EQ(0xFF, out[0]);
+    EXPECT_EQ(0xAB, out[1]);
+    EXPECT_EQ(0xFF, out[2]);
+    store->codeMemory.read(0xFFFFFFFE, 2, out); // beyond the image: the fill byte
+    EXPECT_EQ(0xFF, out[1]);
+
+    DMemory image(0x1000, 0);
+    EXPECT_THROW(image.reserve(0xFFFFFFFF, 0xFF), ReaderError);
+    EXPECT_EQ(0x1000u, image.capacity());
+    EXPECT_EQ(0xFFFFFFFFu, image.lowAddress());
+    EXPECT_EQ(0u, image.highAddress());
+}
+
+} // namespace
+} // namespace ubrof::test

@@ -1,0 +1,119 @@
+// The reader core: dispatch, the skip rule, every error text, and files cut short anywhere.
+#include "ReaderFixture.h"
+
+#include "reader/ReaderError.h"
+#include "reader/TagCodes.h"
+
+namespace ubrof::test {
+namespace {
+
+using ReaderCore = ReaderTest;
+
+TEST_F(ReaderCore, PassesOverUnknownTagsByTheirSkipCodes)
+{
+    UbrofWriter w;
+    // 0x60: three bytes; 0x61: a byte count; 0x62: a 16-bit count; 0x63: a 32-bit count;
+    // 0x64 twice: the first pair counts; 0x4C has a handler, so its skip code is never used.
+    w.begFile1().version(8, 0, 0, {{0x60, 3}, {0x61, 0xFD}, {0x62, 0xFE}, {0x63, 0xFF}, {0x64, 1},
+                                   {0x64, 0x80}, {0x4C, 0x7F}});
+    w.tag(0x60).raw({1, 2, 3});
+    w.tag(0x61).u8(5).raw({1, 2, 3, 4, 5});
+    w.tag(0x62).u16(0x0102).raw(std::vector<uint8_t>(0x102, 0x4C));
+    w.tag(0x63).u32(2).raw({0xEE, 0xEE});
+    w.tag(0x64).u8(0x99);
+    w.symbolDef(symbol("x")).eof().raw({0x80, 0x81}); // nothing after t_ubrof_eof is read
+    EXPECT_EQ("", read(w));
+    ASSERT_EQ(1u, store->symbolTable.symbols.size());
+    EXPECT_EQ("x", symbolName(0));
+}
+
+TEST_F(ReaderCore, NamesEachFailureWithItsText)
+{
+    const std::string unknown = kUnknownTag;
+    const std::string tagError = kTagProcessingError;
+    auto failure = [this](UbrofWriter& w) { return read(w.eof()); };
+    {
+        UbrofWriter w;
+        w.begFile1().tag(0x60).version(8, 0, 0, {{0x60, 0}}); // skip information comes too late
+        EXPECT_EQ(unknown, failure(w));
+    }
+    for (uint8_t skip : {0x80, 0xC0, 0xFC}) {
+        UbrofWriter w;
+        w.begFile1().version(8, 0, 0, {{0x60, skip}}).tag(0x60);
+        EXPECT_EQ(unknown, failure(w)) << int(skip);
+    }
+    {
+        UbrofWriter w;
+        w.begFile1().version(8).tag(0x60);
+        EXPECT_EQ(unknown, failure(w));
+    }
+    {
+        UbrofWriter w;
+        w.begFile1().version(9).raw({0, 0x60, 0});
+        EXPECT_EQ(tagError, failure(w));
+    }
+    for (auto build : {+[](UbrofWriter& w) { w.funcBegin(); }, +[](UbrofWriter& w) { w.blockBegin(); },
+                       +[](UbrofWriter& w) { w.aux1("1.0", 0x5C00); },
+                       +[](UbrofWriter& w) { w.scopedNameOfForm(4); }}) {
+        UbrofWriter w = fileStart();
+        w.begLib("m");
+        build(w);
+        EXPECT_EQ(tagError, failure(w));
+    }
+    {
+        UbrofWriter w = fileStart();
+        w.org(1, DMemory::kMaxCapacity - 1).absVar({1}); // the last byte the image can hold
+        w.absVar({2});
+        EXPECT_EQ(kOutOfMemory, failure(w));
+        EXPECT_EQ(DMemory::kMaxCapacity, store->codeMemory.capacity());
+    }
+    {
+        // A 32-bit count far beyond the file is refused before anything is allocated for it.
+        UbrofWriter w = fileStart();
+        w.tag(uint8_t(Tag::t_key_value)).u32(0).u32(0xFFFFFFF0).raw({'k'});
+        EXPECT_EQ(kUnexpectedEndOfFile, failure(w));
+    }
+    {
+        // 65535 location entries announced in a t_symbol_def1, one byte there.
+        UbrofWriter w = fileStart();
+        w.begLib("m").tag(uint8_t(Tag::t_symbol_def1)).u8(1).u16(2).u32(0).text8("x").u16(0);
+        w.u16(0xFFFF).u8(0);
+        EXPECT_EQ(kUnexpectedEndOfFile, read(w));
+    }
+    CParser reader(store->fileHeader, store->nameTable, store->typeTable, store->groupTable,
+                   store->moduleTable, store->blockTree, store->symbolTable, store->codeMemory,
+                   store->eepromMemory, store->dataMemory, store->sourceFileTable, store->lineTable,
+                   store->fileIndex, store->fileLineRanges);
+    EXPECT_EQ(0, reader.parse(""));
+    EXPECT_EQ(0, reader.parse(nullptr));
+    EXPECT_EQ(0, reader.parse(dir.path("missing.d90").c_str()));
+}
+
+// A file with a tag of every family the reader handles without the type tags.
+UbrofWriter everyFamily()
+{
+    UbrofWriter w;
+    w.begFile1().version(8, 0, 0, {{0xD3, 0xFE}, {0x60, 2}, {0x61, 0xFD}, {0x62, 0xFF}});
+    w.segInfo({{"CODE", 1}}).keyValue("key", "value").tag(0xD3).u16(3).raw({1, 2, 3});
+    w.tag(0x60).raw({1, 2}).tag(0x61).u8(1).u8(0).tag(0x62).u32(1).u8(0);
+    w.grp(2).symbolDef(symbol("g")).begPgm("main").debug(1).aux(2).aux1("2.10").grpRef(2);
+    w.fileRef(0, "main.c").fileRef(1, "io.h").file("lib.c", {"int a;", "int b;"}).newFile(1);
+    w.scopedName("outer").scopedFunctionName(0, 1).scopedBlockName(0, 2).macro("N", "1");
+    w.symbolDef1({"v", 1, 2, 0x100, 0, {{0x10, 4, 2, 8}}}).scopedName("_A_PORTB");
+    w.symbolDef2(5, 1, 2, 0x38, 0, {{0, 1, 2, 0x38}}).subDefObjAttr(1);
+    w.funcBegin1("f", {{"p", 2, 2, 4, 0, {{0x200, 2, 2, 6}}}}).org(1, 0x200).srcStat(3, 3, 14);
+    w.absVar({1, 2}).sourceRange().blockBegin1({symbol("q")}).blockBegin3(3).blockEnd().blockEnd();
+    w.blockEnd().org(2, 0x60).absVar({9}).org(3, 0).absVar({7}).end().endAbs().eof();
+    return w;
+}
+
+TEST_F(ReaderCore, FailsAtEveryCutWithoutACrash)
+{
+    const UbrofWriter w = everyFamily();
+    ASSERT_EQ("", read(w));
+    for (size_t n = 0; n < w.size(); ++n)
+        ASSERT_EQ(kUnexpectedEndOfFile, read(w.prefix(n))) << "cut after " << n << " bytes";
+}
+
+} // namespace
+} // namespace ubrof::test
