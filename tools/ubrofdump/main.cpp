@@ -41,6 +41,8 @@ Commands:
   context FILE ID                   the symbol context of an ID
   compiler FILE                     machine, producer and base types
 
+FILE may also come before COMMAND.
+
 Options:
   --json                one JSON document on standard output
   --map-path FROM=TO    show source paths that begin with FROM as beginning with TO (repeatable)
@@ -158,9 +160,14 @@ int run(int argc, char** argv)
     }
 
     std::string command = "summary";
-    if (!options.positional.empty() && kCommands.count(options.positional.front())) {
-        command = options.positional.front();
-        options.positional.erase(options.positional.begin());
+    auto& positional = options.positional;
+    if (!positional.empty() && kCommands.count(positional.front())) {
+        command = positional.front();
+        positional.erase(positional.begin());
+    } else if (positional.size() > 1 && kCommands.count(positional[1])) {
+        // FILE COMMAND reads as naturally as COMMAND FILE.
+        command = positional[1];
+        positional.erase(positional.begin() + 1);
     }
     if (options.positional.empty())
         throw UsageError{"no FILE given"};
