@@ -26,31 +26,46 @@ void TarnUbrofParser::buildCodeAreas()
         return scopeNames[at];
     };
 
+    // The areas are ordered by address before any is built: sorting small keys is cheap, moving
+    // the areas themselves is not.
+    struct Key {
+        uint32_t address;
+        uint32_t file;
+        uint32_t lineRecord;
+    };
+    std::vector<Key> keys;
+    keys.reserve(lineTable.size());
+    std::vector<std::string> publicPaths;
+    publicPaths.reserve(sourceFileTable.size());
     for (const SourceFileRecord& file : sourceFileTable) {
-        const std::string publicPath = fileMapper.GetPublicPath(file.name);
+        const auto fileIndex = static_cast<uint32_t>(publicPaths.size());
+        publicPaths.push_back(fileMapper.GetPublicPath(file.name));
         for (uint32_t rangeIndex : file.lineRanges) {
             if (rangeIndex >= fileLineRanges.size())
                 continue;
             const FileLineRange& range = fileLineRanges[rangeIndex];
             const uint64_t end = std::min<uint64_t>(uint64_t(range.firstLineRecord) + range.lineRecordCount,
                                                     lineTable.size());
-            for (uint64_t i = range.firstLineRecord; i < end; ++i) {
-                const LineRecord& record = lineTable[i];
-                tarn::CodeArea area;
-                area.functionName = functionNameAt(record.address);
-                area.fileName = publicPath;
-                area.startLine = record.line;
-                area.endLine = record.line;
-                area.startAddress = record.address;
-                area.endAddress = uint64_t(record.address) + record.size;
-                area.isStatement = 1;
-                codeAreas.push_back(std::move(area));
-            }
+            for (uint64_t i = range.firstLineRecord; i < end; ++i)
+                keys.push_back({lineTable[i].address, fileIndex, static_cast<uint32_t>(i)});
         }
     }
-    std::stable_sort(codeAreas.begin(), codeAreas.end(), [](const tarn::CodeArea& a, const tarn::CodeArea& b) {
-        return a.startAddress < b.startAddress;
-    });
+    auto byAddress = [](const Key& a, const Key& b) { return a.address < b.address; };
+    if (!std::is_sorted(keys.begin(), keys.end(), byAddress))
+        std::stable_sort(keys.begin(), keys.end(), byAddress);
+
+    codeAreas.reserve(codeAreas.size() + keys.size());
+    for (const Key& key : keys) {
+        const LineRecord& record = lineTable[key.lineRecord];
+        tarn::CodeArea& area = codeAreas.emplace_back();
+        area.functionName = functionNameAt(record.address);
+        area.fileName = publicPaths[key.file];
+        area.startLine = record.line;
+        area.endLine = record.line;
+        area.startAddress = record.address;
+        area.endAddress = uint64_t(record.address) + record.size;
+        area.isStatement = 1;
+    }
 }
 
 void TarnUbrofParser::createMemberSymbols()
