@@ -203,6 +203,22 @@ TEST(UbrofdumpExit, UsageErrorsGiveStatusTwo)
     EXPECT_NE(std::string::npos, help.out.find("usage: ubrofdump"));
 }
 
+TEST(Ubrofgen, LargeProgramsHaveTheShapeAskedFor)
+{
+    ScratchDir dir;
+    const std::string file = dir.path("large.d90");
+    const std::string command = std::string(UBROFGEN) + " --large 3 4 5 " + file;
+    ASSERT_EQ(0, std::system(command.c_str()));
+    const DumpResult run = ubrofdump(dir, {"--json", "large.d90"});
+    ASSERT_EQ(0, run.status) << run.err;
+    const auto summary = boost::json::parse(run.out).at("Summary");
+    EXPECT_EQ(3, summary.at("Modules").to_number<int>());
+    EXPECT_EQ(12, summary.at("Functions").to_number<int>());
+    EXPECT_EQ(60, summary.at("CodeAreas").to_number<int>());
+    EXPECT_EQ(3, summary.at("SourceFiles").to_number<int>());
+    EXPECT_EQ(3 * (4 + 4), summary.at("GlobalSymbols").to_number<int>());
+}
+
 TEST(UbrofdumpBuild, LinksNoneOfTheModulesCode)
 {
     // Symbol and debug names of the reader and the store would be in the executable if it linked them.

@@ -130,7 +130,7 @@ UbrofWriter sampleProgram()
     ProgramBuilder b;
     UbrofWriter& w = b.w;
     w.begFile1(kFixedDate).version(8, 0, 0, {{0xD3, 0xFE}});
-    w.segInfo({{"INTVEC", 1}, {"CODE", 1}, {"NEAR_Z", 1}, {"EEPROM_I", 1}});
+    w.segInfo({{"VECTORS", 1}, {"CODE", 1}, {"DATA", 1}, {"EEPROM", 1}});
     w.keyValue("__rt_version", "3");
     // A tag this reader has no handler for, passed over by the skip information above.
     w.tag(0xD3).u16(4).u32(0x00010002);
@@ -232,7 +232,7 @@ UbrofWriter sampleProgram()
     // ---- lcd.c, carried inside the file.
     w.begLib("lcd", kFixedDate).aux1("5.30").debug(1);
     w.file("C:\\work\\thermo\\lcd.c",
-           {"/* lcd.c - HD44780 driver on PORTB */", "#include <ioavr.h>", "#include \"lcd.h\"", "",
+           {"/* lcd.c - HD44780 driver on PORTB */", "#include <io.h>", "#include \"lcd.h\"", "",
             "unsigned char lcd_buffer[2][16];", "char const __flash banner[12] = \"Thermo v1.0\";", "",
             "void lcd_write(unsigned char c)", "{", "  PORTB = c;", "  PORTB |= 0x80;", "  PORTB &= ~0x80;", "}",
             "", "void lcd_init(void)", "{", "  DDRB = 0xFF;", "  lcd_write(0x38);", "  lcd_write(0x0C);", "}", "",
