@@ -4,6 +4,7 @@
 
 #include "host/CoreException.h"
 #include "info/UbrofSymbolContext.h"
+#include "parser/TarnUbrofParser.h"
 #include "parser/UbrofParser.h"
 
 #include <boost/make_shared.hpp>
@@ -12,9 +13,9 @@
 namespace ubrof {
 namespace {
 
-using test::ScratchDir;
 using Ctx = tarn::ISymbolContext;
 using Piece = std::tuple<uint64_t, int32_t, std::string, uint32_t, uint32_t>;
+using Location = std::pair<int, std::vector<Piece>>;
 
 class Frame : public tarn::IStackTraceContext {
 public:
@@ -26,7 +27,7 @@ private:
     uint64_t pc_;
 };
 
-std::pair<int, std::vector<Piece>> locationAt(const Ctx::Ptr& context, uint64_t pc)
+Location locationAt(const Ctx::Ptr& context, uint64_t pc)
 {
     const auto location = context->getLocation(boost::make_shared<Frame>(pc));
     std::vector<Piece> pieces;
@@ -54,78 +55,64 @@ protected:
             .typeBitField(102, 3, 5, 1)
             .typeBitField(103, 3, 0, 1)
             .typeStruct(104, "flags", 1, {{"mode", 102, 0}, {"low", 103, 0}})
-            .typeArray(105, 6, 8, 4);
+            .typeArray(105, 6, 8, 4)
+            .typeStruct(106, "huge", 0x7FFFFFFF, {});
         w.symbolDef({"count", 1, 2, 0x200, 6, {}})
             .symbolDef({"pt", 1, 2, 0x210, 100, {}})
             .symbolDef({"PORTB", 1, 2, 0x38, 101, {}})
             .symbolDef({"f", 1, 2, 0x220, 104, {}})
             .symbolDef({"buf", 1, 2, 0x230, 105, {}});
         w.fileRef(0, "main.c").org(1, 0x100);
-        w.funcBegin1("main", {{"r", 8, 0, 24, 6, {}}}).srcStat(3, 3).absVar({0, 0, 0, 0});
+        w.funcBegin1("main", {{"r", 8, 0, 24, 6, {}}, {"big", 8, 0, 2, 106, {}}}).srcStat(3, 3).absVar({0, 0, 0, 0});
         // A local that shadows the global: in a frame slot first, then in data memory.
         w.blockBegin1({{"count", 7, 0, 2, 6, {{0x104, 7, 0, 4}, {0x10A, 1, 2, 0x300}}}})
             .srcStat(5, 6)
             .absVar({0, 0, 0, 0, 0, 0, 0, 0})
             .blockEnd();
         w.srcStat(8, 8).absVar({0, 0}).blockEnd().end().eof();
-        dir = new ScratchDir;
-        parser = new UbrofParser(dir->save(w));
+        parser = new UbrofParser(dir.save(w));
     }
-    static void TearDownTestSuite()
-    {
-        delete parser;
-        delete dir;
-    }
+    static void TearDownTestSuite() { delete parser; }
 
-    static ScratchDir* dir;
-    static UbrofParser* parser;
+    static inline test::ScratchDir dir;
+    static inline UbrofParser* parser = nullptr;
     boost::shared_ptr<tarn::ISymbolInformation> symbols = parser->createSymbolInformation();
 };
-
-ScratchDir* DebuggerWalk::dir = nullptr;
-UbrofParser* DebuggerWalk::parser = nullptr;
 
 TEST_F(DebuggerWalk, FindsTheLocalAtAPcInANestedBlockAndFollowsItsLocationList)
 {
     const Ctx::Ptr scope = symbols->getScopeContextFromPc(0x106);
     ASSERT_TRUE(scope);
     EXPECT_EQ("block3", scope->getName());
-    EXPECT_EQ(Ctx::CodeSymbol, scope->getSymbolClass());
-    EXPECT_EQ(Ctx::FunctionType, scope->getTypeClass());
     EXPECT_FALSE(symbols->getScopeContextFromPc(0x10E));
 
     const Ctx::Ptr local = symbols->lookupSymbolFromPc("count", 0x106, false);
     const Ctx::Ptr global = symbols->lookupGlobalSymbol("count", false);
     ASSERT_TRUE(local && global);
     EXPECT_FALSE(local->isEquivalent(global));
-    EXPECT_TRUE(global->isEquivalent(symbols->lookupSymbolFromPc("count", 0x10C, false)));
-    EXPECT_TRUE(global->isEquivalent(symbols->lookupSymbolFromPc("count", 0x500, false)));
+    EXPECT_TRUE(global->isEquivalent(symbols->lookupSymbolFromPc("count", 0x10C, false))); // main, not the block
+    EXPECT_TRUE(global->isEquivalent(symbols->lookupSymbolFromPc("count", 0x500, false))); // no scope at all
 
-    using Mode = std::pair<int, std::vector<Piece>>;
-    EXPECT_EQ((Mode{tarn::ILocation::FrameOffset, {{0, 4, "data", 0, 2}}}), locationAt(local, 0x106));
-    EXPECT_EQ((Mode{tarn::ILocation::Memory, {{0x300, 0, "data", 0, 2}}}), locationAt(local, 0x10A));
-    EXPECT_EQ((Mode{tarn::ILocation::Memory, {{0x200, 0, "data", 0, 2}}}), locationAt(global, 0x10A));
+    EXPECT_EQ((Location{tarn::ILocation::FrameOffset, {{0, 4, "data", 0, 2}}}), locationAt(local, 0x106));
+    EXPECT_EQ((Location{tarn::ILocation::Memory, {{0x300, 0, "data", 0, 2}}}), locationAt(local, 0x10A));
+    EXPECT_EQ((Location{tarn::ILocation::Memory, {{0x200, 0, "data", 0, 2}}}), locationAt(global, 0x10A));
 
     const Ctx::Ptr type = local->getTypeContext();
     ASSERT_TRUE(type);
-    EXPECT_EQ("int", type->getName());
-    EXPECT_EQ(Ctx::TypeSymbol, type->getSymbolClass());
-    EXPECT_EQ(Ctx::SignedType, type->getTypeClass());
-    EXPECT_EQ(2, type->getSize());
+    EXPECT_EQ(std::make_tuple(std::string("int"), Ctx::TypeSymbol, Ctx::SignedType, 2),
+              std::make_tuple(type->getName(), type->getSymbolClass(), type->getTypeClass(), type->getSize()));
     EXPECT_TRUE(type->isEquivalent(type->getTypeContext()));
 }
 
 TEST_F(DebuggerWalk, ListsMembersAndPlacesRegisterPairsAndIoVariables)
 {
     const Ctx::Ptr pt = symbols->lookupGlobalSymbol("pt", false);
-    ASSERT_TRUE(pt);
     EXPECT_EQ(Ctx::CompositeType, pt->getTypeClass());
     const auto members = pt->getChildren(Ctx::OtherSymbol);
     EXPECT_EQ((std::vector<std::string>{"x", "y"}), namesOf(members));
     ASSERT_EQ(2u, members.size());
-    EXPECT_EQ(2, members[1]->getOffset());
-    EXPECT_EQ(Ctx::MemberStorage, members[1]->getStorageClass());
-    EXPECT_EQ(Ctx::OtherSymbol, members[1]->getSymbolClass());
+    EXPECT_EQ(std::make_tuple(2, Ctx::MemberStorage, Ctx::OtherSymbol),
+              std::make_tuple(members[1]->getOffset(), members[1]->getStorageClass(), members[1]->getSymbolClass()));
     const auto typeMembers = pt->getTypeContext()->getChildren(Ctx::OtherSymbol);
     ASSERT_EQ(2u, typeMembers.size());
     EXPECT_TRUE(typeMembers[1]->isEquivalent(members[1]));
@@ -137,36 +124,36 @@ TEST_F(DebuggerWalk, ListsMembersAndPlacesRegisterPairsAndIoVariables)
     EXPECT_EQ(0, bits[0]->getBitOffset()); // position 5: the top three bits of the byte
     EXPECT_EQ(5, bits[1]->getBitOffset()); // position 0
 
-    using Mode = std::pair<int, std::vector<Piece>>;
     const Ctx::Ptr pair = symbols->lookupSymbolFromPc("r", 0x102, false);
-    ASSERT_TRUE(pair);
-    EXPECT_EQ((Mode{tarn::ILocation::RegisterPieces, {{24, 0, "registers", 24, 1}, {24, 0, "registers", 25, 1}}}),
+    EXPECT_EQ((Location{tarn::ILocation::RegisterPieces, {{24, 0, "registers", 24, 1}, {24, 0, "registers", 25, 1}}}),
               locationAt(pair, 0x102));
-    EXPECT_EQ((Mode{tarn::ILocation::Memory, {{0x38, 0, "", 0, 1}}}),
+    // A register variable of a hostile size gets a bounded number of pieces.
+    EXPECT_EQ(256u, locationAt(symbols->lookupSymbolFromPc("big", 0x102, false), 0x102).second.size());
+    EXPECT_EQ((Location{tarn::ILocation::Memory, {{0x38, 0, "", 0, 1}}}),
               locationAt(symbols->lookupGlobalSymbol("PORTB", false), 0x102));
 }
 
 TEST_F(DebuggerWalk, DescribesContextsAsPropertyListsInTheHostsKeyOrder)
 {
-    auto keysOf = [](const tarn::PropertyList& properties) {
-        std::vector<std::string> keys;
-        for (const auto& entry : properties)
-            keys.emplace_back(entry.key());
-        return keys;
-    };
-    const tarn::PropertyList buf = symbols->lookupGlobalSymbol("buf", false)->getProperties();
+    const Ctx::Ptr buf = symbols->lookupGlobalSymbol("buf", false);
+    const tarn::PropertyList properties = buf->getProperties();
+    std::vector<std::string> keys;
+    for (const auto& entry : properties)
+        keys.emplace_back(entry.key());
     EXPECT_EQ((std::vector<std::string>{"ID", "Name", "Class", "TypeClass", "TypeID", "BaseTypeID", "IndexTypeID",
                                         "Size", "Length", "Offset", "Address", "Value"}),
-              keysOf(buf));
-    EXPECT_EQ("buf", buf.at("Name").as_string());
-    EXPECT_EQ(5, buf.at("TypeClass").as_int64());
-    EXPECT_EQ(8, buf.at("Size").as_int64());
-    EXPECT_EQ(4, buf.at("Length").as_int64());
-    EXPECT_TRUE(buf.at("Address").is_uint64());
-    EXPECT_TRUE(buf.at("Value").as_array().empty());
+              keys);
+    EXPECT_EQ(5, properties.at("TypeClass").as_int64());
+    EXPECT_EQ(8, properties.at("Size").as_int64());
+    EXPECT_EQ(4, properties.at("Length").as_int64());
+    EXPECT_TRUE(properties.at("Address").is_uint64());
+    EXPECT_TRUE(properties.at("Value").as_array().empty());
+    const Ctx::Ptr array = buf->getTypeContext();
+    EXPECT_EQ(properties.at("IndexTypeID").as_string(), array->getId());
+    EXPECT_FALSE(array->getIndexTypeContext());
+    EXPECT_EQ("int", array->getBaseTypeContext()->getName());
 
     const tarn::PropertyList main = symbols->lookupGlobalSymbol("main", false)->getProperties();
-    EXPECT_EQ(3, main.at("Class").as_int64());
     EXPECT_EQ(0x100u, main.at("Address").as_uint64());
     EXPECT_EQ(boost::json::array({0, 1, 0, 0}), main.at("Value").as_array());
     EXPECT_EQ(main.at("ID"), main.at("TypeID")); // a code scope is its own type
@@ -175,35 +162,21 @@ TEST_F(DebuggerWalk, DescribesContextsAsPropertyListsInTheHostsKeyOrder)
 TEST_F(DebuggerWalk, NamesContextsByIdsThatRoundTrip)
 {
     const Ctx::Ptr root = symbols->getSymbolContextFromID("not a number");
-    EXPECT_EQ("0", root->getId());
-    EXPECT_EQ("Root Context", root->getName());
-    EXPECT_EQ(Ctx::OtherSymbol, root->getSymbolClass());
-    EXPECT_EQ(Ctx::NoType, root->getTypeClass());
+    EXPECT_EQ(std::make_tuple(std::string("0"), std::string("Root Context"), Ctx::OtherSymbol, Ctx::NoType),
+              std::make_tuple(root->getId(), root->getName(), root->getSymbolClass(), root->getTypeClass()));
     const auto modules = root->getChildren(Ctx::OtherSymbol);
     ASSERT_EQ(1u, modules.size());
+    EXPECT_FALSE(modules[0]->getTypeContext());
     EXPECT_EQ((std::vector<std::string>{"main"}), namesOf(modules[0]->getChildren(Ctx::CodeSymbol)));
     EXPECT_EQ(5u, root->getChildren(Ctx::DataSymbol).size());
 
     const Ctx::Ptr local = symbols->lookupSymbolFromPc("count", 0x106, false);
-    EXPECT_TRUE(local->isEquivalent(symbols->getSymbolContextFromID(local->getId())));
     EXPECT_TRUE(local->isEquivalent(symbols->getSymbolContextFromID("  " + local->getId() + "abc")));
     EXPECT_EQ("12", symbols->getSymbolContextFromID(" 12abc")->getId());
     EXPECT_EQ("5", symbols->getSymbolContextFromID("4294967301")->getId());
     EXPECT_EQ("5", UbrofSymbolContext::createContext(parser->getStore(), (uint64_t(1) << 32) + 5)->getId());
     EXPECT_FALSE(local->isEquivalent(nullptr));
-
-    EXPECT_FALSE(local->getParent());
-    EXPECT_FALSE(root->lookupChild(Ctx::DataSymbol, "count"));
-    EXPECT_EQ(0, local->getOwner());
-    local->setOwner(7);
-    EXPECT_EQ(7, local->getOwner());
-    EXPECT_FALSE(local->addContextChangedHandler([](boost::shared_ptr<tarn::IContextBase>) {}).connected());
-    try {
-        local->getLocation(nullptr);
-        ADD_FAILURE() << "no exception for an empty frame";
-    } catch (const tarn::CoreException& e) {
-        EXPECT_EQ(tarn::ErrorCode::EmptySymbolName, e.getErrorCode());
-    }
+    EXPECT_THROW(local->getLocation(nullptr), tarn::CoreException);
 }
 
 TEST_F(DebuggerWalk, LooksNamesUpFromAScopeOrAtModuleLevel)
@@ -218,23 +191,14 @@ TEST_F(DebuggerWalk, LooksNamesUpFromAScopeOrAtModuleLevel)
         EXPECT_EQ("Empty name passed to UbrofSymbolInformation::lookupSymbol.", e.getStatus()->getMessage());
     }
     const Ctx::Ptr global = symbols->lookupGlobalSymbol("count", false);
+    const Ctx::Ptr main = symbols->lookupGlobalSymbol("main", false);
     EXPECT_FALSE(symbols->lookupSymbol("r", nullptr, text, false)); // a local is not at module level
     EXPECT_EQ("kept", text);
-    EXPECT_TRUE(global->isEquivalent(symbols->lookupSymbol("count", nullptr, text, false)));
-    EXPECT_EQ("", text);
-    const Ctx::Ptr main = symbols->lookupGlobalSymbol("main", false);
     EXPECT_TRUE(symbols->lookupSymbol("r", main, text, false));
-    EXPECT_TRUE(global->isEquivalent(symbols->lookupSymbol("count", main, text, false)));
+    EXPECT_EQ("", text);
     EXPECT_TRUE(global->isEquivalent(symbols->lookupSymbol("count", symbols->getSymbolContextFromID("0"), text, false)));
     EXPECT_FALSE(symbols->lookupSymbol("count", global, text, false)); // a variable holds no names
-
     EXPECT_FALSE(symbols->lookupGlobalSymbol("", false));
-    EXPECT_TRUE(symbols->lookupGlobalSymbols("nothing").empty());
-    const auto mains = symbols->lookupGlobalSymbols("main");
-    ASSERT_EQ(1u, mains.size());
-    EXPECT_TRUE(main->isEquivalent(mains[0]));
-    EXPECT_EQ(0x100u, main->getAddress());
-    EXPECT_EQ(0u, global->getAddress());
 }
 
 TEST_F(DebuggerWalk, MapsLinesToAddressesAndAddressesToCodeAreas)
@@ -242,42 +206,27 @@ TEST_F(DebuggerWalk, MapsLinesToAddressesAndAddressesToCodeAreas)
     const auto source = parser->createSourceInformation();
     tarn::Status status;
     std::vector<std::string> files;
-    EXPECT_TRUE(source->getSourcefiles(status, files));
-    EXPECT_EQ((std::vector<std::string>{"main.c"}), files);
-
+    EXPECT_TRUE(source->getSourcefiles(status, files) && files == std::vector<std::string>{"main.c"});
     std::vector<tarn::AddressNamePair> found;
     auto lookup = [&](uint32_t line) {
-        tarn::CodeLocation location;
-        location.line = line;
-        return source->getAddressesFromSingleStatement(status, "MAIN.C", location, found);
+        return source->getAddressesFromSingleStatement(status, "MAIN.C", tarn::CodeLocation{line, 0}, found);
     };
-    ASSERT_TRUE(lookup(3));
-    ASSERT_EQ(1u, found.size());
+    ASSERT_TRUE(lookup(3) && found.size() == 1);
     EXPECT_EQ(0x100u, found[0].address);
     EXPECT_EQ("main", found[0].name);
     ASSERT_TRUE(lookup(6));
     EXPECT_EQ("block3", found.at(0).name);
     EXPECT_FALSE(lookup(7));
     EXPECT_TRUE(found.empty());
-    EXPECT_EQ(tarn::ErrorCode::StatementLookupFailed, status.getErrorCode());
     EXPECT_EQ("getAddressesFromSingleStatement failed", status.getMessage());
-
-    std::vector<tarn::CodeArea> areas(3);
-    ASSERT_TRUE(source->getCodeAreasFromAddressRange(status, 0x104, 0x104, areas));
-    ASSERT_EQ(1u, areas.size());
-    EXPECT_EQ(0x104u, areas[0].startAddress);
-
-    std::vector<tarn::CallFrameInfo> frames(2);
-    source->getParentFrames(frames, 1, nullptr);
-    EXPECT_EQ(2u, frames.size());
 }
 
 TEST(SourceInformation, AFileWithoutSourceFilesListsNone)
 {
-    ScratchDir dir;
+    test::ScratchDir dir;
     UbrofWriter w;
-    w.begFile1().version(8).begLib("main").end().eof();
-    const auto source = UbrofParser(dir.save(w)).createSourceInformation();
+    const auto source = UbrofParser(dir.save(w.begFile1().version(8).begLib("main").end().eof()))
+                            .createSourceInformation();
     tarn::Status status;
     std::vector<std::string> files;
     EXPECT_FALSE(source->getSourcefiles(status, files));
@@ -289,17 +238,16 @@ TEST(SourceInformation, AFileWithoutSourceFilesListsNone)
 
 TEST_F(DebuggerWalk, ViewsOutliveTheirParserAndAnswerAlike)
 {
-    auto copy = boost::make_shared<UbrofParser>(*parser);
-    const auto binary = copy->createBinaryInformation();
-    const auto first = copy->createSymbolInformation();
-    const auto second = copy->createSymbolInformation();
-    copy.reset();
+    // A parser of its own, so that nothing else keeps its store alive.
+    auto own = boost::make_shared<UbrofParser>(parser->getStore()->filePath);
+    const auto binary = own->createBinaryInformation();
+    const auto first = own->createSymbolInformation();
+    const auto second = own->createSymbolInformation();
+    own.reset();
     EXPECT_NE(first, second);
     const auto segments = binary->getProgramSegments();
     ASSERT_EQ(1u, segments.size());
-    EXPECT_EQ(0x100u, segments[0]->getStartAddress());
     EXPECT_EQ(0xEu, segments[0]->getSize());
-    EXPECT_EQ(first->getScopeContextFromPc(0x106)->getId(), second->getScopeContextFromPc(0x106)->getId());
     EXPECT_EQ(first->lookupSymbolFromPc("count", 0x106, false)->getId(),
               second->lookupSymbolFromPc("count", 0x106, false)->getId());
 }
