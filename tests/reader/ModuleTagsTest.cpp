@@ -91,7 +91,8 @@ TEST_F(ModuleTags, PlacesBytesBySegmentTypeAndVersion)
     w.org(4, 0x500).absVar({0x44, 0x44}).absVar({0xD3}); // type 4 keeps nothing, moves nothing
     w.org(3, 0x40).absVar({0xC2}); // before version 2.0 type 3 is code memory
     w.aux1("2.0").absVar({0xE1});  // now the same type means EEPROM, from eepromAddress
-    w.org(3, 0x8).absVar({0xE2, 0xE3}).org(9, 0x50).absVar({0xC3}).org(5, 0).absVar({}).eof();
+    w.aux1("1.0").org(3, 0x8).absVar({0xE2, 0xE3}); // a lower version later changes nothing
+    w.org(9, 0x50).absVar({0xC3}).org(5, 0).absVar({}).eof();
     ASSERT_EQ("", read(w));
     auto bytes = [](const DMemory& image, uint32_t address, uint32_t count) {
         std::vector<uint8_t> out(count);
@@ -131,6 +132,7 @@ TEST_F(ModuleTags, GrowsImagesSixteenfoldUpToTheirLimit)
     EXPECT_THROW(image.reserve(0xFFFFFFFF, 0xFF), ReaderError);
     EXPECT_EQ(0x1000u, image.capacity());
     EXPECT_EQ(0xFFFFFFFFu, image.lowAddress());
+    image.reserve(0x10, 0);
     EXPECT_EQ(0u, image.highAddress());
 }
 

@@ -89,21 +89,22 @@ TEST_F(ReaderCore, NamesEachFailureWithItsText)
     EXPECT_EQ(0, reader.parse(dir.path("missing.d90").c_str()));
 }
 
-// A file with a tag of every family the reader handles without the type tags.
+// A file with every tag the reader accepts.
 UbrofWriter everyFamily()
 {
     UbrofWriter w;
     w.begFile1().version(8, 0, 0, {{0xD3, 0xFE}, {0x60, 2}, {0x61, 0xFD}, {0x62, 0xFF}});
     w.segInfo({{"CODE", 1}}).keyValue("key", "value").tag(0xD3).u16(3).raw({1, 2, 3});
     w.tag(0x60).raw({1, 2}).tag(0x61).u8(1).u8(0).tag(0x62).u32(1).u8(0);
-    w.grp(2).symbolDef(symbol("g")).begPgm("main").debug(1).aux(2).aux1("2.10").grpRef(2);
+    w.begFile().begLib("lib").end().grp(2).symbolDef(symbol("g")).begPgm("main").debug(1).aux(2).aux1("2.10").grpRef(2);
     w.fileRef(0, "main.c").fileRef(1, "io.h").file("lib.c", {"int a;", "int b;"}).newFile(1);
     w.scopedName("outer").scopedFunctionName(0, 1).scopedBlockName(0, 2).macro("N", "1");
     w.symbolDef1({"v", 1, 2, 0x100, 0, {{0x10, 4, 2, 8}}}).scopedName("_A_PORTB");
     w.symbolDef2(5, 1, 2, 0x38, 0, {{0, 1, 2, 0x38}}).subDefObjAttr(1);
     w.funcBegin1("f", {{"p", 2, 2, 4, 0, {{0x200, 2, 2, 6}}}}).org(1, 0x200).srcStat(3, 3, 14);
     w.absVar({1, 2}).sourceRange().blockBegin1({symbol("q")}).blockBegin3(3).blockEnd().blockEnd();
-    w.blockEnd().org(2, 0x60).absVar({9}).org(3, 0).absVar({7}).end().endAbs().eof();
+    w.blockEnd().org(2, 0x60).absVar({9}).org(3, 0).absVar({7}).end().endAbs();
+    w.defPtrTypes().sizeType(1, 2).memInfo(0, "DATA").typeStruct(20, "S", 2, {{"a", 1, 0}}).eof();
     return w;
 }
 
@@ -111,6 +112,8 @@ TEST_F(ReaderCore, FailsAtEveryCutWithoutACrash)
 {
     const UbrofWriter w = everyFamily();
     ASSERT_EQ("", read(w));
+    ASSERT_EQ(6u, store->symbolTable.symbols.size());
+    EXPECT_EQ("PORTB", symbolName(3)); // the look-ahead is part of what gets cut
     for (size_t n = 0; n < w.size(); ++n)
         ASSERT_EQ(kUnexpectedEndOfFile, read(w.prefix(n))) << "cut after " << n << " bytes";
 }

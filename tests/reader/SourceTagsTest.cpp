@@ -23,9 +23,9 @@ std::string contents(const std::string& path)
 TEST_F(SourceTags, RegistersEachFileOnceWhateverItsCase)
 {
     UbrofWriter w = fileStart();
-    w.begLib("a").fileRef(0, "Main.C", {2024, 1, 2, 6, 0, 0}).fileRef(3, "main.c");
-    w.fileRef(1, "util.c", {2024, 2, 30}).newFile(3).srcStat(1, 1).absVar({0});
-    w.newFile(2).srcStat(2, 2).absVar({0}).end();
+    w.begLib("a").fileRef(0, "Main.C", {2024, 1, 2, 6, 0, 0}).fileRef(3, "main.c").srcStat(1, 1);
+    w.absVar({0}).fileRef(1, "util.c", {2024, 2, 30}).srcStat(2, 2).absVar({0}); // no switch
+    w.newFile(2).srcStat(3, 3).absVar({0}).newFile(3).srcStat(4, 4).absVar({0}).end();
     w.begLib("b").newFile(0).srcStat(5, 5).absVar({0}).fileRef(0, "MAIN.c").srcStat(6, 6).absVar({0});
     w.end().eof();
     ASSERT_EQ("", read(w));
@@ -42,11 +42,12 @@ TEST_F(SourceTags, RegistersEachFileOnceWhateverItsCase)
     std::vector<int32_t> files;
     for (const FileLineRange& range : store->fileLineRanges)
         files.push_back(range.file);
-    EXPECT_EQ((std::vector<int32_t>{0, -1, -1, 0}), files);
-    EXPECT_EQ((std::vector<uint32_t>{0, 3}), store->sourceFileTable[0].lineRanges);
+    EXPECT_EQ((std::vector<int32_t>{0, -1, 0, -1, 0}), files);
+    EXPECT_EQ(2u, store->fileLineRanges[0].lineRecordCount);
+    EXPECT_EQ((std::vector<uint32_t>{0, 2, 4}), store->sourceFileTable[0].lineRanges);
     EXPECT_TRUE(store->sourceFileTable[1].lineRanges.empty());
-    EXPECT_EQ((std::vector<uint32_t>{0, 1}), store->blockTree.blocks[0].lineRanges);
-    EXPECT_EQ((std::vector<uint32_t>{2, 3}), store->blockTree.blocks[1].lineRanges);
+    EXPECT_EQ((std::vector<uint32_t>{0, 1, 2}), store->blockTree.blocks[0].lineRanges);
+    EXPECT_EQ((std::vector<uint32_t>{3, 4}), store->blockTree.blocks[1].lineRanges);
 }
 
 TEST_F(SourceTags, CompletesOrDropsPendingStatements)

@@ -83,7 +83,8 @@ TEST_F(SymbolTags, AddsThePlainNameOfAMarkedRegister)
 TEST_F(SymbolTags, NestsFunctionsAndBlocksAndWidensTheirRanges)
 {
     UbrofWriter w = fileStart();
-    w.begLib("m").scopedName("named").scopedFunctionName(0, 1).scopedBlockName(0, 7);
+    // After t_grp definitions go to the group, but locals still go to their block.
+    w.begLib("m").scopedName("named").scopedFunctionName(0, 1).scopedBlockName(0, 7).grp(0);
     w.funcBegin1("f", {{"p", 2, 2, 4, 0, {{0x120, 2, 2, 6}}}, symbol("q")}).org(1, 0x120).srcStat(1, 1);
     w.absVar(std::vector<uint8_t>(0x20, 0)).blockBegin1({symbol("r")}).org(1, 0x100).srcStat(2, 2);
     w.absVar(std::vector<uint8_t>(0x20, 0)).blockEnd().blockBegin1().blockEnd();
@@ -112,6 +113,7 @@ TEST_F(SymbolTags, NestsFunctionsAndBlocksAndWidensTheirRanges)
     EXPECT_EQ((std::vector<uint32_t>{0, 1}), blocks[1].symbols);
     EXPECT_EQ((std::vector<uint32_t>{2}), blocks[2].symbols);
     EXPECT_TRUE(blocks[0].symbols.empty());
+    EXPECT_TRUE(store->groupTable.at(0).symbols.empty());
     EXPECT_EQ("loose", symbolName(3));
     EXPECT_EQ(1u, store->symbolTable.symbols[0].locationCount);
     const NameRecord& function = store->nameTable.records[static_cast<size_t>(blocks[1].nameIndex)];
