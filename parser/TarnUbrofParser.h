@@ -94,8 +94,8 @@ public:
     void getScopeSymbols(int32_t scope, std::vector<uint32_t>& out, bool includeAll) const;
     void getAllModuleSymbols(std::vector<uint32_t>& out) const;
     void getScopeName(int32_t scope, std::string& text) const;
-    /// Indexes every scope's children by address for findScopeAtAddress. The parse calls it;
-    /// after filling or changing the tree by hand call it again, or lookups walk the tree plainly.
+    /// Indexes every scope's children by address for findScopeAtAddress. The parse calls it; a
+    /// tree filled by hand needs it called again, and one whose block count changed since is walked.
     void indexScopes();
 
     // Scopes, symbols and types by context number.

@@ -3,6 +3,7 @@
 #include "TestFiles.h"
 
 #include <gtest/gtest.h>
+#include <algorithm>
 #include <random>
 
 namespace ubrof {
@@ -100,6 +101,26 @@ TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRandomTrees)
         t.store.indexScopes();
         for (uint32_t pc = 0; pc < 0x1000; ++pc)
             ASSERT_EQ(plain[pc], t.store.findScopeAtAddress(pc)) << "round " << round << " pc " << pc;
+    }
+}
+
+// Real trees hold hidden modules without code, overlapping modules and many line ranges.
+TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRealFiles)
+{
+    for (const char* name : {"avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90", "avr-mobit-nmea/nmea.d90"}) {
+        TarnUbrofParser store;
+        ASSERT_EQ(0, store.initialize() ? store.parseFile(test::realFile(name)) : -1) << name;
+        const uint32_t end = store.codeAreas.empty() ? 0 : uint32_t(store.codeAreas.back().endAddress) + 0x10;
+        std::vector<int32_t> indexed;
+        for (uint32_t pc = 0; pc < end; ++pc)
+            indexed.push_back(store.findScopeAtAddress(pc));
+        for (const tarn::CodeArea& area : store.codeAreas)
+            EXPECT_EQ(area.functionName, store.getScopeNameAtPc(uint32_t(area.startAddress))) << name;
+        // A block in no list changes no answer but leaves the index stale, so the tree is walked.
+        store.blockTree.blocks.emplace_back();
+        for (uint32_t pc = 0; pc < end; ++pc)
+            ASSERT_EQ(indexed[pc], store.findScopeAtAddress(pc)) << name << " pc " << pc;
+        EXPECT_NE(std::count(indexed.begin(), indexed.end(), -1), std::ptrdiff_t(indexed.size())) << name;
     }
 }
 
