@@ -48,10 +48,9 @@ void CParser::appendSymbol(uint8_t kind, uint16_t addressSpace, uint32_t value, 
 
 void CParser::readLocationEntries(uint32_t count)
 {
-    // Checked before anything is reserved, so a hostile count costs nothing.
+    // A count the rest of the file cannot hold fails before any entry is read.
     if (uint64_t(count) * kLocationEntrySize > remaining())
         throw ReaderError{kUnexpectedEndOfFile};
-    symbolTable_.locations.reserve(symbolTable_.locations.size() + count);
     for (uint32_t i = 0; i < count; ++i) {
         uint8_t entry[kLocationEntrySize];
         readBytes(entry, sizeof entry);
