@@ -113,6 +113,11 @@ private:
     bool startNewLineRange = true;
     int32_t currentFile = -1;
     std::map<std::string, uint32_t> embeddedNameCounts;
+    uint32_t embeddedCopies = 0; ///< embedded sources written to disk by this parse
+
+public:
+    /// Embedded sources written by one parse at the most.
+    static constexpr uint32_t kMaxEmbeddedCopies = 1024;
 };
 
 } // namespace ubrof

@@ -110,11 +110,17 @@ int CParser::handleFile()
 
     namespace fs = boost::filesystem;
     const fs::path directory = fs::path(fileName_).parent_path() / "embedded_source";
-    fs::create_directories(directory);
     const std::string target = (directory / (stem + extension)).string();
 
     // Without a copy on disk the debugger merely shows no text; the statements still count.
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::fopen(target.c_str(), "wb"), &std::fclose);
+    // Real programs embed a handful of files; past kMaxEmbeddedCopies a hostile file could
+    // otherwise turn every few bytes of its own into a file on the user's disk.
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(nullptr, &std::fclose);
+    if (embeddedCopies < kMaxEmbeddedCopies) {
+        ++embeddedCopies;
+        fs::create_directories(directory);
+        out.reset(std::fopen(target.c_str(), "wb"));
+    }
     std::vector<uint8_t> line;
     for (uint32_t i = 0; i < lineCount; ++i) {
         line.resize(readWord16());

@@ -134,5 +134,22 @@ TEST_F(SourceTags, WritesEmbeddedSourcesBesideTheFile)
     EXPECT_EQ((copies / "a_emb.c").string(), store->sourceFileTable[0].name);
 }
 
+TEST_F(SourceTags, WritesNoMoreEmbeddedCopiesThanTheCap)
+{
+    UbrofWriter w = fileStart();
+    w.begLib("m");
+    for (uint32_t i = 0; i <= CParser::kMaxEmbeddedCopies; ++i)
+        w.file("x.c", {"x"});
+    w.end().eof();
+    ASSERT_EQ("", read(w));
+
+    const fs::path copies = fs::path(dir.dir()) / "embedded_source";
+    EXPECT_EQ(CParser::kMaxEmbeddedCopies,
+              size_t(std::distance(fs::directory_iterator(copies), fs::directory_iterator())));
+    // The file past the cap is still a source of the module; it only has no copy on disk.
+    ASSERT_EQ(CParser::kMaxEmbeddedCopies + 1, store->sourceFileTable.size());
+    EXPECT_FALSE(fs::exists(store->sourceFileTable.back().name));
+}
+
 } // namespace
 } // namespace ubrof::test
