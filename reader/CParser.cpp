@@ -159,6 +159,14 @@ std::string CParser::readString(uint32_t count)
 
 void CParser::skipBytes(int32_t count)
 {
+    // Most skips are a few ignored bytes: reading them through the stream's buffer avoids
+    // a system call and a buffer refill per skip. A skip past the end still seeks, so that
+    // the failure comes from the next read.
+    if (count >= 0 && uint64_t(count) <= remaining() && count <= kSkipThroughBuffer) {
+        uint8_t scratch[kSkipThroughBuffer];
+        readBytes(scratch, static_cast<uint32_t>(count));
+        return;
+    }
     if (count < 0 && uint64_t(-int64_t(count)) > position_)
         throw ReaderError{kUnexpectedEndOfFile};
     if (std::fseek(file_, count, SEEK_CUR) != 0)

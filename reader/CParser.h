@@ -54,6 +54,7 @@ private:
     /// A counted text, cut at its first NUL; the count is checked against what is left first.
     std::string readString(uint32_t count);
     void skipBytes(int32_t count);
+    static constexpr int32_t kSkipThroughBuffer = 4096;
     uint64_t tell() const { return position_; }
     void seek(uint64_t position);
     uint64_t remaining() const { return position_ < fileSize_ ? fileSize_ - position_ : 0; }
