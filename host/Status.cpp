@@ -23,41 +23,43 @@ std::string vformat(const char* format, va_list args)
 
 } // namespace
 
-Status::Status(ErrorCode code, const char* format, ...) : code_(code), severity_(Severity::Error)
+Status::Status(ErrorCode code, const char* format, ...)
 {
     va_list args;
     va_start(args, format);
-    message_ = vformat(format, args);
+    assign(Severity::Error, code, format, args);
     va_end(args);
 }
 
 Status::Status(Severity severity, ErrorCode code, const char* format, ...)
-    : code_(code), severity_(severity)
 {
     va_list args;
     va_start(args, format);
-    message_ = vformat(format, args);
+    assign(severity, code, format, args);
     va_end(args);
 }
 
 void Status::setError(ErrorCode code, const char* format, ...)
 {
-    code_ = code;
-    severity_ = Severity::Error;
     va_list args;
     va_start(args, format);
-    message_ = vformat(format, args);
+    assign(Severity::Error, code, format, args);
     va_end(args);
 }
 
 void Status::setWarning(ErrorCode code, const char* format, ...)
 {
-    code_ = code;
-    severity_ = Severity::Warning;
     va_list args;
     va_start(args, format);
-    message_ = vformat(format, args);
+    assign(Severity::Warning, code, format, args);
     va_end(args);
+}
+
+void Status::assign(Severity severity, ErrorCode code, const char* format, va_list args)
+{
+    severity_ = severity;
+    code_ = code;
+    message_ = vformat(format, args);
 }
 
 } // namespace tarn

@@ -1,6 +1,7 @@
 // Result reporting of the host framework: a status with code, severity and message.
 #pragma once
 
+#include <cstdarg>
 #include <cstdint>
 #include <string>
 
@@ -53,6 +54,8 @@ public:
     bool isOk() const override { return severity_ == Severity::None; }
 
 private:
+    void assign(Severity severity, ErrorCode code, const char* format, va_list args);
+
     ErrorCode code_ = ErrorCode::Ok;
     Severity severity_ = Severity::None;
     std::string message_;

@@ -55,35 +55,34 @@ int16_t TarnUbrofParser::parseFile(const std::string& path)
     return StoreOk;
 }
 
-namespace {
-
-const DMemory* imageOf(const TarnUbrofParser& store, uint8_t memoryClass)
+int32_t TarnUbrofParser::imageFor(uint8_t memoryClass, const DMemory** image) const
 {
+    if (!isParsed())
+        return StoreNotParsed;
     switch (memoryClass) {
     case 1:
     case 0x40:
-        return &store.codeMemory;
+        *image = &codeMemory;
+        return StoreOk;
     case 2:
-        return &store.dataMemory;
+        *image = &dataMemory;
+        return StoreOk;
     case 4:
-        return &store.eepromMemory;
+        *image = &eepromMemory;
+        return StoreOk;
     default:
-        return nullptr;
+        return StoreUnknownMemoryClass;
     }
 }
-
-} // namespace
 
 int32_t TarnUbrofParser::getMemoryRange(uint8_t memoryClass, uint32_t* low, uint32_t* high,
                                         uint32_t* reserved) const
 {
     if (!low || !high || !reserved)
         return StoreBadArgument;
-    if (!isParsed())
-        return StoreNotParsed;
-    const DMemory* image = imageOf(*this, memoryClass);
-    if (!image)
-        return StoreUnknownMemoryClass;
+    const DMemory* image = nullptr;
+    if (const int32_t result = imageFor(memoryClass, &image))
+        return result;
     *low = image->lowAddress();
     *high = image->highAddress();
     if (memoryClass == 0x40) {
@@ -98,11 +97,9 @@ int32_t TarnUbrofParser::readMemory(uint8_t memoryClass, uint32_t start, uint32_
 {
     if (!out)
         return StoreBadArgument;
-    if (!isParsed())
-        return StoreNotParsed;
-    const DMemory* image = imageOf(*this, memoryClass);
-    if (!image)
-        return StoreUnknownMemoryClass;
+    const DMemory* image = nullptr;
+    if (const int32_t result = imageFor(memoryClass, &image))
+        return result;
     if (memoryClass != 0x40) {
         image->read(start, count, out);
         return StoreOk;

@@ -167,6 +167,8 @@ private:
 
     void buildCodeAreas();
     void createMemberSymbols();
+    /// The image of a memory class, after the checks every memory query makes.
+    int32_t imageFor(uint8_t memoryClass, const DMemory** image) const;
     AddressIndex makeAddressIndex(const std::vector<uint32_t>& scopes) const;
     bool scopesIndexed() const { return childIndex_.size() == blockTree.blocks.size() && !childIndex_.empty(); }
     /// The first of scopes, in order, that holds pc; -1 when none does.

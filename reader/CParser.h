@@ -66,6 +66,17 @@ private:
     void completePendingLineRecord(uint32_t count);
 
     // Definitions (shared by the symbol tags).
+    struct SymbolFields {
+        uint8_t kind = 0;
+        uint16_t addressSpace = 0;
+        uint32_t value = 0;
+        std::string name;
+        uint16_t typeIndex = 0;
+    };
+    /// Kind, address space, value, name and type: the fields every named definition begins with.
+    SymbolFields readSymbolFields();
+    /// Appends the symbol with a new name record of its own.
+    void appendNamedSymbol(SymbolFields fields);
     void registerDefinition();
     void appendSymbol(uint8_t kind, uint16_t addressSpace, uint32_t value, uint16_t typeIndex,
                       uint32_t nameIndex);

@@ -66,20 +66,32 @@ void CParser::readLocationEntries(uint32_t count)
     }
 }
 
+CParser::SymbolFields CParser::readSymbolFields()
+{
+    SymbolFields fields;
+    fields.kind = static_cast<uint8_t>(readByte());
+    fields.addressSpace = static_cast<uint16_t>(readWord16());
+    fields.value = readWord32();
+    fields.name = readString(readByte());
+    fields.typeIndex = static_cast<uint16_t>(readWord16());
+    return fields;
+}
+
+void CParser::appendNamedSymbol(SymbolFields fields)
+{
+    const uint32_t future = static_cast<uint32_t>(symbolTable_.symbols.size());
+    const uint32_t nameIndex = nameTable_.append(symbolName(std::move(fields.name), future));
+    appendSymbol(fields.kind, fields.addressSpace, fields.value, fields.typeIndex, nameIndex);
+}
+
 void CParser::readLocalSymbols(uint32_t blockIndex)
 {
     const uint32_t count = readWord16();
     for (uint32_t i = 0; i < count; ++i) {
-        const uint8_t kind = static_cast<uint8_t>(readByte());
-        const uint16_t addressSpace = static_cast<uint16_t>(readWord16());
-        const uint32_t value = readWord32();
-        std::string text = readString(readByte());
-        const uint16_t typeIndex = static_cast<uint16_t>(readWord16());
+        SymbolFields fields = readSymbolFields();
         // Locals belong to their function or block whatever the registration context says.
-        const uint32_t future = static_cast<uint32_t>(symbolTable_.symbols.size());
-        blockTree_.blocks[blockIndex].symbols.push_back(future);
-        const uint32_t nameIndex = nameTable_.append(symbolName(std::move(text), future));
-        appendSymbol(kind, addressSpace, value, typeIndex, nameIndex);
+        blockTree_.blocks[blockIndex].symbols.push_back(static_cast<uint32_t>(symbolTable_.symbols.size()));
+        appendNamedSymbol(std::move(fields));
         readLocationEntries(readWord16());
     }
 }
@@ -118,32 +130,20 @@ int CParser::handleScopedName()
 
 int CParser::handleSymbolDef()
 {
-    const uint8_t kind = static_cast<uint8_t>(readByte());
-    const uint16_t addressSpace = static_cast<uint16_t>(readWord16());
-    const uint32_t value = readWord32();
-    std::string text = readString(readByte());
-    const uint16_t typeIndex = static_cast<uint16_t>(readWord16());
+    SymbolFields fields = readSymbolFields();
     skipBytes(static_cast<int32_t>(readByte()));
     // Registered once the fields are complete, so that a cut tag leaves no index to a
     // symbol that never came.
-    const uint32_t future = static_cast<uint32_t>(symbolTable_.symbols.size());
     registerDefinition();
-    const uint32_t nameIndex = nameTable_.append(symbolName(std::move(text), future));
-    appendSymbol(kind, addressSpace, value, typeIndex, nameIndex);
+    appendNamedSymbol(std::move(fields));
     return 0;
 }
 
 int CParser::handleSymbolDef1()
 {
-    const uint8_t kind = static_cast<uint8_t>(readByte());
-    const uint16_t addressSpace = static_cast<uint16_t>(readWord16());
-    const uint32_t value = readWord32();
-    std::string text = readString(readByte());
-    const uint16_t typeIndex = static_cast<uint16_t>(readWord16());
-    const uint32_t future = static_cast<uint32_t>(symbolTable_.symbols.size());
+    SymbolFields fields = readSymbolFields();
     registerDefinition();
-    const uint32_t nameIndex = nameTable_.append(symbolName(std::move(text), future));
-    appendSymbol(kind, addressSpace, value, typeIndex, nameIndex);
+    appendNamedSymbol(std::move(fields));
     readLocationEntries(readWord16());
     skipBytes(1);
     return 0;
