@@ -51,7 +51,10 @@ private:
 /// Path of a file in the shared collection of real UBROF files.
 inline std::string realFile(const std::string& relative)
 {
-    return std::string(UBROF_REAL_FILES_DIR) + "/" + relative;
+    const std::string path = std::string(UBROF_REAL_FILES_DIR) + "/" + relative;
+    EXPECT_TRUE(boost::filesystem::exists(path))
+        << path << " is missing: the real UBROF files are read from the shared folder beside the repository";
+    return path;
 }
 
 } // namespace ubrof::test
