@@ -2,6 +2,8 @@
 // block, a shadowed global, structures, bit fields, a register pair and an I/O variable.
 #include "TestFiles.h"
 
+#include "host/FileMapper.h"
+
 #include "host/CoreException.h"
 #include "info/UbrofSymbolContext.h"
 #include "parser/TarnUbrofParser.h"
@@ -234,6 +236,23 @@ TEST(SourceInformation, AFileWithoutSourceFilesListsNone)
     EXPECT_EQ("No source file found in Ubrofs objectfile.", status.getMessage());
     files.push_back("given.c");
     EXPECT_TRUE(source->getSourcefiles(status, files));
+}
+
+TEST(SourceInformation, ListsEachFileOnceInDeclarationOrderUnderItsPublicPath)
+{
+    test::ScratchDir dir;
+    UbrofWriter w;
+    w.begFile1().version(8);
+    w.begLib("first").fileRef(0, "C:\\src\\b.c").fileRef(1, "C:\\src\\a.c").end();
+    w.begLib("second").fileRef(0, "c:\\SRC\\B.C").fileRef(1, "C:\\src\\c.c").end().eof();
+    tarn::FileMapper::addSubstitution("C:\\src\\", "/home/dev/src/");
+    const auto source = UbrofParser(dir.save(w)).createSourceInformation();
+    tarn::Status status;
+    std::vector<std::string> files;
+    EXPECT_TRUE(source->getSourcefiles(status, files));
+    tarn::FileMapper::clearSubstitutions();
+    EXPECT_EQ((std::vector<std::string>{"/home/dev/src/b.c", "/home/dev/src/a.c", "/home/dev/src/c.c"}), files);
+    EXPECT_TRUE(status.isOk());
 }
 
 TEST_F(DebuggerWalk, ViewsOutliveTheirParserAndAnswerAlike)
