@@ -2,6 +2,7 @@
 #include "reader/CParser.h"
 
 #include "reader/OleDate.h"
+#include "reader/ReaderError.h"
 
 #include <boost/filesystem.hpp>
 
@@ -45,15 +46,21 @@ uint32_t registerSourceFile(FileIndex& fileIndex, std::vector<SourceFileRecord>&
     return index;
 }
 
-/// Maps the open module's file reference number to a source file.
-void setModuleFile(BlockTree& tree, uint32_t reference, uint32_t file)
+/// Maps the open module's file reference number to a source file; grown counts the entries
+/// this parse has added to all module tables.
+void setModuleFile(BlockTree& tree, uint32_t reference, uint32_t file, uint32_t& grown)
 {
     if (tree.currentTopLevel < 0)
         return;
-    // The reference is 16 bits wide, so the table stays small whatever the file says.
+    // The reference is 16 bits wide, so one table stays small; many modules need the bound.
     std::vector<uint32_t>& files = tree.blocks[static_cast<size_t>(tree.currentTopLevel)].files;
-    if (files.size() <= reference)
+    if (files.size() <= reference) {
+        const size_t added = size_t(reference) + 1 - files.size();
+        if (grown + added > CParser::kMaxFileTableEntries)
+            throw ReaderError{kOutOfMemory};
+        grown += static_cast<uint32_t>(added);
         files.resize(size_t(reference) + 1, kNoIndex);
+    }
     files[reference] = file;
 }
 
@@ -69,7 +76,7 @@ int CParser::handleFileRef()
     if (!toOleDate(date[5] + 1900u, date[4], date[3], date[2], date[1], date[0], record.timestamp))
         record.timestamp = 0.0;
     const uint32_t index = registerSourceFile(fileIndex_, sourceFileTable_, std::move(record));
-    setModuleFile(blockTree_, reference, index);
+    setModuleFile(blockTree_, reference, index, fileTableEntries);
     if (reference == 0) {
         currentFile = static_cast<int32_t>(index);
         startNewLineRange = true;
@@ -137,7 +144,7 @@ int CParser::handleFile()
     record.name = target;
     record.isEmbedded = 1;
     const uint32_t index = registerSourceFile(fileIndex_, sourceFileTable_, std::move(record));
-    setModuleFile(blockTree_, 0, index);
+    setModuleFile(blockTree_, 0, index, fileTableEntries);
     currentFile = static_cast<int32_t>(index);
     startNewLineRange = true;
     return 0;

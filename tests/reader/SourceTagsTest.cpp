@@ -1,6 +1,8 @@
 // Source files, embedded sources and statement records with their file line ranges.
 #include "ReaderFixture.h"
 
+#include "reader/ReaderError.h"
+
 #include <boost/filesystem.hpp>
 #include <fstream>
 #include <set>
@@ -149,6 +151,23 @@ TEST_F(SourceTags, WritesNoMoreEmbeddedCopiesThanTheCap)
     // The file past the cap is still a source of the module; it only has no copy on disk.
     ASSERT_EQ(CParser::kMaxEmbeddedCopies + 1, store->sourceFileTable.size());
     EXPECT_FALSE(fs::exists(store->sourceFileTable.back().name));
+}
+
+TEST_F(SourceTags, BoundsTheModuleFileTablesOfOneParse)
+{
+    // Each table is as long as the highest reference its module declares: a file of a few
+    // hundred bytes that declares reference 0xFFFF in module after module must not take
+    // gigabytes. Up to the bound the tables are kept as declared.
+    const uint32_t modules = CParser::kMaxFileTableEntries / 0x10000;
+    UbrofWriter w = fileStart();
+    for (uint32_t i = 0; i < modules; ++i)
+        w.begLib("m").fileRef(0xFFFF, "a.c").fileRef(0xFFFF, "b.c").end();
+    ASSERT_EQ("", read(UbrofWriter(w).eof()));
+    ASSERT_EQ(0x10000u, store->blockTree.blocks.back().files.size());
+    EXPECT_EQ(1u, store->blockTree.blocks.back().files[0xFFFF]);
+
+    w.begLib("one more").fileRef(0, "a.c").end().eof();
+    EXPECT_EQ(kOutOfMemory, read(w));
 }
 
 } // namespace
