@@ -255,6 +255,37 @@ TEST(SourceInformation, ListsEachFileOnceInDeclarationOrderUnderItsPublicPath)
     EXPECT_TRUE(status.isOk());
 }
 
+TEST(SymbolInformation, FollowsATypedefToItsStructureAndPrefersAFunctionToAVariableOfItsName)
+{
+    test::ScratchDir dir;
+    UbrofWriter w;
+    w.begFile1().version(8).scopedName("point_t").begPgm("main");
+    w.typeStruct(100, "point", 4, {{"x", 6, 0}, {"y", 6, 2}}).typeTypedef(101, 100, 0);
+    w.symbolDef({"p", 1, 2, 0x200, 101, {}}).symbolDef({"main", 1, 2, 0x210, 6, {}});
+    w.fileRef(0, "main.c").org(1, 0x100).funcBegin1("main").srcStat(3, 3).absVar({0, 0}).blockEnd().end().eof();
+    const auto symbols = UbrofParser(dir.save(w)).createSymbolInformation();
+
+    // The variable's type text is the typedef's name, which names no class; the host reaches the
+    // structure through the typedef's own type context.
+    const Ctx::Ptr p = symbols->lookupGlobalSymbol("p", false);
+    EXPECT_EQ(Ctx::NoType, p->getTypeClass());
+    const Ctx::Ptr alias = p->getTypeContext();
+    ASSERT_TRUE(alias);
+    EXPECT_EQ(std::make_tuple(std::string("point_t"), Ctx::TypeSymbol),
+              std::make_tuple(alias->getName(), alias->getSymbolClass()));
+    const Ctx::Ptr point = alias->getTypeContext();
+    ASSERT_TRUE(point);
+    EXPECT_EQ(std::make_tuple(std::string("struct point"), Ctx::CompositeType),
+              std::make_tuple(point->getName(), point->getTypeClass()));
+    EXPECT_TRUE(point->isEquivalent(point->getTypeContext()));
+    EXPECT_EQ((std::vector<std::string>{"x", "y"}), namesOf(point->getChildren(Ctx::OtherSymbol)));
+
+    const auto mains = symbols->lookupGlobalSymbols("main");
+    ASSERT_EQ(1u, mains.size());
+    EXPECT_EQ(Ctx::CodeSymbol, mains[0]->getSymbolClass());
+    EXPECT_TRUE(symbols->lookupGlobalSymbols("absent").empty());
+}
+
 TEST_F(DebuggerWalk, ViewsOutliveTheirParserAndAnswerAlike)
 {
     // A parser of its own, so that nothing else keeps its store alive.
