@@ -251,6 +251,8 @@ int CParser::handleBlockBegin1()
     name.nameKind = 3;
     name.scopeKind = 3;
     name.number = static_cast<uint32_t>(blockTree_.blocks.size());
+    // Unlike a form-3 scoped name, this one has a text of its own, which the function lookup sees.
+    name.text = "block" + std::to_string(name.number);
     blockTree_.blocks[block].nameIndex = static_cast<int32_t>(nameTable_.append(std::move(name)));
     readLocalSymbols(block);
     recordContext = 2;

@@ -132,5 +132,20 @@ TEST_F(SymbolTags, NestsFunctionsAndBlocksAndWidensTheirRanges)
     EXPECT_EQ(-1, store->blockTree.current);
 }
 
+TEST_F(SymbolTags, StoresTheNameTextOfABlockItNamesItself)
+{
+    // t_block_begin1 makes its block's name, so the text is kept like one read from the file;
+    // a form-3 scoped name holds only a number, and its text is derived when asked for. Only a
+    // kept text names a function, so only the first is found as one.
+    UbrofWriter w = fileStart();
+    w.begLib("m").scopedBlockName(0xFFFFFFFF, 1).blockBegin3(0).blockEnd().blockBegin1().blockEnd();
+    w.end().eof();
+    ASSERT_EQ("", read(w));
+    EXPECT_EQ("block1", blockName(1));
+    EXPECT_EQ("block3", blockName(2));
+    EXPECT_EQ(-1, store->findFunctionByName("block1"));
+    EXPECT_EQ(2, store->findFunctionByName("block3"));
+}
+
 } // namespace
 } // namespace ubrof::test
