@@ -243,8 +243,11 @@ void TypeTable::typeInfoAt(uint32_t index, TypeInfo& info, unsigned depth) const
         info.extra = 0;
     };
     // A pointer whose memory is unknown (none, or never described) has no size the reader
-    // could vouch for; 0 lets the caller see that instead of a guessed width.
+    // could vouch for; 0 lets the caller see that instead of a guessed width. A built-in base
+    // record's op1 is its name, which here is a small slot number that must not pass for a memory.
     auto addressSizeOf = [this](const TypeRecord& target) -> uint32_t {
+        if (target.kind == 1 && target.op1 != 0)
+            return 0;
         const MemoryInfo* memory = memoryAt(target.op1);
         return memory ? memory->addressSize : 0;
     };

@@ -137,5 +137,26 @@ TEST(TypeTable, IndexesOutsideTheTablesAreAnsweredSafely)
     EXPECT_EQ(count, types.getCount());
 }
 
+// A built-in base record's op1 names its text; it is no memory number, however many memories are described.
+TEST(TypeTable, PointersToBaseTypesTakeNoMemoryFromTheBaseName)
+{
+    NameTable names;
+    TypeTable types(names);
+    types.memories.resize(64);
+    for (MemoryInfo& memory : types.memories)
+        memory.addressSize = 3;
+    types.storeType(100, record(15, 6));      // int *, straight to the base type
+    types.storeType(101, record(50, 6, 100)); // member pointer whose target is int
+    types.storeType(102, record(42, 7, 6));   // int in memory 7
+    types.storeType(103, record(15, 102));
+    uint32_t sizes[4] = {};
+    for (uint32_t i = 0; i < 4; ++i) {
+        TypeInfo info;
+        types.getTypeInfo(100 + i, info);
+        sizes[i] = info.size;
+    }
+    EXPECT_EQ(std::make_tuple(0u, 0u, 3u), std::make_tuple(sizes[0], sizes[1], sizes[3]));
+}
+
 } // namespace
 } // namespace ubrof
