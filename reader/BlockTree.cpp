@@ -22,6 +22,7 @@ uint32_t BlockTree::addBlock(uint32_t kind, int32_t moduleIndex, uint8_t isHidde
         blocks[static_cast<size_t>(current)].children.push_back(index);
     }
     current = static_cast<int32_t>(index);
+    ++openBlocks;
     return index;
 }
 
@@ -31,6 +32,7 @@ void BlockTree::closeBlock()
         return;
     const BlockRecord& closed = blocks[static_cast<size_t>(current)];
     current = closed.parent;
+    --openBlocks;
     if (current < 0)
         currentTopLevel = -1;
     else

@@ -35,6 +35,12 @@ public:
     std::vector<uint32_t> roots;
     int32_t current = -1;         ///< innermost open block
     int32_t currentTopLevel = -1; ///< open module block
+    uint32_t openBlocks = 0;      ///< how deep the current block is nested
+
+    /// C compilers guarantee 127 levels of nested blocks and real files nest a handful; a
+    /// deeper tree would make every address lookup walk it and every recursive host overflow.
+    static constexpr uint32_t kMaxOpenBlocks = 512;
+    bool isFull() const { return openBlocks >= kMaxOpenBlocks; }
 
     /// Appends a block under the current one (or as a new root) and makes it current.
     uint32_t addBlock(uint32_t kind, int32_t moduleIndex, uint8_t isHidden, int32_t nameIndex);

@@ -96,6 +96,8 @@ int CParser::handleBegLib()
     std::memcpy(module.attributes.data(), bytes, 3);
     toOleDate(bytes[5] + 1900u, bytes[4], bytes[3], 0, 0, 0, module.creationDate);
     module.name = readString(bytes[6]);
+    if (blockTree_.isFull())
+        return 1;
     const uint8_t hidden = module.name.compare(0, 1, "?") == 0 ? 1 : 0;
     moduleTable_.push_back(std::move(module));
     blockTree_.addBlock(ModuleBlock, static_cast<int32_t>(moduleTable_.size() - 1), hidden, -1);

@@ -230,6 +230,8 @@ int CParser::handleBlockBegin()
 
 int CParser::handleFuncBegin1()
 {
+    if (blockTree_.isFull())
+        return 1;
     const uint32_t block = blockTree_.addBlock(FunctionBlock, -1, 0, -1);
     NameRecord name;
     name.nameKind = 3;
@@ -246,6 +248,8 @@ int CParser::handleFuncBegin1()
 
 int CParser::handleBlockBegin1()
 {
+    if (blockTree_.isFull())
+        return 1;
     const uint32_t block = blockTree_.addBlock(LexicalBlock, -1, 0, -1);
     NameRecord name;
     name.nameKind = 3;
@@ -262,6 +266,8 @@ int CParser::handleBlockBegin1()
 
 int CParser::handleBlockBegin3()
 {
+    if (blockTree_.isFull())
+        return 1;
     const uint32_t block = blockTree_.addBlock(LexicalBlock, -1, 0, -1);
     const uint32_t nameIndex = readWord32();
     BlockRecord& record = blockTree_.blocks[block];

@@ -1,6 +1,8 @@
 // Names, symbols with their locations, the I/O register twin, and the tree of functions and blocks.
 #include "ReaderFixture.h"
 
+#include "reader/ReaderError.h"
+
 namespace ubrof::test {
 namespace {
 
@@ -145,6 +147,25 @@ TEST_F(SymbolTags, StoresTheNameTextOfABlockItNamesItself)
     EXPECT_EQ("block3", blockName(2));
     EXPECT_EQ(-1, store->findFunctionByName("block1"));
     EXPECT_EQ(2, store->findFunctionByName("block3"));
+}
+
+TEST_F(SymbolTags, RefusesBlocksNestedBeyondTheBound)
+{
+    auto nested = [](uint32_t depth) {
+        UbrofWriter w = fileStart();
+        w.begLib("m").funcBegin1("f");
+        for (uint32_t level = 2; level < depth; ++level)
+            w.blockBegin1();
+        // Closing and opening again at the deepest level must not count twice.
+        w.blockEnd().blockBegin3(0xFFFFFFFF);
+        for (uint32_t level = 1; level < depth; ++level)
+            w.blockEnd();
+        return w.end().eof();
+    };
+    EXPECT_EQ("", read(nested(BlockTree::kMaxOpenBlocks)));
+    EXPECT_EQ(BlockTree::kMaxOpenBlocks + 1, store->blockTree.blocks.size()); // the block opened again
+    EXPECT_EQ(0u, store->blockTree.openBlocks);
+    EXPECT_EQ(kTagProcessingError, read(nested(BlockTree::kMaxOpenBlocks + 1)));
 }
 
 } // namespace
