@@ -5,7 +5,7 @@
 
 namespace ubrof {
 
-void TarnUbrofParser::buildCodeAreas()
+bool TarnUbrofParser::buildCodeAreas()
 {
     // Every line record asks for its scope, so the tree is indexed before the first one does.
     indexScopes();
@@ -13,9 +13,8 @@ void TarnUbrofParser::buildCodeAreas()
     // Many statements share a function; its name text is built once.
     std::vector<std::string> scopeNames(blockTree.blocks.size());
     std::vector<bool> scopeNamed(blockTree.blocks.size(), false);
-    auto functionNameAt = [&](uint32_t address) -> const std::string& {
+    auto nameOf = [&](int32_t scope) -> const std::string& {
         static const std::string none;
-        const int32_t scope = findScopeAtAddress(address);
         if (scope < 0)
             return none;
         const size_t at = static_cast<size_t>(scope);
@@ -32,6 +31,7 @@ void TarnUbrofParser::buildCodeAreas()
         uint32_t address;
         uint32_t file;
         uint32_t lineRecord;
+        int32_t scope;
     };
     std::vector<Key> keys;
     keys.reserve(lineTable.size());
@@ -47,18 +47,29 @@ void TarnUbrofParser::buildCodeAreas()
             const uint64_t end = std::min<uint64_t>(uint64_t(range.firstLineRecord) + range.lineRecordCount,
                                                     lineTable.size());
             for (uint64_t i = range.firstLineRecord; i < end; ++i)
-                keys.push_back({lineTable[i].address, fileIndex, static_cast<uint32_t>(i)});
+                keys.push_back({lineTable[i].address, fileIndex, static_cast<uint32_t>(i), -1});
         }
     }
     auto byAddress = [](const Key& a, const Key& b) { return a.address < b.address; };
     if (!std::is_sorted(keys.begin(), keys.end(), byAddress))
         std::stable_sort(keys.begin(), keys.end(), byAddress);
 
+    // Each area carries its own copy of its function and file names, and a statement costs
+    // ten bytes of file while a file name may be 64 KiB: the text is summed before anything
+    // is copied, so that a hostile file cannot turn kilobytes into gigabytes.
+    uint64_t text = 0;
+    for (Key& key : keys) {
+        key.scope = findScopeAtAddress(key.address);
+        text += nameOf(key.scope).size() + publicPaths[key.file].size();
+    }
+    if (text > kMaxCodeAreaText)
+        return false;
+
     codeAreas.reserve(codeAreas.size() + keys.size());
     for (const Key& key : keys) {
         const LineRecord& record = lineTable[key.lineRecord];
         tarn::CodeArea& area = codeAreas.emplace_back();
-        area.functionName = functionNameAt(record.address);
+        area.functionName = nameOf(key.scope);
         area.fileName = publicPaths[key.file];
         area.startLine = record.line;
         area.endLine = record.line;
@@ -66,6 +77,7 @@ void TarnUbrofParser::buildCodeAreas()
         area.endAddress = uint64_t(record.address) + record.size;
         area.isStatement = 1;
     }
+    return true;
 }
 
 void TarnUbrofParser::createMemberSymbols()

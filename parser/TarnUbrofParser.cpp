@@ -48,7 +48,8 @@ int16_t TarnUbrofParser::parseFile(const std::string& path)
         if (reader.parse(path.c_str()) != 1)
             return StoreNotUbrof;
     }
-    buildCodeAreas();
+    if (!buildCodeAreas())
+        return StoreNotUbrof;
     createMemberSymbols();
     filePath = path;
     stateFlags |= 2;

@@ -158,6 +158,10 @@ public:
     std::vector<tarn::CodeArea> codeAreas;
     tarn::FileMapper fileMapper;
 
+    /// Text the code-area table may hold in all: far beyond any real program, and a bound on
+    /// what a hostile file can make the store copy.
+    static constexpr uint64_t kMaxCodeAreaText = uint64_t(256) << 20;
+
 private:
     /// Scopes sorted by lowAddress, for a binary search when no two of them overlap.
     struct AddressIndex {
@@ -165,7 +169,8 @@ private:
         bool disjoint = false;       ///< byLow may be searched; else scan in tree order
     };
 
-    void buildCodeAreas();
+    /// False when the areas would hold more than kMaxCodeAreaText of names.
+    bool buildCodeAreas();
     void createMemberSymbols();
     /// The image of a memory class, after the checks every memory query makes.
     int32_t imageFor(uint8_t memoryClass, const DMemory** image) const;

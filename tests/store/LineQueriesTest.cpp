@@ -84,6 +84,22 @@ protected:
     TarnUbrofParser store;
 };
 
+TEST(CodeAreas, AFileWhoseAreasWouldCopyTooMuchTextIsRefused)
+{
+    // Each statement's area would copy the 60,000-character file name: about 300 MB in all.
+    test::ScratchDir dir;
+    UbrofWriter w;
+    w.begFile1().version(8).begLib("m").fileRef(0, std::string(60000, 'x')).org(1, 0);
+    for (int i = 0; i < 5000; ++i)
+        w.srcStat(1, 1).absVar({0, 0});
+    w.end().eof();
+    TarnUbrofParser store;
+    store.initialize();
+    EXPECT_EQ(StoreNotUbrof, store.parseFile(dir.save(w)));
+    EXPECT_FALSE(store.isParsed());
+    EXPECT_TRUE(store.codeAreas.empty());
+}
+
 TEST_F(TwoFiles, CodeAreasAreSortedAcrossFilesAndNamedByTheirScope)
 {
     using Area = std::tuple<uint64_t, uint64_t, std::string, std::string, uint64_t, uint64_t, uint8_t>;
