@@ -52,54 +52,112 @@ int32_t TarnUbrofParser::decodeContextId(uint32_t context, uint32_t* kind) const
     return static_cast<int32_t>(index);
 }
 
-TarnUbrofParser::AddressIndex TarnUbrofParser::makeAddressIndex(const std::vector<uint32_t>& scopes) const
+TarnUbrofParser::SegmentIndex TarnUbrofParser::makeSegmentIndex(std::vector<Span> spans, bool lowestWins)
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
-    AddressIndex index;
-    for (uint32_t scope : scopes) {
-        if (scope < blocks.size() && blocks[scope].lowAddress < blocks[scope].highAddress)
-            index.byLow.push_back(scope);
+    SegmentIndex index;
+    for (const Span& span : spans) {
+        index.bounds.push_back(span.low);
+        index.bounds.push_back(span.high);
     }
-    std::sort(index.byLow.begin(), index.byLow.end(),
-              [&](uint32_t a, uint32_t b) { return blocks[a].lowAddress < blocks[b].lowAddress; });
-    index.disjoint = true;
-    for (size_t i = 1; i < index.byLow.size(); ++i) {
-        if (blocks[index.byLow[i - 1]].highAddress > blocks[index.byLow[i]].lowAddress) {
-            index.disjoint = false;
-            break;
+    std::sort(index.bounds.begin(), index.bounds.end());
+    index.bounds.erase(std::unique(index.bounds.begin(), index.bounds.end()), index.bounds.end());
+    if (index.bounds.size() < 2)
+        return SegmentIndex();
+    const size_t pieces = index.bounds.size() - 1;
+    index.winner.assign(pieces, -1);
+
+    // Spans are laid in order of precedence; each piece keeps the first span that reaches it.
+    // next[i] skips to the first piece at or after i that has no winner yet, so every piece is
+    // assigned once however much the spans overlap.
+    std::stable_sort(spans.begin(), spans.end(), [lowestWins](const Span& a, const Span& b) {
+        return lowestWins ? a.position < b.position : a.position > b.position;
+    });
+    std::vector<size_t> next(pieces + 1);
+    for (size_t i = 0; i <= pieces; ++i)
+        next[i] = i;
+    auto firstOpen = [&](size_t i) {
+        while (next[i] != i) {
+            next[i] = next[next[i]];
+            i = next[i];
+        }
+        return i;
+    };
+    for (const Span& span : spans) {
+        const auto first = size_t(std::lower_bound(index.bounds.begin(), index.bounds.end(), span.low) -
+                                  index.bounds.begin());
+        const auto last = size_t(std::lower_bound(index.bounds.begin(), index.bounds.end(), span.high) -
+                                 index.bounds.begin());
+        for (size_t i = firstOpen(first); i < last; i = firstOpen(i + 1)) {
+            index.winner[i] = span.position;
+            next[i] = i + 1;
         }
     }
-    // An overlapping list is scanned in tree order instead, so the sorted copy is not kept.
-    if (!index.disjoint)
-        index.byLow.clear();
     return index;
+}
+
+int32_t TarnUbrofParser::SegmentIndex::at(uint32_t pc) const
+{
+    const auto after = std::upper_bound(bounds.begin(), bounds.end(), uint64_t(pc));
+    if (after == bounds.begin() || after == bounds.end())
+        return -1;
+    return winner[size_t(after - bounds.begin()) - 1];
 }
 
 void TarnUbrofParser::indexScopes()
 {
+    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    auto covers = [&](uint32_t scope) {
+        return scope < blocks.size() && blocks[scope].lowAddress < blocks[scope].highAddress;
+    };
+
     childIndex_.clear();
-    childIndex_.reserve(blockTree.blocks.size());
-    for (const BlockRecord& block : blockTree.blocks)
-        childIndex_.push_back(makeAddressIndex(block.children));
-    rootIndex_ = makeAddressIndex(blockTree.roots);
+    childIndex_.reserve(blocks.size());
+    for (const BlockRecord& block : blocks) {
+        std::vector<Span> children;
+        for (size_t i = 0; i < block.children.size(); ++i) {
+            const uint32_t child = block.children[i];
+            if (covers(child))
+                children.push_back({blocks[child].lowAddress, blocks[child].highAddress, int32_t(i)});
+        }
+        childIndex_.push_back(makeSegmentIndex(std::move(children), true));
+    }
+
+    // The plain walk answers with the first top-level scope that holds pc and claims it
+    // (through a child, or through the last record of one of its line ranges), else with
+    // the last one that holds it.
+    std::vector<Span> holding;
+    std::vector<Span> claiming;
+    for (size_t i = 0; i < blockTree.roots.size(); ++i) {
+        if (!covers(blockTree.roots[i]))
+            continue;
+        const BlockRecord& module = blocks[blockTree.roots[i]];
+        holding.push_back({module.lowAddress, module.highAddress, int32_t(i)});
+        auto claim = [&](uint64_t low, uint64_t high) {
+            low = std::max<uint64_t>(low, module.lowAddress);
+            high = std::min<uint64_t>(high, module.highAddress);
+            if (low < high)
+                claiming.push_back({low, high, int32_t(i)});
+        };
+        for (uint32_t child : module.children) {
+            if (covers(child))
+                claim(blocks[child].lowAddress, blocks[child].highAddress);
+        }
+        for (uint32_t rangeIndex : module.lineRanges) {
+            if (rangeIndex >= fileLineRanges.size() || fileLineRanges[rangeIndex].lineRecordCount == 0)
+                continue;
+            const FileLineRange& range = fileLineRanges[rangeIndex];
+            const uint64_t last = uint64_t(range.firstLineRecord) + range.lineRecordCount - 1;
+            if (last < lineTable.size())
+                claim(lineTable[last].address, uint64_t(lineTable[last].address) + lineTable[last].size);
+        }
+    }
+    moduleHolding_ = makeSegmentIndex(std::move(holding), false);
+    moduleClaiming_ = makeSegmentIndex(std::move(claiming), true);
 }
 
-int32_t TarnUbrofParser::scopeHolding(const std::vector<uint32_t>& scopes, const AddressIndex* index,
-                                      uint32_t pc) const
+int32_t TarnUbrofParser::scopeHolding(const std::vector<uint32_t>& scopes, uint32_t pc) const
 {
     const std::vector<BlockRecord>& blocks = blockTree.blocks;
-    if (index && index->disjoint) {
-        // No two candidates overlap, so the only one that can hold pc is the last that starts at
-        // or below it, and the first in tree order is that one too.
-        auto after = std::upper_bound(index->byLow.begin(), index->byLow.end(), pc,
-                                      [&](uint32_t address, uint32_t scope) {
-                                          return address < blocks[scope].lowAddress;
-                                      });
-        if (after == index->byLow.begin())
-            return -1;
-        const uint32_t scope = *(after - 1);
-        return blocks[scope].holds(pc) ? static_cast<int32_t>(scope) : -1;
-    }
     for (uint32_t scope : scopes) {
         if (scope < blocks.size() && blocks[scope].holds(pc))
             return static_cast<int32_t>(scope);
@@ -114,7 +172,13 @@ int32_t TarnUbrofParser::innermostBelow(uint32_t scope, uint32_t pc) const
     int32_t found = -1;
     // A tree filled by hand could loop; a real one is never deeper than it has blocks.
     for (size_t depth = 0; depth < blocks.size(); ++depth) {
-        const int32_t child = scopeHolding(blocks[scope].children, indexed ? &childIndex_[scope] : nullptr, pc);
+        int32_t child = -1;
+        if (indexed) {
+            const int32_t position = childIndex_[scope].at(pc);
+            child = position < 0 ? -1 : static_cast<int32_t>(blocks[scope].children[size_t(position)]);
+        } else {
+            child = scopeHolding(blocks[scope].children, pc);
+        }
         if (child < 0)
             break;
         found = child;
@@ -144,13 +208,15 @@ bool TarnUbrofParser::lineRangesEndAt(const BlockRecord& module, uint32_t pc) co
 int32_t TarnUbrofParser::findScopeAtAddress(uint32_t pc) const
 {
     const std::vector<BlockRecord>& blocks = blockTree.blocks;
-    if (scopesIndexed() && rootIndex_.disjoint) {
-        // At most one module holds pc, and then it is the answer whatever its line ranges say.
-        const int32_t module = scopeHolding(blockTree.roots, &rootIndex_, pc);
-        if (module < 0)
-            return -1;
-        const int32_t inner = innermostBelow(static_cast<uint32_t>(module), pc);
-        return inner >= 0 ? inner : module;
+    if (scopesIndexed()) {
+        const int32_t claimed = moduleClaiming_.at(pc);
+        if (claimed >= 0) {
+            const uint32_t module = blockTree.roots[size_t(claimed)];
+            const int32_t inner = innermostBelow(module, pc);
+            return inner >= 0 ? inner : static_cast<int32_t>(module);
+        }
+        const int32_t held = moduleHolding_.at(pc);
+        return held >= 0 ? static_cast<int32_t>(blockTree.roots[size_t(held)]) : -1;
     }
     int32_t result = -1;
     for (uint32_t module : blockTree.roots) {

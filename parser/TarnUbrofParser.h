@@ -163,10 +163,21 @@ public:
     static constexpr uint64_t kMaxCodeAreaText = uint64_t(256) << 20;
 
 private:
-    /// Scopes sorted by lowAddress, for a binary search when no two of them overlap.
-    struct AddressIndex {
-        std::vector<uint32_t> byLow; ///< the scopes that cover at least one address
-        bool disjoint = false;       ///< byLow may be searched; else scan in tree order
+    /// An address range [low, high) of the scope at position in its list.
+    struct Span {
+        uint64_t low;
+        uint64_t high;
+        int32_t position;
+    };
+
+    /// The address space cut at every boundary of a set of spans, with the span that wins in
+    /// each piece (the lowest or the highest position among those covering it), so that "the
+    /// first scope in tree order that holds pc" is one binary search, overlaps or not.
+    struct SegmentIndex {
+        std::vector<uint64_t> bounds; ///< piece i is [bounds[i], bounds[i + 1])
+        std::vector<int32_t> winner;  ///< per piece: a position, or -1
+        /// The winning position at pc, or -1.
+        int32_t at(uint32_t pc) const;
     };
 
     /// False when the areas would hold more than kMaxCodeAreaText of names.
@@ -174,16 +185,17 @@ private:
     void createMemberSymbols();
     /// The image of a memory class, after the checks every memory query makes.
     int32_t imageFor(uint8_t memoryClass, const DMemory** image) const;
-    AddressIndex makeAddressIndex(const std::vector<uint32_t>& scopes) const;
+    static SegmentIndex makeSegmentIndex(std::vector<Span> spans, bool lowestWins);
     bool scopesIndexed() const { return childIndex_.size() == blockTree.blocks.size() && !childIndex_.empty(); }
     /// The first of scopes, in order, that holds pc; -1 when none does.
-    int32_t scopeHolding(const std::vector<uint32_t>& scopes, const AddressIndex* index, uint32_t pc) const;
+    int32_t scopeHolding(const std::vector<uint32_t>& scopes, uint32_t pc) const;
     /// The innermost scope below scope that holds pc; -1 when no child does.
     int32_t innermostBelow(uint32_t scope, uint32_t pc) const;
     bool lineRangesEndAt(const BlockRecord& module, uint32_t pc) const;
 
-    std::vector<AddressIndex> childIndex_; ///< per scope, its children
-    AddressIndex rootIndex_;
+    std::vector<SegmentIndex> childIndex_; ///< per scope: its first child that holds an address
+    SegmentIndex moduleHolding_;           ///< the last top-level scope that holds an address
+    SegmentIndex moduleClaiming_; ///< the first that holds it in a child or a range's last record
 };
 
 } // namespace ubrof

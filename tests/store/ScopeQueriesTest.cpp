@@ -79,7 +79,7 @@ TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRandomTrees)
 {
     std::mt19937 random(611);
     auto pick = [&](uint32_t n) { return static_cast<uint32_t>(random() % n); };
-    for (int round = 0; round < 150; ++round) {
+    for (int round = 0; round < 300; ++round) {
         FilledStore t;
         for (uint32_t i = 0, scopes = 1 + pick(40); i < scopes; ++i) {
             const int32_t parent = i == 0 || pick(4) == 0 ? -1 : static_cast<int32_t>(pick(i));
@@ -92,8 +92,8 @@ TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRandomTrees)
             if (pick(10) == 0)
                 std::tie(low, high) = std::make_pair(0xFFFFFFFFu, 0u);
             const int32_t scope = t.scope(parent < 0 ? ModuleBlock : FunctionBlock, parent, low, high);
-            if (parent < 0)
-                t.lineRange(scope, {{pick(0x400), pick(8)}});
+            for (uint32_t range = 0, ranges = parent < 0 ? pick(4) : 0; range < ranges; ++range)
+                t.lineRange(scope, {{pick(0x400), pick(8)}, {pick(0x400), pick(8)}});
         }
         std::vector<int32_t> plain;
         for (uint32_t pc = 0; pc < 0x1000; ++pc)
