@@ -324,17 +324,26 @@ bool TarnUbrofParser::getReferencedTypeOf(int32_t type, uint32_t* target) const
     return typeTable.getReferencedType(static_cast<uint32_t>(type), *target);
 }
 
+int16_t TarnUbrofParser::typeRecordAt(int32_t type, const TypeRecord** record) const
+{
+    if (!isParsed())
+        return StoreNotParsed;
+    if (type < 0 || static_cast<uint32_t>(type) >= typeTable.getCount())
+        return StoreIndexOutOfRange;
+    *record = &typeTable.getRecord(static_cast<uint32_t>(type));
+    return StoreOk;
+}
+
 int16_t TarnUbrofParser::getTypeTarget(int32_t type, int32_t* target, uint32_t* mode) const
 {
     if (!target || !mode)
         return StoreBadArgument;
     // Qualifier chains are short in real files; a chain longer than the table must loop.
     for (uint32_t step = 0; step <= typeTable.getCount(); ++step) {
-        if (!isParsed())
-            return StoreNotParsed;
-        if (type < 0 || static_cast<uint32_t>(type) >= typeTable.getCount())
-            return StoreIndexOutOfRange;
-        const TypeRecord& record = typeTable.getRecord(static_cast<uint32_t>(type));
+        const TypeRecord* followed = nullptr;
+        if (const int16_t result = typeRecordAt(type, &followed))
+            return result;
+        const TypeRecord& record = *followed;
         switch (record.kind) {
         case 36: case 42: case 43:
             type = static_cast<int32_t>(record.op2);
@@ -367,11 +376,10 @@ int16_t TarnUbrofParser::getStructMember(int32_t type, std::string& text, int32_
         return StoreBadArgument;
     const TypeRecord* composite = nullptr;
     for (uint32_t step = 0; step <= typeTable.getCount() && !composite; ++step) {
-        if (!isParsed())
-            return StoreNotParsed;
-        if (type < 0 || static_cast<uint32_t>(type) >= typeTable.getCount())
-            return StoreIndexOutOfRange;
-        const TypeRecord& record = typeTable.getRecord(static_cast<uint32_t>(type));
+        const TypeRecord* followed = nullptr;
+        if (const int16_t result = typeRecordAt(type, &followed))
+            return result;
+        const TypeRecord& record = *followed;
         switch (record.kind) {
         case 36: case 42: case 43:
             type = static_cast<int32_t>(record.op2);

@@ -192,6 +192,8 @@ private:
     /// The innermost scope below scope that holds pc; -1 when no child does.
     int32_t innermostBelow(uint32_t scope, uint32_t pc) const;
     bool lineRangesEndAt(const BlockRecord& module, uint32_t pc) const;
+    /// The type record at type, after the checks every step of a type walk makes.
+    int16_t typeRecordAt(int32_t type, const TypeRecord** record) const;
 
     std::vector<SegmentIndex> childIndex_; ///< per scope: its first child that holds an address
     SegmentIndex moduleHolding_;           ///< the last top-level scope that holds an address
