@@ -260,23 +260,22 @@ int32_t TarnUbrofParser::getTypeOfSymbolNamed(const std::string& name) const
     return getSymbolTypeIndex(found);
 }
 
+uint32_t TarnUbrofParser::categoryOfType(int32_t type) const
+{
+    TypeInfo info;
+    if (type >= 0)
+        typeTable.getTypeInfo(static_cast<uint32_t>(type), info);
+    return info.category;
+}
+
 bool TarnUbrofParser::isBitFieldContext(uint32_t context) const
 {
-    const int32_t type = getTypeIndexOfContext(context);
-    if (type < 0)
-        return false;
-    TypeInfo info;
-    typeTable.getTypeInfo(static_cast<uint32_t>(type), info);
-    return info.category == BitFieldCategory;
+    return categoryOfType(getTypeIndexOfContext(context)) == BitFieldCategory;
 }
 
 bool TarnUbrofParser::isArrayTypeIndex(int32_t type) const
 {
-    if (type < 0)
-        return false;
-    TypeInfo info;
-    typeTable.getTypeInfo(static_cast<uint32_t>(type), info);
-    return info.category == ArrayCategory;
+    return categoryOfType(type) == ArrayCategory;
 }
 
 bool TarnUbrofParser::isFunctionTypeContext(uint32_t context) const

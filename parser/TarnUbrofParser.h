@@ -192,6 +192,8 @@ private:
     /// The innermost scope below scope that holds pc; -1 when no child does.
     int32_t innermostBelow(uint32_t scope, uint32_t pc) const;
     bool lineRangesEndAt(const BlockRecord& module, uint32_t pc) const;
+    /// The category getTypeInfo gives a type; undefined for -1.
+    uint32_t categoryOfType(int32_t type) const;
     /// The type record at type, after the checks every step of a type walk makes.
     int16_t typeRecordAt(int32_t type, const TypeRecord** record) const;
 

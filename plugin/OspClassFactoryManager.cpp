@@ -1,6 +1,8 @@
 // OspClassFactoryManager: the lookups walk the bundles' declarations, the registry holds the factories.
 #include "plugin/OspClassFactoryManager.h"
 
+#include <algorithm>
+
 #include "host/osp/BundleLoader.h"
 #include "host/osp/OSPSubsystem.h"
 #include "host/osp/PreferencesService.h"
@@ -94,14 +96,20 @@ void OspClassFactoryManager::listBundles(std::vector<Bundle::Ptr>& bundles) cons
         context_->listBundles(bundles);
 }
 
-boost::shared_ptr<IQnClassFactory> OspClassFactoryManager::getClassFactory(const std::string& className)
+std::vector<Bundle::Ptr> OspClassFactoryManager::bundlesDeclaringServices() const
 {
     std::vector<Bundle::Ptr> bundles;
     listBundles(bundles);
-    for (Bundle::Ptr& bundle : bundles) {
+    bundles.erase(std::remove_if(bundles.begin(), bundles.end(),
+                                 [](const Bundle::Ptr& bundle) { return !propertiesOf(bundle).hasProperty("services"); }),
+                  bundles.end());
+    return bundles;
+}
+
+boost::shared_ptr<IQnClassFactory> OspClassFactoryManager::getClassFactory(const std::string& className)
+{
+    for (Bundle::Ptr& bundle : bundlesDeclaringServices()) {
         const auto& properties = propertiesOf(bundle);
-        if (!properties.hasProperty("services"))
-            continue;
         bool found = false;
         for (const std::string& identifier : serviceIdentifiers(properties)) {
             if (!hasValue(properties, identifier + ".classname", className))
@@ -120,12 +128,8 @@ boost::shared_ptr<IQnClassFactory> OspClassFactoryManager::getClassFactory(const
 
 std::vector<boost::shared_ptr<IQnClassFactory>> OspClassFactoryManager::getClassFactories(const std::string& category)
 {
-    std::vector<Bundle::Ptr> bundles;
-    listBundles(bundles);
-    for (Bundle::Ptr& bundle : bundles) {
+    for (Bundle::Ptr& bundle : bundlesDeclaringServices()) {
         const auto& properties = propertiesOf(bundle);
-        if (!properties.hasProperty("services"))
-            continue;
         for (const std::string& identifier : serviceIdentifiers(properties)) {
             if (hasValue(properties, identifier + ".category", category) &&
                 properties.hasProperty(identifier + ".classname") && !isRunning(*bundle))
@@ -144,13 +148,9 @@ std::vector<boost::shared_ptr<IQnClassFactory>> OspClassFactoryManager::getClass
 
 std::vector<std::string> OspClassFactoryManager::getClassNames(const std::string& category)
 {
-    std::vector<Bundle::Ptr> bundles;
-    listBundles(bundles);
     std::vector<std::string> names;
-    for (Bundle::Ptr& bundle : bundles) {
+    for (Bundle::Ptr& bundle : bundlesDeclaringServices()) {
         const auto& properties = propertiesOf(bundle);
-        if (!properties.hasProperty("services"))
-            continue;
         for (const std::string& identifier : serviceIdentifiers(properties)) {
             const std::string classKey = identifier + ".classname";
             if (hasValue(properties, identifier + ".category", category) && properties.hasProperty(classKey))

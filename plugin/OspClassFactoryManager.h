@@ -60,6 +60,9 @@ public:
     void listBundles(std::vector<Poco::OSP::Bundle::Ptr>& bundles) const;
 
 private:
+    /// The bundles whose properties list "services", in bundle order.
+    std::vector<Poco::OSP::Bundle::Ptr> bundlesDeclaringServices() const;
+
     Poco::OSP::ServiceRegistry* registry_;
     Poco::OSP::BundleLoader* loader_;
     Poco::OSP::BundleContext::Ptr context_;
