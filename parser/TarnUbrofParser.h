@@ -6,6 +6,7 @@
 #include "host/Status.h"
 #include "reader/BlockTree.h"
 #include "reader/DMemory.h"
+#include "reader/ProgramFacts.h"
 #include "reader/Records.h"
 #include "reader/TypeTable.h"
 
@@ -157,6 +158,8 @@ public:
     std::vector<FileLineRange> fileLineRanges;
     std::vector<tarn::CodeArea> codeAreas;
     tarn::FileMapper fileMapper;
+    /// What only the program model reads.
+    ProgramFacts facts;
 
     /// Text the code-area table may hold in all: far beyond any real program, and a bound on
     /// what a hostile file can make the store copy.

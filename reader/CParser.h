@@ -3,6 +3,7 @@
 
 #include "reader/BlockTree.h"
 #include "reader/DMemory.h"
+#include "reader/ProgramFacts.h"
 #include "reader/Records.h"
 #include "reader/TypeTable.h"
 
@@ -43,6 +44,9 @@ public:
 
     /// The reader's text for the last failed parse, nullptr after success; for diagnostics.
     const char* lastError() const { return lastError_; }
+
+    /// Where to keep the facts only the program model reads; none are kept without it.
+    void keepFacts(ProgramFacts* facts) { facts_ = facts; }
 
 private:
     // Byte-stream primitives: the only code that touches the file. Each raises
@@ -113,6 +117,7 @@ private:
     std::vector<LineRecord>& lineTable_;
     FileIndex& fileIndex_;
     std::vector<FileLineRange>& fileLineRanges_;
+    ProgramFacts* facts_ = nullptr;
 
     // Reader state shared by the tag handlers.
     uint32_t segmentType = 1;

@@ -83,8 +83,10 @@ int CParser::handleGrpRef()
 int CParser::handleKeyValue()
 {
     skipBytes(4);
-    readString(readWord32());
-    readString(readWord32());
+    std::string key = readString(readWord32());
+    std::string value = readString(readWord32());
+    if (facts_)
+        facts_->attributes.emplace_back(std::move(key), std::move(value));
     return 0;
 }
 
