@@ -45,7 +45,8 @@ int16_t TarnUbrofParser::parseFile(const std::string& path)
         CParser reader(fileHeader, nameTable, typeTable, groupTable, moduleTable, blockTree,
                        symbolTable, codeMemory, eepromMemory, dataMemory, sourceFileTable,
                        lineTable, fileIndex, fileLineRanges);
-        reader.keepFacts(&facts);
+        if (keepFacts)
+            reader.keepFacts(&facts);
         if (reader.parse(path.c_str()) != 1)
             return StoreNotUbrof;
     }

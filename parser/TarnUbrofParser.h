@@ -158,8 +158,10 @@ public:
     std::vector<FileLineRange> fileLineRanges;
     std::vector<tarn::CodeArea> codeAreas;
     tarn::FileMapper fileMapper;
-    /// What only the program model reads.
+    /// What only the program model reads; kept only when keepFacts is set before the parse, so
+    /// that a debugger host does not pay for tables it never asks about.
     ProgramFacts facts;
+    bool keepFacts = false;
 
     /// Text the code-area table may hold in all: far beyond any real program, and a bound on
     /// what a hostile file can make the store copy.
