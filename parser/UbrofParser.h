@@ -19,6 +19,7 @@ public:
     ~UbrofParser() override = default;
 
     void loadSymbolicInfo(bool) override {}
+    // The views are made in info/, their own layer: nothing here includes a layer above.
     boost::shared_ptr<tarn::ISourceInformation> createSourceInformation() const override;
     boost::shared_ptr<tarn::IBinaryInformation> createBinaryInformation() const override;
     boost::shared_ptr<tarn::ISymbolInformation> createSymbolInformation() const override;
