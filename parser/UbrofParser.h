@@ -12,7 +12,7 @@ class TarnUbrofParser;
 
 class UbrofParser : public tarn::IObjectfileParser {
 public:
-    /// Throws tarn::CoreException when the file cannot be checked or parsed.
+    /// Throws tarn::CoreException, and no other exception, when the file cannot be checked or parsed.
     explicit UbrofParser(const std::string& path);
     UbrofParser(const UbrofParser&) = default;
     UbrofParser& operator=(const UbrofParser&) = default;
