@@ -54,10 +54,10 @@ EmbeddedSourceFile::EmbeddedSourceFile(const std::string& parent, const std::str
     // it; from there on nothing is resolved by name except through no-follow calls.
     int parentFolder = ::open(parent.empty() ? "." : parent.c_str(), kParentFlags);
     if (parentFolder >= 0) {
-        if (::mkdirat(parentFolder, kFolder, 0777) != 0 && errno != EEXIST)
-            failed_ = true;
-        else
-            folder_ = ::openat(parentFolder, kFolder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        // Whether it was made now or before (or cannot be made on a read-only disk), the
+        // no-follow open alone decides whether a real folder is there.
+        ::mkdirat(parentFolder, kFolder, 0777);
+        folder_ = ::openat(parentFolder, kFolder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         closeQuietly(parentFolder);
     }
     if (folder_ < 0) {
