@@ -6,7 +6,6 @@
 #include <boost/filesystem.hpp>
 #include <fstream>
 #include <set>
-#include <sstream>
 
 namespace ubrof::test {
 namespace {
@@ -14,14 +13,6 @@ namespace {
 using SourceTags = ReaderTest;
 namespace fs = boost::filesystem;
 using namespace std::string_literals;
-
-std::string contents(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
-}
 
 TEST_F(SourceTags, RegistersEachFileOnceWhateverItsCase)
 {
@@ -118,9 +109,9 @@ TEST_F(SourceTags, WritesEmbeddedSourcesBesideTheFile)
     EXPECT_EQ((std::set<std::string>{"a_emb.c", "a_emb1.c", "a_emb2.c", "Makefile_emb", "._emb.", "b_emb.c"}),
               written);
     EXPECT_EQ(2, std::distance(fs::directory_iterator(dir.dir()), fs::directory_iterator()));
-    EXPECT_EQ("int x;\r\n\r\ny\r\n", contents((copies / "a_emb.c").string()));
-    EXPECT_EQ("z\r\n", contents((copies / "a_emb1.c").string()));
-    EXPECT_EQ("", contents((copies / "a_emb2.c").string()));
+    EXPECT_EQ("int x;\r\n\r\ny\r\n", fileText((copies / "a_emb.c").string()));
+    EXPECT_EQ("z\r\n", fileText((copies / "a_emb1.c").string()));
+    EXPECT_EQ("", fileText((copies / "a_emb2.c").string()));
 
     ASSERT_EQ(6u, store->sourceFileTable.size());
     const SourceFileRecord& first = store->sourceFileTable[0];
@@ -143,7 +134,7 @@ TEST_F(SourceTags, WritesNoMoreEmbeddedCopiesThanTheCapAndNamesNoCopyPastIt)
     UbrofWriter earlier = fileStart();
     earlier.begLib("m").file("y.c", {"old"}).end().eof();
     ASSERT_EQ("", read(earlier));
-    ASSERT_EQ("old\r\n", contents((copies / "y_emb.c").string()));
+    ASSERT_EQ("old\r\n", fileText((copies / "y_emb.c").string()));
 
     UbrofWriter w = fileStart();
     w.begLib("m");
@@ -159,7 +150,7 @@ TEST_F(SourceTags, WritesNoMoreEmbeddedCopiesThanTheCapAndNamesNoCopyPastIt)
     ASSERT_EQ(CParser::kMaxEmbeddedCopies + 1, store->sourceFileTable.size());
     EXPECT_EQ("src/y.c", store->sourceFileTable.back().name);
     EXPECT_EQ(1, store->sourceFileTable.back().isEmbedded);
-    EXPECT_EQ("old\r\n", contents((copies / "y_emb.c").string()));
+    EXPECT_EQ("old\r\n", fileText((copies / "y_emb.c").string()));
 }
 
 TEST_F(SourceTags, ReadsOnWhenNoCopyCanBeWritten)
@@ -175,7 +166,7 @@ TEST_F(SourceTags, ReadsOnWhenNoCopyCanBeWritten)
     EXPECT_EQ((fs::path(dir.dir()) / "embedded_source" / "a_emb.c").string(), store->sourceFileTable[0].name);
     EXPECT_EQ((std::vector<uint32_t>{0}), store->sourceFileTable[0].lineRanges);
     EXPECT_EQ("after", symbolName(0));
-    EXPECT_EQ("not a folder", contents(blocker));
+    EXPECT_EQ("not a folder", fileText(blocker));
 }
 
 TEST_F(SourceTags, NeverWritesThroughAPlantedLink)
@@ -191,9 +182,9 @@ TEST_F(SourceTags, NeverWritesThroughAPlantedLink)
     fs::remove(copies / "a_emb.c");
     fs::create_symlink(victim, copies / "a_emb.c");
     ASSERT_EQ("", read(w));
-    EXPECT_EQ("mine", contents(victim));
+    EXPECT_EQ("mine", fileText(victim));
     EXPECT_FALSE(fs::is_symlink(copies / "a_emb.c"));
-    EXPECT_EQ("embedded\r\n", contents((copies / "a_emb.c").string()));
+    EXPECT_EQ("embedded\r\n", fileText((copies / "a_emb.c").string()));
 
     // A link in place of the folder is not entered: nothing is written, the parse goes on.
     const fs::path elsewhere = fs::path(dir.dir()) / "elsewhere";
@@ -246,7 +237,7 @@ TEST_F(SourceTags, WritesACopyWholeOrNotAtAll)
     EXPECT_TRUE(fs::is_empty(copies));
     ASSERT_EQ("", read(w.end().eof()));
     EXPECT_EQ("first line\r\n" + std::string(60000, 'x') + "\r\nlast line\r\n",
-              contents((copies / "a_emb.c").string()));
+              fileText((copies / "a_emb.c").string()));
     EXPECT_EQ(1, std::distance(fs::directory_iterator(copies), fs::directory_iterator()));
 }
 

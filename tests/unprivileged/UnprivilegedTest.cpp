@@ -10,8 +10,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <sstream>
 
 namespace ubrof {
 namespace {
@@ -25,14 +23,6 @@ struct DumpRun {
     int status = -1;
     std::string out;
 };
-
-std::string readFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 // Runs "ubrofdump sample.d90" in folder, as user when one is given; output goes to outPath,
 // opened before the user changes, so that it may lie where the user cannot write.
@@ -54,7 +44,7 @@ DumpRun summarise(const fs::path& folder, const std::string& outPath, const pass
     int status = 0;
     if (child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status))
         run.status = WEXITSTATUS(status);
-    run.out = readFile(outPath);
+    run.out = test::fileText(outPath);
     return run;
 }
 
