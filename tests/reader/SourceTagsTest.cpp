@@ -4,8 +4,12 @@
 #include "reader/ReaderError.h"
 
 #include <boost/filesystem.hpp>
+#include <csignal>
 #include <fstream>
 #include <set>
+
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace ubrof::test {
 namespace {
@@ -239,6 +243,30 @@ TEST_F(SourceTags, WritesACopyWholeOrNotAtAll)
     EXPECT_EQ("first line\r\n" + std::string(60000, 'x') + "\r\nlast line\r\n",
               fileText((copies / "a_emb.c").string()));
     EXPECT_EQ(1, std::distance(fs::directory_iterator(copies), fs::directory_iterator()));
+}
+
+TEST_F(SourceTags, LeavesNothingOfACopyWhoseWriteFails)
+{
+    const fs::path copies = fs::path(dir.dir()) / "embedded_source";
+    UbrofWriter earlier = fileStart();
+    ASSERT_EQ("", read(earlier.begLib("m").file("a.c", {"old"}).end().eof()));
+    UbrofWriter w = fileStart();
+    w.begLib("m").file("a.c", {std::string(60000, 'x')}).end().eof();
+    const std::string big = dir.save(w);
+    // Files may not grow past 4 KiB, so the write fails half-way; the parse itself succeeds.
+    const auto parseWithSmallFiles = [&] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{4096, 4096};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        TarnUbrofParser parsed;
+        _exit(parsed.initialize() && parsed.parseFile(big) == 0 ? 0 : 1);
+    };
+    EXPECT_EXIT(parseWithSmallFiles(), ::testing::ExitedWithCode(0), "");
+    // Neither a part of the copy nor the earlier copy, which would pass for this file's text.
+    std::vector<std::string> left;
+    for (const fs::directory_entry& entry : fs::directory_iterator(copies))
+        left.push_back(entry.path().filename().string() + " " + std::to_string(fs::file_size(entry.path())));
+    EXPECT_EQ(std::vector<std::string>{}, left);
 }
 
 TEST_F(SourceTags, BoundsTheModuleFileTablesOfOneParse)
