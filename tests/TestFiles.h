@@ -1,10 +1,12 @@
-// Test support: a scratch directory per test, and writer-built files saved into it.
+// Test support: a scratch directory per test, writer-built files saved into it, and files read back.
 #pragma once
 
 #include "writer/UbrofWriter.h"
 
 #include <boost/filesystem.hpp>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <string>
 
 namespace ubrof::test {
@@ -47,6 +49,15 @@ public:
 private:
     boost::filesystem::path path_;
 };
+
+/// The whole content of a file, empty when it cannot be read.
+inline std::string fileText(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
 
 /// Path of a file in the shared collection of real UBROF files.
 inline std::string realFile(const std::string& relative)
