@@ -529,8 +529,9 @@ bool UnitWriter::describe(Dwarf_P_Expr expression, const Location& location)
         op(DW_OP_fbreg, static_cast<Dwarf_Unsigned>(static_cast<Dwarf_Signed>(location.offset)));
         return true;
     case Location::Kind::Constant:
+        // The value itself; the caller ends it with DW_OP_stack_value, which this libdwarf's
+        // expression builder does not know.
         op(DW_OP_constu, location.address);
-        op(DW_OP_stack_value);
         return true;
     case Location::Kind::None:
     case Location::Kind::Computed:
@@ -548,6 +549,11 @@ void UnitWriter::location(Dwarf_P_Die die, const Variable& variable, uint32_t lo
                             (pieces.size() == 1 && low < high && pieces[0].low == low && pieces[0].high == high);
     if (throughout) {
         const Location& where = variable.ranges.empty() ? variable.location : pieces.front().location;
+        if (where.kind == Location::Kind::Constant) {
+            check(dwarf_add_AT_const_value_unsignedint_a(die, where.address, &added, &error), error,
+                  "cannot add the value of " + variable.name);
+            return;
+        }
         Dwarf_P_Expr expression = newExpression();
         if (describe(expression, where))
             check(dwarf_add_AT_location_expr_a(dbg_, die, DW_AT_location, expression, &added, &error), error,
@@ -567,12 +573,15 @@ void UnitWriter::location(Dwarf_P_Die die, const Variable& variable, uint32_t lo
         Dwarf_Unsigned length = 0;
         Dwarf_Small* bytes = nullptr;
         check(dwarf_expr_into_block_a(expression, &length, &bytes, &error), error, "cannot read an expression");
-        if (length > 0xFFFF)
+        if (length >= 0xFFFF)
             continue;
         put(codeAddress(piece.low, variable.name.c_str()), 4);
         put(codeAddress(piece.high, variable.name.c_str()), 4);
-        put(length, 2);
+        const bool value = piece.location.kind == Location::Kind::Constant;
+        put(length + (value ? 1 : 0), 2);
         list.append(reinterpret_cast<const char*>(bytes), length);
+        if (value)
+            list += static_cast<char>(DW_OP_stack_value);
     }
     if (list.empty())
         return;

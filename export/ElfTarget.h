@@ -28,10 +28,9 @@ struct ElfTarget {
     Window code, data, eeprom;
     unsigned registerBytes = 1; ///< width of one register, for DW_OP_piece
     /// DWARF register whose value is the frame base of frame-offset locations; none: such locations
-    /// cannot be described.
+    /// cannot be described. The register is read as a data pointer, which AVR's gdb itself moves
+    /// into the data window, so frame-based addresses need no offset of their own.
     std::optional<unsigned> frameBaseRegister;
-    /// The data window's base is added to the frame-base register when read (AVR's gdb turns a data
-    /// pointer into 0x800000 + value), so frame-based addresses need no offset of their own.
 
     const Window& window(model::MemorySpace space) const;
     /// The ELF address of a memory address; throws ExportError when it lies outside the window.

@@ -178,6 +178,31 @@ TEST_F(ElfExportTest, ReadelfAndLlvmDwarfdumpFindNoFaultInTheDebugInformation)
         EXPECT_NE(std::string::npos, info.find(expected)) << expected << "\n" << info;
 }
 
+TEST(ElfExport, LocationListsFillTheGapsBetweenRangesWithTheDefaultLocation)
+{
+    REQUIRE_TOOL("llvm-dwarfdump");
+    Program program = test::sampleAvrProgram();
+    // x: on the frame below Y by default, in r16:r17 over the start of scale, a known value at its end.
+    model::Variable& x = program.variables[test::variableNamed(program, "x")];
+    x.location.kind = model::Location::Kind::FrameOffset;
+    x.location.offset = -3;
+    model::Location constant;
+    constant.kind = model::Location::Kind::Constant;
+    constant.address = 300;
+    x.ranges.push_back({0x3C, 0x40, constant});
+    ScratchDir dir;
+    exporter::writeElf(program, dir.path("sample.elf"));
+    const std::string info = runTool({"llvm-dwarfdump", "--debug-info", dir.path("sample.elf")}).out;
+    const std::string expected = "DW_AT_location\\t\\(0x[0-9a-f]+: \n"
+                                 " +\\[0x00000028, 0x00000034\\): DW_OP_reg16 [^\n]+, DW_OP_piece 0x1, DW_OP_reg17 [^\n]+, "
+                                 "DW_OP_piece 0x1\n"
+                                 " +\\[0x00000034, 0x0000003c\\): DW_OP_fbreg -3\n"
+                                 " +\\[0x0000003c, 0x00000040\\): DW_OP_constu 0x12c, DW_OP_stack_value\\)\n"
+                                 " +DW_AT_name\\t\\(\"x\"\\)";
+    EXPECT_TRUE(std::regex_search(info, std::regex(expected))) << info;
+    EXPECT_NE(std::string::npos, runTool({"llvm-dwarfdump", "--verify", dir.path("sample.elf")}).out.find("No errors."));
+}
+
 TEST(ElfExport, OtherFamiliesGetTheirMachineCodesAndKeepTheirAddresses)
 {
     REQUIRE_TOOL("readelf");

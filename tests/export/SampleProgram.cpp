@@ -156,7 +156,7 @@ Program sampleAvrProgram()
     program.memories = {code, data, eeprom};
 
     // Types: the typedef chain byte_t -> u8 -> unsigned char, a structure with bit fields and an
-    // enumeration, arrays of one and two dimensions, and a pointer to a function.
+    // enumeration, arrays of one and two dimensions, a pointer to a function and a const union.
     const uint32_t uchar = addType(program, base("unsigned char", 1, Type::Encoding::UnsignedChar));
     const uint32_t sint = addType(program, base("int", 2, Type::Encoding::Signed));
     const uint32_t volatileUchar = addType(program, wrapping(Type::Kind::Volatile, uchar, program));
@@ -196,6 +196,18 @@ Program sampleAvrProgram()
     handler.size = 2;
     handler.pointerSpace = MemorySpace::Code;
     const uint32_t handlerType = addType(program, handler);
+    Type bytes = wrapping(Type::Kind::Array, uchar, program);
+    bytes.dimensions = {2};
+    bytes.size = 2;
+    const uint32_t bytesType = addType(program, bytes);
+    Type word;
+    word.kind = Type::Kind::Union;
+    word.name = "word";
+    word.cName = "union word";
+    word.size = 2;
+    word.members = {{"whole", sint, 0, 0, 0}, {"bytes", bytesType, 0, 0, 0}};
+    const uint32_t wordType = addType(program, word);
+    const uint32_t constWord = addType(program, wrapping(Type::Kind::Const, wordType, program));
     Type mainFn;
     mainFn.kind = Type::Kind::Function;
     const uint32_t mainType = addType(program, mainFn);
@@ -249,6 +261,7 @@ Program sampleAvrProgram()
         addVariable(program, global("grid", gridType, 6, inData(0x71), 8)),
         addVariable(program, global("level_byte", byteT, 1, inData(0x77), 9)),
         addVariable(program, global("current", modeType, 1, inData(0x78), 10)),
+        addVariable(program, global("split", constWord, 2, inData(0x7A), 13)),
     };
     Variable handlerVariable = global("handler", handlerType, 2, inData(0x6F), 7);
     handlerVariable.isExternal = false;
