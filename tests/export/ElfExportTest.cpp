@@ -36,24 +36,14 @@ uint32_t elfAddress(const model::Location& location)
                                                                         : 0);
 }
 
-class ElfExportTest : public ::testing::Test {
+class ElfExportTest : public test::SampleElfTest {
 protected:
-    void SetUp() override
-    {
-        program_ = test::sampleAvrProgram();
-        elf_ = dir_.path("sample.elf");
-        exporter::writeElf(program_, elf_);
-    }
     ToolResult run(std::vector<std::string> argv)
     {
         ToolResult result = runTool(argv);
         EXPECT_EQ(0, result.status) << argv[0] << ": " << result.err;
         return result;
     }
-
-    ScratchDir dir_;
-    Program program_;
-    std::string elf_;
 };
 
 TEST_F(ElfExportTest, HeaderAndSegmentsFollowTheGnuAvrLayout)

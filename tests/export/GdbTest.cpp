@@ -15,14 +15,8 @@ namespace {
 using model::Program;
 using test::ScratchDir;
 
-class GdbTest : public ::testing::Test {
+class GdbTest : public test::SampleElfTest {
 protected:
-    void SetUp() override
-    {
-        program_ = test::sampleAvrProgram();
-        elf_ = dir_.path("sample.elf");
-        exporter::writeElf(program_, elf_);
-    }
     /// avr-gdb's answers to the commands, one batch run.
     std::string gdb(const std::vector<std::string>& commands)
     {
@@ -36,10 +30,6 @@ protected:
         EXPECT_EQ(0, result.status) << result.err;
         return result.out + result.err;
     }
-
-    ScratchDir dir_;
-    Program program_;
-    std::string elf_;
 };
 
 TEST_F(GdbTest, BreakAtFileAndLineResolvesToTheLineTableAddress)

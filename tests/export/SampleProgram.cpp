@@ -114,6 +114,21 @@ Variable global(const std::string& name, uint32_t type, uint32_t size, Location 
     return variable;
 }
 
+Function function(const std::string& name, uint32_t module, uint32_t entry, uint32_t end, uint32_t type,
+                  bool external, uint32_t file, uint32_t line)
+{
+    Function f;
+    f.name = f.qualifiedName = name;
+    f.module = module;
+    f.entry = entry;
+    f.end = end;
+    f.type = type;
+    f.isExternal = external;
+    f.file = file;
+    f.line = line;
+    return f;
+}
+
 void addRow(Program& program, uint32_t address, uint32_t end, uint32_t file, uint32_t line, uint32_t function,
             bool statement = true)
 {
@@ -226,32 +241,12 @@ Program sampleAvrProgram()
     app.functions = {1, 2};
     program.modules = {startup, app};
 
-    Function start;
-    start.name = start.qualifiedName = "__program_start";
-    start.module = 0;
-    start.entry = sample::kStart;
-    start.end = sample::kMain;
-    start.isExternal = true;
-    start.file = 0;
-    start.line = 5;
-    Function mainFunction;
-    mainFunction.name = mainFunction.qualifiedName = "main";
-    mainFunction.module = 1;
-    mainFunction.entry = sample::kMain;
-    mainFunction.end = sample::kScale;
-    mainFunction.type = mainType;
-    mainFunction.isExternal = true;
-    mainFunction.file = 1;
-    mainFunction.line = 9;
-    Function scale;
-    scale.name = scale.qualifiedName = "scale";
-    scale.module = 1;
-    scale.entry = sample::kScale;
-    scale.end = sample::kCodeEnd;
-    scale.type = scaleType;
-    scale.file = 1;
-    scale.line = 19;
-    program.functions = {start, mainFunction, scale};
+    // name, module, entry, end, type, external, file, line
+    program.functions = {
+        function("__program_start", 0, sample::kStart, sample::kMain, kNone, true, 0, 5),
+        function("main", 1, sample::kMain, sample::kScale, mainType, true, 1, 9),
+        function("scale", 1, sample::kScale, sample::kCodeEnd, scaleType, false, 1, 19),
+    };
 
     const std::vector<uint32_t> globals = {
         addVariable(program, global("counter", volatileUchar, 1, inData(sample::kCounter), 3)),
@@ -344,24 +339,9 @@ Program tinyProgram(Family family, const std::string& processor)
     module.file = 0;
     module.files = {0};
     program.modules = {module};
-    Function function;
-    function.name = function.qualifiedName = "tiny";
-    function.module = 0;
-    function.entry = 0x100;
-    function.end = 0x104;
-    function.isExternal = true;
-    program.functions = {function};
+    program.functions = {function("tiny", 0, 0x100, 0x104, kNone, true, 0, 2)};
     addRow(program, 0x100, 0x104, 0, 3, 0);
     return program;
-}
-
-uint32_t functionNamed(const Program& program, const std::string& name)
-{
-    for (uint32_t i = 0; i < program.functions.size(); ++i)
-        if (program.functions[i].qualifiedName == name)
-            return i;
-    ADD_FAILURE() << "no function " << name;
-    return 0;
 }
 
 uint32_t variableNamed(const Program& program, const std::string& name)

@@ -3,6 +3,9 @@
 // in registers, a register pair and the frame; globals of every kind of type, and an EEPROM variable.
 #pragma once
 
+#include "TestFiles.h"
+
+#include "export/ElfExport.h"
 #include "model/Program.h"
 
 #include <cstdint>
@@ -25,8 +28,22 @@ model::Program sampleAvrProgram();
 /// A program of the given family and processor name with a few code bytes and one function.
 model::Program tinyProgram(model::Family family, const std::string& processor);
 
-/// The index of the function, variable or type of that name; fails the test when there is none.
-uint32_t functionNamed(const model::Program& program, const std::string& name);
+/// The index of the variable of that qualified name; fails the test when there is none.
 uint32_t variableNamed(const model::Program& program, const std::string& name);
+
+/// The sample, written as an ELF file into a scratch directory for each test.
+class SampleElfTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        program_ = sampleAvrProgram();
+        elf_ = dir_.path("sample.elf");
+        exporter::writeElf(program_, elf_);
+    }
+
+    ScratchDir dir_;
+    model::Program program_;
+    std::string elf_;
+};
 
 } // namespace ubrof::test
