@@ -186,7 +186,7 @@ private:
     void completeType(uint32_t index, Dwarf_P_Die die);
 
     Dwarf_P_Expr newExpression();
-    bool describe(Dwarf_P_Expr expression, const Location& location);
+    bool describe(Dwarf_P_Expr expression, const Location& location, const std::string& owner);
     void location(Dwarf_P_Die die, const Variable& variable, uint32_t low, uint32_t high);
 
     void subprogram(uint32_t function);
@@ -473,13 +473,17 @@ void UnitWriter::completeType(uint32_t index, Dwarf_P_Die die)
     }
 }
 
+// A file the model does not have (kNone included) becomes one placeholder entry, so that a line
+// row of no known file still points at an entry the line table declares.
 Dwarf_Unsigned UnitWriter::fileNumber(uint32_t file)
 {
+    if (!valid(file, program_.files))
+        file = kNone;
     if (const auto known = files_.find(file); known != files_.end())
         return known->second;
     Dwarf_Unsigned count = 0;
     Dwarf_Error error = nullptr;
-    const std::string& path = program_.files[file].path;
+    const std::string path = file == kNone ? std::string() : program_.files[file].path;
     check(dwarf_add_file_decl_a(dbg_, keep(slashed(path.empty() ? "?" : path)), 0, 0, 0, &count, &error), error,
           "cannot declare file " + path);
     files_[file] = count;
@@ -495,7 +499,7 @@ Dwarf_P_Expr UnitWriter::newExpression()
 }
 
 /// Adds the operations that say where `location` is; false when DWARF cannot say it here.
-bool UnitWriter::describe(Dwarf_P_Expr expression, const Location& location)
+bool UnitWriter::describe(Dwarf_P_Expr expression, const Location& location, const std::string& owner)
 {
     Dwarf_Unsigned offset = 0;
     Dwarf_Error error = nullptr;
@@ -505,7 +509,7 @@ bool UnitWriter::describe(Dwarf_P_Expr expression, const Location& location)
     };
     switch (location.kind) {
     case Location::Kind::Address:
-        check(dwarf_add_expr_addr_c(expression, target_.address(location.space, location.address, "variable"), 0,
+        check(dwarf_add_expr_addr_c(expression, target_.address(location.space, location.address, owner.c_str()), 0,
                                     &offset, &error),
               error, "cannot build an address");
         return true;
@@ -555,7 +559,7 @@ void UnitWriter::location(Dwarf_P_Die die, const Variable& variable, uint32_t lo
             return;
         }
         Dwarf_P_Expr expression = newExpression();
-        if (describe(expression, where))
+        if (describe(expression, where, variable.name))
             check(dwarf_add_AT_location_expr_a(dbg_, die, DW_AT_location, expression, &added, &error), error,
                   "cannot add the location of " + variable.name);
         return;
@@ -568,7 +572,7 @@ void UnitWriter::location(Dwarf_P_Die die, const Variable& variable, uint32_t lo
     };
     for (const LocationPiece& piece : pieces) {
         Dwarf_P_Expr expression = newExpression();
-        if (!describe(expression, piece.location))
+        if (!describe(expression, piece.location, variable.name))
             continue;
         Dwarf_Unsigned length = 0;
         Dwarf_Small* bytes = nullptr;
@@ -689,9 +693,9 @@ void UnitWriter::lines(const UnitContent& content)
             open = true;
         }
         // A row of no known file keeps the unit's own file, at line 0: code that belongs to no line.
-        const uint32_t file = valid(row.file, program_.files) ? row.file : content.file;
-        const Dwarf_Unsigned fileIndex = valid(file, program_.files) ? fileNumber(file) : 1;
-        const Dwarf_Unsigned line = valid(row.file, program_.files) ? row.line : 0;
+        const bool known = valid(row.file, program_.files);
+        const Dwarf_Unsigned fileIndex = fileNumber(known ? row.file : content.file);
+        const Dwarf_Unsigned line = known ? row.line : 0;
         check(dwarf_add_line_entry_c(dbg_, fileIndex, address, line, row.column, row.isStatement, 0, 0, 0, 0, 0,
                                      &error),
               error, "cannot add a line row");

@@ -253,6 +253,51 @@ TEST(ElfExport, RefusesProgramsWhoseProcessorHasNoElfForm)
               refusal(tooHigh));
 }
 
+TEST(ElfExport, AModelThatBreaksItsPromisesStillGivesAFileTheToolsRead)
+{
+    REQUIRE_TOOL("llvm-dwarfdump");
+    Program program = test::sampleAvrProgram();
+    const uint32_t count = static_cast<uint32_t>(program.types.size());
+    model::Type loop; // two typedefs naming each other
+    loop.kind = model::Type::Kind::Typedef;
+    loop.name = "a";
+    loop.target = count + 1;
+    program.types.push_back(loop);
+    loop.name = "b";
+    loop.target = count;
+    program.types.push_back(loop);
+    model::Type odd;
+    odd.kind = model::Type::Kind::Structure;
+    odd.name = "odd";
+    odd.members = {{"lost", 9999, 0, 0, 0}};
+    program.types.push_back(odd);
+
+    model::Variable& x = program.variables[test::variableNamed(program, "x")];
+    x.type = count;
+    x.ranges.push_back({0x30, 0x20, x.ranges.front().location}); // backwards
+    x.ranges.push_back({0x28, 0x40, x.ranges.front().location});  // over the first
+    x.ranges.back().location.registerCount = 1000;
+    program.variables[test::variableNamed(program, "doubled")].location.kind = model::Location::Kind::Computed;
+    program.variables[test::variableNamed(program, "status")].type = count + 2;
+    program.variables[test::variableNamed(program, "total")].module = 77;
+    program.blocks[0].blocks = {0, 42}; // itself, and one that does not exist
+    model::Function lost;
+    lost.name = lost.qualifiedName = "lost";
+    lost.module = 55;
+    lost.entry = 0x30;
+    lost.end = 0x20;
+    lost.type = 4242;
+    lost.blocks = {7};
+    lost.variables = {9999};
+    program.functions.push_back(lost);
+    program.lines.push_back({0x40, 0x42, model::kNone, 5, 0, model::kNone, true});
+
+    ScratchDir dir;
+    exporter::writeElf(program, dir.path("broken.elf"));
+    const test::ToolResult verify = runTool({"llvm-dwarfdump", "--verify", dir.path("broken.elf")});
+    EXPECT_NE(std::string::npos, verify.out.find("No errors.")) << verify.out;
+}
+
 TEST(ElfExport, AvrArchitectureComesFromTheDevice)
 {
     REQUIRE_TOOL("readelf");
