@@ -87,13 +87,14 @@ TEST_F(GdbTest, GlobalsHaveTheirAddressesTypesAndInitialValues)
     REQUIRE_TOOL("avr-gdb");
     const std::string out = gdb({"info address counter", "info address ee_setting", "print table", "ptype handler",
                                  "print handler", "whatis level_byte", "ptype level_byte", "ptype grid",
-                                 "ptype current", "whatis counter", "ptype split"});
+                                 "ptype current", "whatis counter", "ptype split", "ptype message"});
     for (const char* expected : {"Symbol \"counter\" is static storage at address 0x800060.",
                                  "Symbol \"ee_setting\" is static storage at address 0x810000.",
                                  "$1 = {1, 2, 3, 4}", "type = int (*)(int)", "$2 = (int (*)(int)) 0x28 <scale>",
                                  "type = byte_t", "type = unsigned char\n", "type = unsigned char [2][3]",
                                  "type = enum mode {IDLE, RUN, STOPPED = -1}", "type = volatile unsigned char",
-                                 "type = const union word {\n    int whole;\n    unsigned char bytes[2];\n}"})
+                                 "type = const union word {\n    int whole;\n    unsigned char bytes[2];\n}",
+                                 "type = const unsigned char * @flash"})
         EXPECT_NE(std::string::npos, out.find(expected)) << expected << "\n" << out;
 }
 

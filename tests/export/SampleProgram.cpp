@@ -171,7 +171,7 @@ Program sampleAvrProgram()
     program.memories = {code, data, eeprom};
 
     // Types: the typedef chain byte_t -> u8 -> unsigned char, a structure with bit fields and an
-    // enumeration, arrays of one and two dimensions, a pointer to a function and a const union.
+    // enumeration, arrays of one and two dimensions, a pointer to a function, a pointer into flash and a const union.
     const uint32_t uchar = addType(program, base("unsigned char", 1, Type::Encoding::UnsignedChar));
     const uint32_t sint = addType(program, base("int", 2, Type::Encoding::Signed));
     const uint32_t volatileUchar = addType(program, wrapping(Type::Kind::Volatile, uchar, program));
@@ -223,6 +223,10 @@ Program sampleAvrProgram()
     word.members = {{"whole", sint, 0, 0, 0}, {"bytes", bytesType, 0, 0, 0}};
     const uint32_t wordType = addType(program, word);
     const uint32_t constWord = addType(program, wrapping(Type::Kind::Const, wordType, program));
+    Type text = wrapping(Type::Kind::Pointer, addType(program, wrapping(Type::Kind::Const, uchar, program)), program);
+    text.size = 2;
+    text.pointerSpace = MemorySpace::Code; // a string in flash
+    const uint32_t textType = addType(program, text);
     Type mainFn;
     mainFn.kind = Type::Kind::Function;
     const uint32_t mainType = addType(program, mainFn);
@@ -257,6 +261,7 @@ Program sampleAvrProgram()
         addVariable(program, global("level_byte", byteT, 1, inData(0x77), 9)),
         addVariable(program, global("current", modeType, 1, inData(0x78), 10)),
         addVariable(program, global("split", constWord, 2, inData(0x7A), 13)),
+        addVariable(program, global("message", textType, 2, inData(0x7C), 14)),
     };
     Variable handlerVariable = global("handler", handlerType, 2, inData(0x6F), 7);
     handlerVariable.isExternal = false;
