@@ -1,11 +1,13 @@
-// Test support: a scratch directory per test, and writer-built files saved into it.
+// Test support: a scratch directory per test, writer-built files saved into it, and files read back.
 #pragma once
 
 #include "writer/UbrofWriter.h"
 
 #include <boost/filesystem.hpp>
 #include <cstdlib>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <string>
 
 namespace ubrof::test {
@@ -48,6 +50,15 @@ public:
 private:
     boost::filesystem::path path_;
 };
+
+/// The whole content of a file, empty when it cannot be read.
+inline std::string fileText(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
 
 /// Whether the shared collection of real UBROF files is beside the repository.
 inline bool realFilesPresent()

@@ -19,6 +19,7 @@ namespace ubrof {
 namespace {
 
 namespace json = boost::json;
+using test::fileText;
 using test::ScratchDir;
 
 struct DumpResult {
@@ -26,14 +27,6 @@ struct DumpResult {
     std::string out;
     std::string err;
 };
-
-std::string readFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 // Runs program in dir, with extra environment variables, so that embedded sources land there
 // and paths stay relative.
@@ -60,8 +53,8 @@ DumpResult runIn(const ScratchDir& dir, const std::string& program, const std::v
     int status = 0;
     if (child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status))
         run.status = WEXITSTATUS(status);
-    run.out = readFile(outPath);
-    run.err = readFile(errPath);
+    run.out = fileText(outPath);
+    run.err = fileText(errPath);
     return run;
 }
 
@@ -72,7 +65,7 @@ DumpResult ubrofdump(const ScratchDir& dir, const std::vector<std::string>& args
 
 void copySample(const ScratchDir& dir)
 {
-    const std::string sample = readFile(UBROF_SAMPLE_FILE);
+    const std::string sample = fileText(UBROF_SAMPLE_FILE);
     ASSERT_FALSE(sample.empty()) << "the build writes " << UBROF_SAMPLE_FILE;
     std::ofstream(dir.path("sample.d90"), std::ios::binary) << sample;
 }
@@ -184,9 +177,9 @@ TEST_P(Golden, MatchesTheWholeOutput)
             std::ofstream(errFile, std::ios::binary) << run.err;
         return;
     }
-    EXPECT_EQ(readFile(outFile), run.out);
+    EXPECT_EQ(fileText(outFile), run.out);
     // Anything on standard error that the golden files do not expect fails the case.
-    EXPECT_EQ(readFile(errFile), run.err);
+    EXPECT_EQ(fileText(errFile), run.err);
 
     if (std::string(c.name).find("json") == std::string::npos)
         return;
@@ -458,7 +451,7 @@ TEST(Ubrofgen, LargeProgramsHaveTheShapeAskedFor)
 TEST(UbrofdumpBuild, LinksNoneOfTheModulesCode)
 {
     // Symbol and debug names of the reader and the store would be in the executable if it linked them.
-    const std::string executable = readFile(UBROFDUMP);
+    const std::string executable = fileText(UBROFDUMP);
     ASSERT_FALSE(executable.empty());
     for (const char* name : {"TarnUbrofParser", "CParser", "UbrofSymbolContext", "DebuggerUbrofBundleActivator"})
         EXPECT_EQ(std::string::npos, executable.find(name)) << name;
