@@ -305,19 +305,23 @@ void CodeBuilder::emitBlocksAndVariables(uint32_t function, const Draft& draft)
     const uint32_t entry = program_.functions[function].entry;
     const uint32_t end = program_.functions[function].end;
 
-    // The function's blocks in pre-order: a block before those nested in it.
-    std::vector<uint32_t> order;
-    std::vector<uint32_t> pending{draft.block};
+    // The function's blocks in pre-order, a block before those nested in it, each with the
+    // position of its parent in that order.
+    std::vector<uint32_t> order, parentOf;
+    std::vector<std::pair<uint32_t, uint32_t>> pending{{draft.block, kNone}};
     std::unordered_map<uint32_t, uint32_t> position;
     while (!pending.empty()) {
-        const uint32_t block = pending.back();
+        const auto [block, parent] = pending.back();
         pending.pop_back();
-        position.emplace(block, static_cast<uint32_t>(order.size()));
+        const uint32_t at = static_cast<uint32_t>(order.size());
+        position.emplace(block, at);
         order.push_back(block);
+        parentOf.push_back(parent);
+        // Children come after their parent in the table, which also keeps a walk from looping.
         const std::vector<uint32_t>& children = blocks[block].children;
         for (auto child = children.rbegin(); child != children.rend(); ++child)
             if (*child < blocks.size() && *child > block)
-                pending.push_back(*child);
+                pending.emplace_back(*child, at);
     }
 
     // Each block covers the code written while it was open, within the function, and what
@@ -334,12 +338,8 @@ void CodeBuilder::emitBlocksAndVariables(uint32_t function, const Draft& draft)
         low[found->second] = std::min(low[found->second], from);
         high[found->second] = std::max(high[found->second], to);
     }
-    std::vector<uint32_t> parentOf(order.size(), kNone);
-    for (uint32_t k = 0; k < order.size(); ++k) {
+    for (uint32_t k = 0; k < order.size(); ++k)
         keep[k] = high[k] > 0 || !blocks[order[k]].symbols.empty();
-        if (k > 0)
-            parentOf[k] = position.at(static_cast<uint32_t>(blocks[order[k]].parent));
-    }
     for (uint32_t k = static_cast<uint32_t>(order.size()); k-- > 1;) {
         const uint32_t parent = parentOf[k];
         low[parent] = std::min(low[parent], low[k]);

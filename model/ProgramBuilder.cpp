@@ -56,14 +56,15 @@ void fillHeader(BuildContext& context)
 Family familyOfCpuName(const std::string& name)
 {
     const std::string cpu = lowered(name);
+    // The same maker's 8051 derivatives share its AT prefix.
+    if (startsWith(cpu, "at89") || startsWith(cpu, "8051") || startsWith(cpu, "cc25") || startsWith(cpu, "cc85"))
+        return Family::I8051;
     if (startsWith(cpu, "at") || startsWith(cpu, "avr"))
         return Family::Avr;
     if (startsWith(cpu, "msp430") || startsWith(cpu, "cc430"))
         return Family::Msp430;
     if (startsWith(cpu, "rl78") || startsWith(cpu, "r5f1"))
         return Family::Rl78;
-    if (startsWith(cpu, "8051") || startsWith(cpu, "cc25") || startsWith(cpu, "cc85"))
-        return Family::I8051;
     return Family::Unknown;
 }
 

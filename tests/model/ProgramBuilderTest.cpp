@@ -350,6 +350,14 @@ TEST_F(ModelTest, ModulesMemoriesAndTheProcessor)
     const std::vector<SizeEntry> modules = sizesByModule(program);
     ASSERT_FALSE(modules.empty());
     EXPECT_EQ("main", modules[0].name);
+    EXPECT_EQ(10u, sizesByMemory(program).at(0).bytes);
+    // A label such as __program_start is neither function nor variable.
+    std::vector<std::pair<std::string, MemorySpace>> listed;
+    for (const SymbolEntry& entry : listSymbols(program))
+        listed.emplace_back(*entry.qualifiedName, entry.space);
+    EXPECT_EQ((std::vector<std::pair<std::string, MemorySpace>>{
+                  {"main", MemorySpace::Code}, {"counter", MemorySpace::Data}, {"table", MemorySpace::Eeprom}}),
+              listed);
 
     BuildOptions light;
     light.light = true;
