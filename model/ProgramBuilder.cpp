@@ -56,7 +56,7 @@ void fillHeader(BuildContext& context)
 Family familyOfCpuName(const std::string& name)
 {
     const std::string cpu = lowered(name);
-    // The same maker's 8051 derivatives share its AT prefix.
+    // 8051 derivatives named AT89 share the AT prefix of the AVR parts.
     if (startsWith(cpu, "at89") || startsWith(cpu, "8051") || startsWith(cpu, "cc25") || startsWith(cpu, "cc85"))
         return Family::I8051;
     if (startsWith(cpu, "at") || startsWith(cpu, "avr"))
