@@ -222,7 +222,10 @@ struct Module {
     std::string name;
     uint32_t file = kNone;        ///< its main source file
     std::vector<uint32_t> files;  ///< every source file it names
-    std::vector<AddressRange> ranges; ///< what its functions and variables occupy, merged
+    /// What its functions and variables occupy, merged: every byte the module writes (its
+    /// functions' code, its tables, its interrupt vectors) and its variables' storage, device
+    /// registers excepted, which every module that uses one declares anew.
+    std::vector<AddressRange> ranges;
     std::vector<uint32_t> functions;
     std::vector<uint32_t> variables;  ///< of module scope
     uint64_t size(MemorySpace space) const;
