@@ -1,4 +1,5 @@
 // The program model of the real files, held against the linker's map and against the store.
+#include "IntelHex.h"
 #include "TestFiles.h"
 
 #include "model/ProgramBuilder.h"
@@ -150,28 +151,6 @@ TEST(RealPrograms, AgreeWithTheLinkerMap)
                 variables);
 }
 
-// The data records of an Intel HEX file by address (record types 02 and 04 move the base).
-std::map<uint32_t, uint8_t> readHex(const std::string& relative)
-{
-    std::ifstream in(realFile(relative));
-    std::map<uint32_t, uint8_t> bytes;
-    uint32_t base = 0;
-    for (std::string line; std::getline(in, line);) {
-        if (line.size() < 11 || line[0] != ':')
-            continue;
-        auto byteAt = [&line](size_t i) { return static_cast<uint8_t>(std::stoul(line.substr(1 + 2 * i, 2), nullptr, 16)); };
-        const uint32_t count = byteAt(0), offset = uint32_t(byteAt(1)) << 8 | byteAt(2), type = byteAt(3);
-        if (type == 0)
-            for (uint32_t i = 0; i < count; ++i)
-                bytes[base + offset + i] = byteAt(4 + i);
-        else if (type == 2)
-            base = (uint32_t(byteAt(4)) << 8 | byteAt(5)) << 4;
-        else if (type == 4)
-            base = (uint32_t(byteAt(4)) << 8 | byteAt(5)) << 16;
-    }
-    return bytes;
-}
-
 // The images the same links wrote: the model's memory holds every byte they hold but the
 // flash's 0xFF fill, and nothing else.
 TEST(RealPrograms, MemoriesEqualTheImagesOfTheSameLinks)
@@ -190,7 +169,7 @@ TEST(RealPrograms, MemoriesEqualTheImagesOfTheSameLinks)
         const RealProgram real(pair.program);
         const MemoryImage* memory = real.program.memory(pair.space);
         ASSERT_NE(nullptr, memory) << pair.image;
-        std::map<uint32_t, uint8_t> image = readHex(pair.image);
+        std::map<uint32_t, uint8_t> image = readIntelHex(realFile(pair.image));
         uint64_t compared = 0;
         for (const ByteRun& run : memory->runs)
             for (uint32_t i = 0; i < run.bytes.size(); ++i, ++compared) {
