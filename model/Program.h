@@ -233,7 +233,9 @@ struct Module {
 
 struct Processor {
     Family family = Family::Unknown;
-    std::string name; ///< as the file records it ("ATmega16"); empty when it does not
+    /// As the file records it ("ATmega16"); for an AVR program that records none, the device
+    /// whose register header its sources include; empty when neither says.
+    std::string name;
 };
 
 struct Program {

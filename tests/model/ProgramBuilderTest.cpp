@@ -302,6 +302,33 @@ TEST_F(ModelTest, LongTypeChainsResolve)
     EXPECT_LE(program.types[kLast + 1].cName.size(), 512u);
 }
 
+// A program that names no CPU still includes its device's register header: its name says the
+// device, unless the file names the CPU itself or its headers name two devices.
+TEST_F(ModelTest, AnAvrProgramWithoutACpuNameIsNamedByItsRegisterHeader)
+{
+    auto processorOf = [this](const std::string& cpu, const std::vector<std::string>& headers) {
+        UbrofWriter w = fileStart();
+        if (!cpu.empty())
+            w.keyValue("__cpu_name", cpu);
+        w.begPgm("main").aux1("4.10B", 0x5A32);
+        uint16_t reference = 0;
+        for (const std::string& header : headers)
+            w.fileRef(reference++, header);
+        w.fileRef(reference, "D:\\src\\main.c").end().eof();
+        return build(w).processor;
+    };
+    const std::string inc = "C:\\avr\\INC\\";
+    EXPECT_EQ("ATmega16", processorOf("", {inc + "iomacro.h", inc + "iom16.h", inc + "intrinsics.h"}).name);
+    EXPECT_EQ(Family::Avr, processorOf("", {inc + "iom16.h"}).family);
+    for (const auto& [header, device] : std::vector<std::pair<std::string, std::string>>{
+             {"iom644p.h", "ATmega644P"}, {"iotn2313.h", "ATtiny2313"}, {"iousb1287.h", "AT90USB1287"},
+             {"iocan128.h", "AT90CAN128"}, {"ioxm128a1.h", "ATxmega128A1"}, {"IOM128.H", "ATmega128"},
+             {"ioavr.h", ""}, {"iomacro.h", ""}, {"io.h", ""}, {"iom.h", ""}, {"iom16_x.h", ""}})
+        EXPECT_EQ(device, processorOf("", {"inc/" + header}).name) << header;
+    EXPECT_EQ("", processorOf("", {inc + "iom16.h", inc + "iom32.h"}).name);
+    EXPECT_EQ("ATmega32", processorOf("ATmega32", {inc + "iom16.h"}).name);
+}
+
 // Modules by their names, with their files and what they occupy; memories as the runs written;
 // the processor and entry point the file names; and a light build of the same.
 TEST_F(ModelTest, ModulesMemoriesAndTheProcessor)

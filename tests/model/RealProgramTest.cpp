@@ -184,6 +184,19 @@ TEST(RealPrograms, MemoriesEqualTheImagesOfTheSameLinks)
     }
 }
 
+// Suo.dbg names no CPU, but its sources include the ATmega16's register header, iom16.h.
+TEST(RealPrograms, NameTheirProcessors)
+{
+    UBROF_NEED_REAL_FILES();
+    for (const auto& [file, processor] : std::vector<std::pair<const char*, const char*>>{
+             {"avr-mobit-nmea/nmea.d90", "ATmega16"}, {"avr-ethradio/NikeE1B.d90", "ATmega32"},
+             {"avr-cama-suo/Suo.dbg", "ATmega16"}}) {
+        const RealProgram real(file);
+        EXPECT_EQ(Family::Avr, real.program.processor.family) << file;
+        EXPECT_EQ(processor, real.program.processor.name) << file;
+    }
+}
+
 class OldFormatProgram : public ::testing::TestWithParam<const char*> {};
 
 // In every file below version 9: each function starts at its symbol, none overlaps the next,
