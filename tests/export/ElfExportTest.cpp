@@ -168,7 +168,9 @@ TEST(ElfExport, RefusesProgramsWhoseProcessorHasNoElfForm)
         return "(no error)";
     };
     EXPECT_EQ("the program does not say which processor family it is for, so no ELF machine code can be chosen",
-              refusal(test::tinyProgram(model::Family::Unknown, "ATmega16")));
+              refusal(test::tinyProgram(model::Family::Unknown, "")));
+    EXPECT_EQ("processor Z80: of no processor family with an ELF machine code, so no ELF header can be made for it",
+              refusal(test::tinyProgram(model::Family::Unknown, "Z80")));
     EXPECT_EQ("the program does not name its processor, so no ELF header can be made for it",
               refusal(test::tinyProgram(model::Family::Avr, "")));
     EXPECT_EQ("processor ATmega9999: not an AVR device whose architecture is known, so no ELF header can be made for it",
@@ -237,6 +239,24 @@ TEST(ElfExport, AvrArchitectureComesFromTheDevice)
         EXPECT_NE(std::string::npos, header.out.find("Flags:                             " + flags))
             << device << "\n" << header.out;
     }
+}
+
+// simavr reads the device from .mmcu; a part it lacks is named by the relative that runs its
+// programs alike, where there is one, while the header keeps the part's own architecture.
+TEST(ElfExport, TheSimulatorsDeviceIsThePartOrACloseRelative)
+{
+    REQUIRE_TOOL("readelf");
+    for (const auto& [device, simulated] : std::vector<std::pair<std::string, std::string>>{
+             {"ATmega16", "atmega16"}, {"ATmega16A", "atmega16"}, {"ATmega128A", "atmega128"},
+             {"ATmega64", "atmega128"}, {"AT90USB1287", "at90usb1287"}}) {
+        ScratchDir dir;
+        exporter::writeElf(test::tinyProgram(model::Family::Avr, device), dir.path("tiny.elf"));
+        const ToolResult mmcu = runTool({"readelf", "-p", ".mmcu", dir.path("tiny.elf")});
+        EXPECT_NE(std::string::npos, mmcu.out.find("]  " + simulated + "\n")) << device << "\n" << mmcu.out;
+    }
+    ScratchDir dir;
+    exporter::writeElf(test::tinyProgram(model::Family::Avr, "ATmega64"), dir.path("tiny.elf"));
+    EXPECT_NE(std::string::npos, runTool({"readelf", "-h", dir.path("tiny.elf")}).out.find("0x5, avr:5"));
 }
 
 } // namespace
