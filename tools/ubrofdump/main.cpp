@@ -1,6 +1,7 @@
 // ubrofdump: a command-line host that loads the UBROF parser bundle and prints what its views answer.
 #include "host/CoreException.h"
 #include "tools/ubrofdump/Diagnosis.h"
+#include "tools/ubrofdump/ExportCommand.h"
 #include "tools/ubrofdump/Host.h"
 #include "tools/ubrofdump/Json.h"
 #include "tools/ubrofdump/Matching.h"
@@ -31,10 +32,11 @@ struct Options {
     std::optional<std::string> scope;
     std::vector<std::string> mapPaths;
     std::vector<std::string> positional;
+    ExportOptions exportOptions;
 };
 
 // Options that belong to some commands only.
-enum CommandOption : unsigned { kDataOption = 1, kPcOption = 2, kScopeOption = 4 };
+enum CommandOption : unsigned { kDataOption = 1, kPcOption = 2, kScopeOption = 4, kExportOptions = 8 };
 
 uint64_t parseNumber(const std::string& text, const char* what)
 {
@@ -175,6 +177,9 @@ const Command kCommands[] = {
      }},
     {"compiler", "FILE", 0, 0, 0, "machine, producer and base types",
      [](Invocation& in) { return in.report().compiler(); }},
+    {"export", "FILE --format FORMAT -o OUT", 0, 0, kExportOptions,
+     "the program, read from FILE itself, as a HEX, S-record,\nbinary or ELF file (below)",
+     [](Invocation& in) { return runExport(in.file, in.options.exportOptions); }},
 };
 
 const Command* findCommand(const std::string& name)
@@ -209,6 +214,7 @@ Options:
   --plugin PATH         the module file or module directory to load
   --help, --version
 
+)" + std::string(kExportOptionsHelp) + R"(
 Numbers (addresses, lines, IDs) are decimal or hexadecimal with 0x. Exit status: 0 success;
 1 FILE cannot be opened or parsed; 2 usage error; 3 nothing found; 4 the module cannot be loaded.
 )";
@@ -259,6 +265,16 @@ Options parseOptions(int argc, char** argv)
             options.scope = value();
         else if (name == "--map-path")
             options.mapPaths.push_back(value());
+        else if (name == "--format")
+            options.exportOptions.format = value();
+        else if (name == "-o")
+            options.exportOptions.output = value();
+        else if (name == "--memory")
+            options.exportOptions.memory = value();
+        else if (name == "--gap-fill")
+            options.exportOptions.gapFill = parseNumber(value(), "--gap-fill");
+        else if (name == "--mcu")
+            options.exportOptions.mcu = value();
         else
             throw usageError("unknown option " + name);
     }
@@ -303,6 +319,9 @@ void checkOptions(const Command& command, const Options& options)
         throw usageError(std::string("--pc does not belong to ") + command.name + "; it belongs to symbols and lookup");
     if (options.scope && !allowed(kScopeOption))
         throw usageError(std::string("--scope does not belong to ") + command.name + "; it belongs to lookup");
+    if (options.exportOptions.any() && !allowed(kExportOptions))
+        throw usageError(std::string("--format, -o, --memory, --gap-fill and --mcu do not belong to ") + command.name +
+                         "; they belong to export");
     if (options.scope && options.pc)
         throw usageError("lookup takes --pc or --scope, not both");
 }
@@ -363,7 +382,7 @@ int run(int argc, char** argv)
     }
     if (options.json) {
         printJson(std::cout, answerDocument(answer.key, std::move(answer.value)));
-    } else {
+    } else if (!printExportText(std::cout, answer)) {
         if (invocation.reportLoaded())
             invocation.request.widths = invocation.report().addressWidths();
         printText(std::cout, answer, invocation.request);
