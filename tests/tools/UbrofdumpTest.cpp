@@ -1,14 +1,10 @@
 // ubrofdump as a user runs it: whole outputs on the bundled sample against golden files in golden/
 // (UBROF_UPDATE_GOLDEN=1 rewrites them; see scripts/update-golden), and what it says about
 // numbers, contexts, bad files, source names, JSON and layout on writer-built files.
-#include "TestFiles.h"
+#include "DumpRun.h"
 
 #include <boost/json/parse.hpp>
 #include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -21,68 +17,6 @@ namespace {
 namespace json = boost::json;
 using test::fileText;
 using test::ScratchDir;
-
-struct DumpResult {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-// Runs program in dir, with extra environment variables, so that embedded sources land there
-// and paths stay relative.
-DumpResult runIn(const ScratchDir& dir, const std::string& program, const std::vector<std::string>& args,
-                 const std::vector<std::pair<std::string, std::string>>& environment = {})
-{
-    const std::string outPath = dir.path("stdout"), errPath = dir.path("stderr");
-    const pid_t child = fork();
-    if (child == 0) {
-        const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        if (out < 0 || err < 0 || chdir(dir.dir().c_str()) != 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0)
-            _exit(127);
-        for (const auto& [name, value] : environment)
-            setenv(name.c_str(), value.c_str(), 1);
-        std::vector<char*> argv{const_cast<char*>(program.c_str())};
-        for (const std::string& arg : args)
-            argv.push_back(const_cast<char*>(arg.c_str()));
-        argv.push_back(nullptr);
-        execv(program.c_str(), argv.data());
-        _exit(127);
-    }
-    DumpResult run;
-    int status = 0;
-    if (child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status))
-        run.status = WEXITSTATUS(status);
-    run.out = fileText(outPath);
-    run.err = fileText(errPath);
-    return run;
-}
-
-DumpResult ubrofdump(const ScratchDir& dir, const std::vector<std::string>& args)
-{
-    return runIn(dir, UBROFDUMP, args);
-}
-
-void copySample(const ScratchDir& dir)
-{
-    const std::string sample = fileText(UBROF_SAMPLE_FILE);
-    ASSERT_FALSE(sample.empty()) << "the build writes " << UBROF_SAMPLE_FILE;
-    std::ofstream(dir.path("sample.d90"), std::ios::binary) << sample;
-}
-
-// A JSON error document: the schema, then an Error with a code and a message, nothing else.
-void expectErrorDocument(const std::string& out, const std::string& code, const std::string& what)
-{
-    const json::value document = json::parse(out);
-    ASSERT_TRUE(document.is_object()) << what;
-    EXPECT_EQ(2, document.at("Schema").to_number<int>()) << what;
-    EXPECT_EQ(2u, document.get_object().size()) << what;
-    const json::object& error = document.at("Error").get_object();
-    EXPECT_EQ(code, error.at("Code").as_string()) << what;
-    EXPECT_FALSE(error.at("Message").as_string().empty()) << what;
-    for (const auto& entry : error)
-        EXPECT_TRUE(entry.key() == "Code" || entry.key() == "Message" || entry.key() == "Module") << entry.key();
-}
 
 // Enumeration numbers come with their names, and no key is spelled in a second way.
 void expectNamedEnumerations(const json::value& value, const std::string& what)
