@@ -90,6 +90,15 @@ const GoldenCase kCases[] = {
     {"compiler", {"compiler", "sample.d90"}, 0},
     {"compiler-json", {"compiler", "sample.d90", "--json"}, 0},
     {"usage-json", {"--json", "frobnicate", "sample.d90"}, 2},
+    {"help", {"--help"}, 0},
+    {"addr2line", {"addr2line", "sample.d90", "0x80", "0x92", "average", "lcd_init+2", "0x60"}, 0},
+    {"addr2line-json", {"--json", "--map-path", kSource + "=src/", "addr2line", "sample.d90", "0x94", "0x60"}, 0},
+    {"nm", {"nm", "sample.d90"}, 0},
+    {"nm-json", {"nm", "sample.d90", "--json", "--module", "sensor"}, 0},
+    {"nm-selected", {"nm", "sample.d90", "lcd_*", "--functions", "--size-sort"}, 0},
+    {"nm-none", {"nm", "sample.d90", "--variables", "--module", "lcd", "x*"}, 3},
+    {"size", {"size", "sample.d90"}, 0},
+    {"size-json", {"--json", "size", "sample.d90", "--by", "module", "--top", "3"}, 0},
 };
 
 class Golden : public ::testing::TestWithParam<GoldenCase> {};
@@ -199,21 +208,24 @@ TEST(UbrofdumpMessages, FilesThatCannotBeReadSayWhyAndKeepTheModulesReport)
         {"newer.d43", "newer-version", "newer.d43 is in UBROF format version 10; the module reads versions up to 8"},
         {"cut.d90", "damaged", "cut.d90 begins as a UBROF file but could not be read to its end"},
     };
-    for (const auto& [file, code, sentence] : cases) {
-        const DumpResult text = ubrofdump(dir, {"symbols", file});
-        EXPECT_EQ(1, text.status) << file;
-        EXPECT_EQ("", text.out) << file;
-        EXPECT_EQ(0u, text.err.find("ubrofdump: " + sentence)) << text.err;
-        EXPECT_NE(std::string::npos, text.err.find("\nubrofdump: the module answered error 0x20027: ")) << text.err;
+    // The summary reads the program too, and still fails as the module does.
+    for (const char* command : {"symbols", "summary"})
+        for (const auto& [file, code, sentence] : cases) {
+            const DumpResult text = ubrofdump(dir, {command, file});
+            EXPECT_EQ(1, text.status) << file;
+            EXPECT_EQ("", text.out) << file;
+            EXPECT_EQ(0u, text.err.find("ubrofdump: " + sentence)) << command << ": " << text.err;
+            EXPECT_NE(std::string::npos, text.err.find("\nubrofdump: the module answered error 0x20027: ")) << text.err;
 
-        const DumpResult asJson = ubrofdump(dir, {"--json", "symbols", file});
-        EXPECT_EQ(1, asJson.status) << file;
-        EXPECT_EQ("", asJson.err) << file;
-        expectErrorDocument(asJson.out, code, file);
-        const json::value document = json::parse(asJson.out);
-        EXPECT_EQ(0x20027, document.at("Error").at("Module").at("Code").to_number<int>()) << file;
-        EXPECT_NE(std::string::npos, std::string(document.at("Error").at("Module").at("Message").as_string()).find(file));
-    }
+            const DumpResult asJson = ubrofdump(dir, {"--json", command, file});
+            EXPECT_EQ(1, asJson.status) << file;
+            EXPECT_EQ("", asJson.err) << file;
+            expectErrorDocument(asJson.out, code, file);
+            const json::value document = json::parse(asJson.out);
+            EXPECT_EQ(0x20027, document.at("Error").at("Module").at("Code").to_number<int>()) << file;
+            EXPECT_NE(std::string::npos,
+                      std::string(document.at("Error").at("Module").at("Message").as_string()).find(file));
+        }
 }
 
 TEST(UbrofdumpMessages, AnUnknownCommandIsNamedWhereverItStands)
@@ -382,14 +394,30 @@ TEST(Ubrofgen, LargeProgramsHaveTheShapeAskedFor)
     EXPECT_EQ(3 * (4 + 4), summary.at("GlobalSymbols").to_number<int>());
 }
 
-TEST(UbrofdumpBuild, LinksNoneOfTheModulesCode)
+// The debugger commands see the module only as a host does, through the bundle; the program
+// commands alone read the model.
+TEST(UbrofdumpBuild, OnlyTheProgramCommandsReadTheModel)
 {
-    // Symbol and debug names of the reader and the store would be in the executable if it linked them.
+    // Symbol and debug names of the views and the bundle would be in the executable if it linked them;
+    // the service type (plugin/OspService.h) is what a host and the bundle share.
     const std::string executable = fileText(UBROFDUMP);
     ASSERT_FALSE(executable.empty());
-    for (const char* name : {"TarnUbrofParser", "CParser", "UbrofSymbolContext", "DebuggerUbrofBundleActivator"})
+    for (const char* name : {"UbrofSymbolContext", "UbrofSourceInformation", "DebuggerUbrofBundleActivator"})
         EXPECT_EQ(std::string::npos, executable.find(name)) << name;
     EXPECT_NE(std::string::npos, executable.find("OspService")) << "the probe finds names that are there";
+
+    const std::regex moduleInclude(R"(#\s*include\s*["<](model|parser|reader|info)/)");
+    size_t sources = 0;
+    for (const auto& entry : boost::filesystem::directory_iterator(std::string(UBROF_SOURCE_DIR) + "/tools/ubrofdump")) {
+        const std::string name = entry.path().filename().string();
+        ++sources;
+        if (name != "ProgramCommands.cpp") {
+            EXPECT_FALSE(std::regex_search(fileText(entry.path().string()), moduleInclude)) << name;
+        }
+    }
+    EXPECT_GT(sources, 10u);
+    EXPECT_TRUE(std::regex_search(fileText(std::string(UBROF_SOURCE_DIR) + "/tools/ubrofdump/ProgramCommands.cpp"),
+                                  moduleInclude));
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace ubrofdump {
 
@@ -25,5 +26,14 @@ constexpr size_t kMaxColumnWidth = 40;
 
 /// Prints the answer of a command (by its key) as text.
 void printText(std::ostream& out, const Answer& answer, const TextRequest& request);
+
+/// A text from the file made safe for one line of a terminal: control characters become '?'.
+std::string printable(std::string text);
+/// The same, cut to kMaxColumnWidth with "..." for a table column, keeping the end of a path
+/// when keepEnd.
+std::string tableCell(const std::string& text, bool keepEnd = false);
+/// Left-aligned columns two blanks apart, each as wide as its widest cell; the first row is
+/// the header.
+void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows);
 
 } // namespace ubrofdump
