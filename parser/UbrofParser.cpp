@@ -9,7 +9,10 @@
 
 namespace ubrof {
 
-UbrofParser::UbrofParser(const std::string& path) : store(boost::make_shared<TarnUbrofParser>())
+UbrofParser::UbrofParser(const std::string& path) : UbrofParser(path, UbrofParseOptions{}) {}
+
+UbrofParser::UbrofParser(const std::string& path, const UbrofParseOptions& options)
+    : store(boost::make_shared<TarnUbrofParser>())
 {
     using tarn::CoreException;
     using tarn::ErrorCode;
@@ -22,10 +25,17 @@ UbrofParser::UbrofParser(const std::string& path) : store(boost::make_shared<Tar
             ErrorCode::ObjectfileParseFailed,
             "Failed to initialize Nordic Parser. The file %s was not recognized as a Nordic Object file",
             path.c_str()));
-    if (store->parseFile(path) != 0)
+    store->readNewerVersions = options.readNewerVersions;
+    if (store->parseFile(path) != 0) {
+        // A host that opted in to the newer versions also learns why a file was refused.
+        if (options.readNewerVersions && !store->parseError.empty())
+            throw CoreException(boost::make_shared<Status>(ErrorCode::ObjectfileParseFailed,
+                                                           "Failed to parse nordic object file %s: %s.",
+                                                           path.c_str(), store->parseError.c_str()));
         throw CoreException(boost::make_shared<Status>(ErrorCode::ObjectfileParseFailed,
                                                        "Failed to parse nordic object file %s.",
                                                        path.c_str()));
+    }
 }
 
 std::string UbrofParser::getObjectFileFormat()
