@@ -75,14 +75,22 @@ int CParser::parse(const char* path)
             if (tagObserver_)
                 tagObserver_(failure_.tagOffset, code);
             if (const TagEntry* entry = tagIndex_[code]) {
+                const uint64_t end = isNewerFormat() ? declaredEnd(code) : 0;
                 if ((this->*entry->handler)() != 0)
                     throw ReaderError{kTagProcessingError};
+                if (end != 0 && position_ != end)
+                    failTag("its length says it ends at offset " + std::to_string(end) + ", its fields at " +
+                            std::to_string(position_));
                 if (code == 0xFF)
                     break;
             } else if (!readNewerTag(code) && !skipUnknownTag(code)) {
                 throw ReaderError{kUnknownTag};
             }
         }
+        // Versions 10 and 11 end at their last byte in every known file. A t_ubrof_eof with more
+        // after it is a read out of step that met a 0xFF, which would otherwise lose the rest.
+        if (isNewerFormat() && remaining() != 0)
+            failTag(std::to_string(remaining()) + " bytes follow the end of the file's tags");
         if (isNewerFormat() && facts_)
             facts_->newer.endOffset = position_;
         failure_ = Failure{};

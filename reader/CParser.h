@@ -104,6 +104,9 @@ private:
     /// Reads a tag that only versions 10 and 11 define; false when the file is older or the
     /// tag is not one of them, so that the skip rule decides.
     bool readNewerTag(uint8_t code);
+    /// Where a tag with a handler ends by the length its skip code puts before its fields
+    /// (versions 10 and 11 check it: a read out of step rarely gets it right); 0 for none.
+    uint64_t declaredEnd(uint8_t code);
     /// A t_type operand that names a type: 16 bits, or from version 10 on a variable-length
     /// number, which must still fit the 16 bits every type index of the store has.
     uint32_t readTypeIndex();

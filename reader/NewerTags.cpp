@@ -10,6 +10,7 @@
 #include "reader/OleDate.h"
 #include "reader/ReaderError.h"
 #include "reader/SourceFiles.h"
+#include "reader/TagCodes.h"
 
 #include <algorithm>
 #include <optional>
@@ -83,6 +84,29 @@ bool CParser::readNewerTag(uint8_t code)
     if ((this->*entry->handler)() != 0)
         throw ReaderError{kTagProcessingError};
     return true;
+}
+
+uint64_t CParser::declaredEnd(uint8_t code)
+{
+    // t_grp's length covers the tags of its group, not its own fields.
+    if (code == uint8_t(Tag::t_grp))
+        return 0;
+    uint32_t width = 0;
+    for (const auto& [tag, skip] : skipInfo_) {
+        if (tag == code) {
+            width = skip == 0xFD ? 1 : skip == 0xFE ? 2 : skip == 0xFF ? 4 : 0;
+            break;
+        }
+    }
+    if (width == 0 || width > remaining())
+        return 0;
+    // The handler reads the length as an ignored field; it is peeked here and read again there.
+    const uint64_t start = tell();
+    uint64_t length = 0;
+    for (uint32_t i = 0; i < width; ++i)
+        length = length << 8 | readByte();
+    seek(start);
+    return start + width + length;
 }
 
 std::vector<uint8_t> CParser::readCountedBody()

@@ -88,6 +88,24 @@ UbrofWriter& UbrofWriter::svnum(int32_t value)
     return *this;
 }
 
+size_t UbrofWriter::lengthField(size_t width)
+{
+    const size_t at = bytes_.size();
+    bytes_.insert(bytes_.end(), width, 0);
+    return at;
+}
+
+UbrofWriter& UbrofWriter::fillLength(size_t at, size_t width)
+{
+    // Versions up to 8 are written with zeros there, as the reader has always ignored them.
+    if (format_ < 10)
+        return *this;
+    const uint64_t length = bytes_.size() - at - width;
+    for (size_t i = 0; i < width; ++i)
+        bytes_[at + i] = static_cast<uint8_t>(length >> (8 * (width - 1 - i)));
+    return *this;
+}
+
 UbrofWriter& UbrofWriter::typeIndex(uint32_t index)
 {
     return format_ >= 10 ? vnum(index) : u16(index);
@@ -160,7 +178,9 @@ UbrofWriter& UbrofWriter::eof()
 
 UbrofWriter& UbrofWriter::segInfo(const std::vector<SegmentInfo>& segments)
 {
-    tag(uint8_t(Tag::t_seg_info)).u32(0).u16(static_cast<uint32_t>(segments.size()));
+    tag(uint8_t(Tag::t_seg_info));
+    const size_t length = lengthField(4);
+    u16(static_cast<uint32_t>(segments.size()));
     for (const SegmentInfo& segment : segments) {
         raw({segment.memoryType, 0, 0, 0, 0}).text8(segment.name);
         const uint32_t count = segment.ranges.empty() ? segment.rangeCount : uint32_t(segment.ranges.size());
@@ -173,7 +193,7 @@ UbrofWriter& UbrofWriter::segInfo(const std::vector<SegmentInfo>& segments)
         for (const auto& [address, size] : segment.ranges)
             u32(address).u32(size);
     }
-    return *this;
+    return fillLength(length, 4);
 }
 
 UbrofWriter& UbrofWriter::grp(uint16_t group)
@@ -188,11 +208,13 @@ UbrofWriter& UbrofWriter::grpRef(uint16_t group)
 
 UbrofWriter& UbrofWriter::keyValue(const std::string& key, const std::string& value)
 {
-    tag(uint8_t(Tag::t_key_value)).u32(0).u32(static_cast<uint32_t>(key.size()));
+    tag(uint8_t(Tag::t_key_value));
+    const size_t length = lengthField(4);
+    u32(static_cast<uint32_t>(key.size()));
     bytes_.insert(bytes_.end(), key.begin(), key.end());
     u32(static_cast<uint32_t>(value.size()));
     bytes_.insert(bytes_.end(), value.begin(), value.end());
-    return *this;
+    return fillLength(length, 4);
 }
 
 UbrofWriter& UbrofWriter::moduleBegin(uint8_t code, const std::string& name, const Date& date,
@@ -492,19 +514,25 @@ UbrofWriter& UbrofWriter::sourceRange()
 
 UbrofWriter& UbrofWriter::scopedName(const std::string& text, uint32_t parent)
 {
-    tag(uint8_t(Tag::t_scoped_name)).u32(0).u8(1).u32(static_cast<uint32_t>(text.size()));
+    tag(uint8_t(Tag::t_scoped_name));
+    const size_t length = lengthField(4);
+    u8(1).u32(static_cast<uint32_t>(text.size()));
     bytes_.insert(bytes_.end(), text.begin(), text.end());
-    return u32(parent);
+    return u32(parent).fillLength(length, 4);
 }
 
 UbrofWriter& UbrofWriter::scopedFunctionName(uint32_t reference, uint16_t number)
 {
-    return tag(uint8_t(Tag::t_scoped_name)).u32(0).u8(2).u32(reference).u16(number);
+    tag(uint8_t(Tag::t_scoped_name));
+    const size_t length = lengthField(4);
+    return u8(2).u32(reference).u16(number).fillLength(length, 4);
 }
 
 UbrofWriter& UbrofWriter::scopedBlockName(uint32_t reference, uint32_t number)
 {
-    return tag(uint8_t(Tag::t_scoped_name)).u32(0).u8(3).u32(reference).u32(number);
+    tag(uint8_t(Tag::t_scoped_name));
+    const size_t length = lengthField(4);
+    return u8(3).u32(reference).u32(number).fillLength(length, 4);
 }
 
 UbrofWriter& UbrofWriter::scopedNameOfForm(uint8_t form)
@@ -543,16 +571,20 @@ UbrofWriter& UbrofWriter::symbolDef2(uint32_t nameIndex, uint8_t kind, uint16_t 
                                      uint32_t value, uint16_t typeIndex,
                                      const std::vector<Location>& entries)
 {
-    tag(uint8_t(Tag::t_symbol_def2)).u32(0).u8(kind).u16(addressSpace).u32(value).u32(nameIndex);
+    tag(uint8_t(Tag::t_symbol_def2));
+    const size_t length = lengthField(4);
+    u8(kind).u16(addressSpace).u32(value).u32(nameIndex);
     this->typeIndex(typeIndex);
     u16(static_cast<uint32_t>(entries.size()));
     locations(entries);
-    return u8(0);
+    return u8(0).fillLength(length, 4);
 }
 
 UbrofWriter& UbrofWriter::subDefObjAttr(uint32_t attributeWord)
 {
-    return tag(uint8_t(Tag::t_sub_def_obj_attr)).u16(0).u32(attributeWord).u8(0);
+    tag(uint8_t(Tag::t_sub_def_obj_attr));
+    const size_t length = lengthField(2);
+    return u32(attributeWord).u8(0).fillLength(length, 2);
 }
 
 UbrofWriter& UbrofWriter::macro(const std::string& name, const std::string& body)
@@ -621,7 +653,9 @@ UbrofWriter& UbrofWriter::sizeType(uint8_t typeIndex, uint8_t size)
 UbrofWriter& UbrofWriter::memInfo(uint8_t memory, const std::string& name, uint8_t addressSize,
                                   uint32_t attributes, uint8_t attribute2)
 {
-    return tag(uint8_t(Tag::t_mem_info)).u16(0).u8(memory).u8(addressSize).u8(attribute2).u32(attributes).text8(name);
+    tag(uint8_t(Tag::t_mem_info));
+    const size_t length = lengthField(2);
+    return u8(memory).u8(addressSize).u8(attribute2).u32(attributes).text8(name).fillLength(length, 2);
 }
 
 void UbrofWriter::typeHeader(uint16_t index, uint8_t kind)

@@ -300,6 +300,10 @@ private:
     void symbolEntry(const Symbol& symbol);
     void locations(const std::vector<Location>& entries);
     void typeHeader(uint16_t index, uint8_t kind);
+    /// A length that leads a tag's fields, as versions 10 and 11 check it: reserved first,
+    /// filled once the fields are written.
+    size_t lengthField(size_t width);
+    UbrofWriter& fillLength(size_t at, size_t width);
 
     std::vector<uint8_t> bytes_;
     uint8_t format_ = 0; ///< the format version last written by version()

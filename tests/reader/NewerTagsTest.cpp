@@ -283,6 +283,18 @@ TEST_F(NewerTags, FailWithWhatAndWhereOnBadNumbersAndBodies)
     EXPECT_TRUE(says(failureOf([](UbrofWriter& w) { w.tag(uint8_t(NewerTag::t_stack_use)).vnum(0xFFFFFF); }),
                      {"Unexpected end of file in tag 0xD8 (t_stack_use)"}));
     EXPECT_TRUE(says(failureOf([](UbrofWriter& w) { w.tag(0xD9).vnum(1000); }), {"Unexpected end of file in tag 0xD9"}));
+
+    // A read out of step is caught where a tag's leading length disagrees with its fields, or
+    // where a 0xFF taken for the end has more of the file after it.
+    EXPECT_TRUE(says(failureOf([](UbrofWriter& w) {
+                         w.tag(uint8_t(Tag::t_scoped_name)).u32(9).u8(1).u32(1).raw({'x'}).u32(0xFFFFFFFF);
+                     }),
+                     {"(t_scoped_name) at offset 121", "its length says it ends at offset 135, its fields at 136"}));
+    UbrofWriter trailing = fileStart(10);
+    trailing.begLib("m").end().eof().raw({0x4A, 0x00});
+    EXPECT_EQ(kTagProcessingError, readNewer(trailing));
+    const std::string eofAt = "(t_ubrof_eof) at offset " + std::to_string(trailing.size() - 3);
+    EXPECT_TRUE(says(failure, {eofAt.c_str(), ": 2 bytes follow the end of the file's tags"}));
 }
 
 TEST_F(NewerTags, FailAtEveryCutWithoutACrash)
