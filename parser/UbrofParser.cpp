@@ -12,7 +12,7 @@ namespace ubrof {
 UbrofParser::UbrofParser(const std::string& path) : UbrofParser(path, UbrofParseOptions{}) {}
 
 UbrofParser::UbrofParser(const std::string& path, const UbrofParseOptions& options)
-    : store(boost::make_shared<TarnUbrofParser>())
+try : store(boost::make_shared<TarnUbrofParser>())
 {
     using tarn::CoreException;
     using tarn::ErrorCode;
@@ -36,6 +36,18 @@ UbrofParser::UbrofParser(const std::string& path, const UbrofParseOptions& optio
                                                        "Failed to parse nordic object file %s.",
                                                        path.c_str()));
     }
+} catch (const tarn::CoreException&) {
+    throw;
+} catch (const std::exception& e) {
+    // The host catches CoreException only: whatever else stops a parse (memory exhausted, a
+    // table at its limit) leaves as one, with the file and the cause.
+    throw tarn::CoreException(boost::make_shared<tarn::Status>(
+        tarn::ErrorCode::ObjectfileParseFailed, "Failed to parse nordic object file %s: %s.", path.c_str(),
+        e.what()));
+} catch (...) {
+    throw tarn::CoreException(boost::make_shared<tarn::Status>(
+        tarn::ErrorCode::ObjectfileParseFailed, "Failed to parse nordic object file %s: unknown failure.",
+        path.c_str()));
 }
 
 std::string UbrofParser::getObjectFileFormat()

@@ -18,7 +18,7 @@ struct UbrofParseOptions {
 
 class UbrofParser : public tarn::IObjectfileParser {
 public:
-    /// Throws tarn::CoreException when the file cannot be checked or parsed.
+    /// Throws tarn::CoreException, and no other exception, when the file cannot be checked or parsed.
     explicit UbrofParser(const std::string& path);
     UbrofParser(const std::string& path, const UbrofParseOptions& options);
     UbrofParser(const UbrofParser&) = default;
@@ -26,6 +26,7 @@ public:
     ~UbrofParser() override = default;
 
     void loadSymbolicInfo(bool) override {}
+    // The views are made in info/, their own layer: nothing here includes a layer above.
     boost::shared_ptr<tarn::ISourceInformation> createSourceInformation() const override;
     boost::shared_ptr<tarn::IBinaryInformation> createBinaryInformation() const override;
     boost::shared_ptr<tarn::ISymbolInformation> createSymbolInformation() const override;
