@@ -13,8 +13,8 @@
 
 namespace ubrof {
 
-/// A source position: the global line of its module's include tree, and where that falls.
-struct SourcePosition {
+/// A source extent with where its first line falls: the file and line its global line maps to.
+struct PlacedExtent {
     SourceExtent extent;
     uint32_t file = 0xFFFFFFFF; ///< index in the store's sourceFileTable; 0xFFFFFFFF when not known
     uint32_t line = 0;          ///< line of that file (the global line when the file is not known)
@@ -71,7 +71,7 @@ struct NewerFormatFacts {
     struct Position {
         bool ofBlock = false;
         uint32_t index = 0; ///< symbol or block index
-        SourcePosition position;
+        PlacedExtent position;
     };
     std::vector<Position> positions;
 
@@ -100,7 +100,7 @@ struct NewerFormatFacts {
         uint32_t size = 0;    ///< bytes
         uint32_t form = 0;
         uint32_t order = 0;
-        SourcePosition extent;
+        PlacedExtent extent;
         uint32_t firstRow = 0;
         uint32_t rowCount = 0;
         bool understood = false;

@@ -279,7 +279,7 @@ int CParser::handleSymbolPosition()
 int CParser::handleSourcePosition()
 {
     const std::vector<uint8_t> body = readCountedBody();
-    SourcePosition position;
+    PlacedExtent position;
     try {
         ByteCursor cursor(body.data(), body.size());
         position.extent.line = cursor.varNumber();
