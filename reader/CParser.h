@@ -90,11 +90,11 @@ private:
     void readBytes(uint8_t* destination, uint32_t count);
     /// A counted text, cut at its first NUL; the count is checked against what is left first.
     std::string readString(uint32_t count);
-    void skipBytes(int32_t count);
     /// A variable-length number of versions 10 and 11: seven bits a byte, the lowest first, a
     /// set top bit announcing another byte. Raises ReaderError(kTagProcessingError) when the
     /// value does not fit 32 bits.
     uint32_t readVarNumber();
+    void skipBytes(int32_t count);
     static constexpr int32_t kSkipThroughBuffer = 4096;
     uint64_t tell() const { return position_; }
     void seek(uint64_t position);

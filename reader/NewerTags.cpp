@@ -209,7 +209,9 @@ void CParser::readNewerSegmentInfo()
             throw ReaderError{kUnexpectedEndOfFile};
         for (uint32_t r = 0; r < ranges; ++r) {
             const uint32_t address = readWord32();
-            segment.ranges.emplace_back(address, readWord32());
+            const uint32_t size = readWord32();
+            if (facts_)
+                segment.ranges.emplace_back(address, size);
         }
         if (facts_)
             facts_->newer.segments.push_back(std::move(segment));
