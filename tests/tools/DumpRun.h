@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,15 +23,19 @@ struct DumpResult {
     int status = -1;
     std::string out;
     std::string err;
+    long peakKiB = 0; ///< the child's peak resident memory
 };
 
 // Runs program in dir, with extra environment variables, so that embedded sources land there
-// and paths stay relative.
+// and paths stay relative. Standard output goes to outPath when one is given, and is then not
+// read back (a device may never end).
 inline DumpResult runIn(const test::ScratchDir& dir, const std::string& program,
                         const std::vector<std::string>& args,
-                        const std::vector<std::pair<std::string, std::string>>& environment = {})
+                        const std::vector<std::pair<std::string, std::string>>& environment = {},
+                        const std::string& device = {})
 {
-    const std::string outPath = dir.path("stdout"), errPath = dir.path("stderr");
+    const std::string outPath = device.empty() ? dir.path("stdout") : device;
+    const std::string errPath = dir.path("stderr");
     const pid_t child = fork();
     if (child == 0) {
         const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
@@ -48,9 +53,12 @@ inline DumpResult runIn(const test::ScratchDir& dir, const std::string& program,
     }
     DumpResult run;
     int status = 0;
-    if (child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status))
+    struct rusage usage {};
+    if (child > 0 && wait4(child, &status, 0, &usage) == child && WIFEXITED(status))
         run.status = WEXITSTATUS(status);
-    run.out = test::fileText(outPath);
+    run.peakKiB = usage.ru_maxrss;
+    if (device.empty())
+        run.out = test::fileText(outPath);
     run.err = test::fileText(errPath);
     return run;
 }
@@ -72,7 +80,7 @@ inline void expectErrorDocument(const std::string& out, const std::string& code,
 {
     const boost::json::value document = boost::json::parse(out);
     ASSERT_TRUE(document.is_object()) << what;
-    EXPECT_EQ(2, document.at("Schema").to_number<int>()) << what;
+    EXPECT_EQ(3, document.at("Schema").to_number<int>()) << what;
     EXPECT_EQ(2u, document.get_object().size()) << what;
     const boost::json::object& error = document.at("Error").get_object();
     EXPECT_EQ(code, error.at("Code").as_string()) << what;

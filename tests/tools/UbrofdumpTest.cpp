@@ -8,7 +8,10 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <functional>
+#include <map>
 #include <regex>
+#include <set>
 #include <sstream>
 
 namespace ubrof {
@@ -77,6 +80,7 @@ const GoldenCase kCases[] = {
     {"symbols", {"symbols", "sample.d90"}, 0},
     {"symbols-pc", {"symbols", "sample.d90", "--pc", "0xf4"}, 0},
     {"symbols-json", {"symbols", "sample.d90", "--json", "--pc=0xb0"}, 0},
+    {"symbols-members", {"symbols", "sample.d90", "--members"}, 0},
     {"lookup", {"lookup", "sample.d90", "ADMUX"}, 0},
     {"lookup-pc-json", {"lookup", "sample.d90", "value", "--pc", "0xe0", "--json"}, 0},
     {"lookup-scope", {"lookup", "sample.d90", "sum", "--scope", "9"}, 0},
@@ -85,6 +89,8 @@ const GoldenCase kCases[] = {
     {"lookup-none-json", {"lookup", "sample.d90", "count", "--json"}, 3},
     {"context", {"context", "sample.d90", "33"}, 0},
     {"context-json", {"context", "sample.d90", "31", "--json"}, 0},
+    {"context-members-json", {"context", "sample.d90", "33", "--json", "--members"}, 0},
+    {"context-type", {"context", "sample.d90", "178"}, 0},
     {"context-none", {"context", "sample.d90", "99999"}, 3},
     {"context-none-json", {"context", "sample.d90", "99999", "--json"}, 3},
     {"compiler", {"compiler", "sample.d90"}, 0},
@@ -130,7 +136,7 @@ TEST_P(Golden, MatchesTheWholeOutput)
     const json::value document = json::parse(run.out);
     ASSERT_TRUE(document.is_object());
     EXPECT_EQ("Schema", document.get_object().begin()->key());
-    EXPECT_EQ(2, document.at("Schema").to_number<int>());
+    EXPECT_EQ(3, document.at("Schema").to_number<int>());
     EXPECT_EQ(c.status != 0, document.get_object().contains("Error"));
     expectNamedEnumerations(document, c.name);
 }
@@ -348,6 +354,146 @@ TEST(UbrofdumpLayout, AddressesTakeTheirMemorysWidthAndColumnsStayNarrow)
         const std::string out = ubrofdump(dir, args).out;
         for (auto it = std::sregex_iterator(out.begin(), out.end(), address); it != std::sregex_iterator(); ++it)
             EXPECT_EQ(6u, it->str().size()) << args[0] << ": " << it->str();
+    }
+}
+
+std::vector<std::string> childNames(const json::value& context)
+{
+    std::vector<std::string> names;
+    for (const auto& child : context.at("Children").as_array())
+        names.emplace_back(child.at("Name").as_string());
+    return names;
+}
+
+// Runs a context command with --json and answers its types by name, after checking that each is
+// listed once and that every TypeID of the document names a context of the tree or of the types.
+std::map<std::string, json::value> listedTypes(const ScratchDir& dir, std::vector<std::string> args,
+                                               json::value* document = nullptr)
+{
+    args.push_back("--json");
+    const DumpResult run = ubrofdump(dir, args);
+    EXPECT_EQ(0, run.status) << run.err;
+    const json::value parsed = json::parse(run.out);
+    std::set<std::string> ids, named;
+    std::function<void(const json::value&)> walk = [&](const json::value& context) {
+        ids.emplace(context.at("ID").as_string());
+        if (const auto* type = context.as_object().if_contains("TypeID"))
+            named.emplace(type->as_string());
+        for (const auto& child : context.at("Children").as_array())
+            walk(child);
+    };
+    walk((parsed.as_object().begin() + 1)->value());
+    std::map<std::string, json::value> types;
+    for (const auto& type : parsed.at("Types").as_array()) {
+        EXPECT_EQ(0u, ids.count(std::string(type.at("ID").as_string()))) << "listed twice: " << type;
+        walk(type);
+        types[std::string(type.at("Name").as_string())] = type;
+    }
+    for (const std::string& id : named)
+        EXPECT_EQ(1u, ids.count(id)) << "TypeID " << id << " is not listed in " << run.out;
+    if (document)
+        *document = parsed;
+    return types;
+}
+
+// Four variables of one structure of three members.
+TEST(UbrofdumpTypes, MembersAreListedOnceUnderTheirTypeAndUnderVariablesOnlyWhenAsked)
+{
+    ScratchDir dir;
+    UbrofWriter w;
+    w.begFile1().version(8).typeStruct(100, "pair", 4, {{"first", 5, 0}, {"second", 5, 2}, {"tag", 1, 3}});
+    w.begPgm("main");
+    for (uint32_t v = 0; v < 4; ++v)
+        w.symbolDef1({"p" + std::to_string(v), 2, 2, 0x100 + 4 * v, 100, {}});
+    w.end().eof();
+    dir.save(w, "pairs.d90");
+    const std::vector<std::string> members{"first", "second", "tag"};
+
+    for (const bool under : {false, true}) {
+        json::value document;
+        std::vector<std::string> args{"symbols", "pairs.d90"};
+        if (under)
+            args.push_back("--members");
+        const json::value pair = listedTypes(dir, args, &document)["struct pair"];
+        EXPECT_EQ(members, childNames(pair));
+        const json::value& module = document.at("Symbols").at("Children").at(0);
+        ASSERT_EQ(4u, module.at("Children").as_array().size());
+        for (const auto& variable : module.at("Children").as_array()) {
+            EXPECT_EQ(pair.at("ID"), variable.at("TypeID"));
+            EXPECT_EQ(under ? members : std::vector<std::string>{}, childNames(variable));
+        }
+    }
+    const DumpResult misplaced = ubrofdump(dir, {"segments", "pairs.d90", "--members"});
+    EXPECT_EQ(2, misplaced.status);
+    EXPECT_EQ(0u, misplaced.err.find("ubrofdump: --members does not belong to segments")) << misplaced.err;
+}
+
+// A typedef of itself, a structure that holds itself, two typedefs of each other, and a list
+// that reaches itself through a pointer, each the type of a variable.
+TEST(UbrofdumpTypes, TypesThatNameThemselvesAreListedOnceAndEndTheWalk)
+{
+    ScratchDir dir;
+    UbrofWriter w;
+    w.begFile1().version(8);
+    w.scopedName("loop_t").typeTypedef(100, 100, 0);
+    w.typeStruct(101, "node", 2, {{"self", 101, 0}, {"value", 1, 1}}); // names 1 to 3
+    w.scopedName("ping_t").scopedName("pong_t").typeTypedef(102, 103, 4).typeTypedef(103, 102, 5);
+    w.typePointer(104, 15, 105).typeStruct(105, "list", 3, {{"value", 1, 0}, {"next", 104, 1}});
+    w.begPgm("loops");
+    const std::pair<const char*, uint16_t> variables[] = {
+        {"loop", 100}, {"node", 101}, {"ping", 102}, {"pong", 103}, {"list", 105}};
+    for (const auto& [name, type] : variables)
+        w.symbolDef1({name, 2, 2, 0x100u + type, type, {}});
+    w.end().eof();
+    dir.save(w, "loops.d90");
+
+    json::value document;
+    auto types = listedTypes(dir, {"symbols", "loops.d90", "--members"}, &document);
+    for (const char* name : {"loop_t", "ping_t", "pong_t", "struct list", "struct list *", "struct node"})
+        EXPECT_EQ(1u, types.count(name)) << name;
+    // Members are leaves: a structure a member holds is the type listed once.
+    EXPECT_EQ((std::vector<std::string>{"self", "value"}), childNames(types["struct node"]));
+    const json::value& node = document.at("Symbols").at("Children").at(0).at("Children").at(1);
+    for (const auto& member : node.at("Children").as_array())
+        EXPECT_EQ(std::vector<std::string>{}, childNames(member)) << node;
+
+    const std::string id(types["struct node"].at("ID").as_string());
+    EXPECT_EQ(0u, listedTypes(dir, {"context", "loops.d90", id}).count("struct node")) << "the root is not repeated";
+}
+
+TEST(UbrofdumpOutput, AFullDiskFailsTheRunInsteadOfPassingForWritten)
+{
+    ScratchDir dir;
+    copySample(dir);
+    for (const char* command : {"symbols", "segments"}) {
+        const DumpResult run = runIn(dir, UBROFDUMP, {command, "sample.d90"}, {}, "/dev/full");
+        EXPECT_EQ(1, run.status) << command;
+        EXPECT_EQ("ubrofdump: standard output could not be written\n", run.err) << command;
+    }
+}
+
+// A thousand variables of one structure of a thousand members: listed under every variable,
+// the members made a million rows and gigabytes of memory.
+TEST(UbrofdumpTypes, AWideStructureCostsItsMembersOnce)
+{
+    ScratchDir dir;
+    std::vector<WriterStructMember> members;
+    for (uint32_t m = 0; m < 1000; ++m)
+        members.push_back({"m" + std::to_string(m), 1, m});
+    UbrofWriter w;
+    w.begFile1().version(8).typeStruct(100, "wide", 1000, members).begPgm("wide");
+    for (uint32_t v = 0; v < 1000; ++v)
+        w.symbolDef1({"v" + std::to_string(v), 2, 2, 0x100 + 1000 * v, 100, {}});
+    w.end().eof();
+    dir.save(w, "wide.d90");
+
+    for (const std::vector<std::string>& args : {std::vector<std::string>{"symbols", "wide.d90"},
+                                                 std::vector<std::string>{"symbols", "wide.d90", "--json"}}) {
+        const DumpResult run = ubrofdump(dir, args);
+        ASSERT_EQ(0, run.status) << run.err;
+        // The peak also counts the test's own pages that the child held before it became ubrofdump.
+        EXPECT_LT(run.peakKiB, 64 * 1024) << args.back();
+        EXPECT_LT(run.out.size(), 2u << 20) << args.back();
     }
 }
 

@@ -83,34 +83,34 @@ void printSizes(std::ostream& out, const json::object& sizes, const TextRequest&
         return &list->get_array();
     };
     if (const json::array* memories = section("Memories", "Bytes per memory, largest first")) {
-        std::vector<std::vector<std::string>> rows{{"Memory", "Bytes", "Written", "Low", "End"}};
+        Table table(out, {"Memory", "Bytes", "Written", "Low", "End"});
         for (const auto& value : *memories) {
             const json::object& memory = value.get_object();
             const int digits = request.widths.of(text(memory, "Name"));
-            rows.push_back({tableCell(text(memory, "Name")), std::to_string(number(memory, "Bytes")),
-                            std::to_string(number(memory, "Written")), address(number(memory, "Low"), digits),
-                            address(number(memory, "End"), digits)});
+            table.add({tableCell(text(memory, "Name")), std::to_string(number(memory, "Bytes")),
+                       std::to_string(number(memory, "Written")), address(number(memory, "Low"), digits),
+                       address(number(memory, "End"), digits)});
         }
-        printTable(out, rows);
+        table.finish();
     }
     if (const json::array* modules = section("Modules", "Bytes per module and memory, largest first")) {
-        std::vector<std::vector<std::string>> rows{{"Bytes", "Memory", "Module"}};
+        Table table(out, {"Bytes", "Memory", "Module"});
         for (const auto& value : *modules) {
             const json::object& module = value.get_object();
-            rows.push_back({std::to_string(number(module, "Bytes")), tableCell(text(module, "Memory")),
-                            tableCell(text(module, "Name"))});
+            table.add({std::to_string(number(module, "Bytes")), tableCell(text(module, "Memory")),
+                       tableCell(text(module, "Name"))});
         }
-        printTable(out, rows);
+        table.finish();
     }
     if (const json::array* functions = section("Functions", "Bytes per function, largest first")) {
-        std::vector<std::vector<std::string>> rows{{"Bytes", "Entry", "Module", "Function"}};
+        Table table(out, {"Bytes", "Entry", "Module", "Function"});
         const int digits = request.widths.of("code");
         for (const auto& value : *functions) {
             const json::object& function = value.get_object();
-            rows.push_back({std::to_string(number(function, "Bytes")), address(number(function, "Address"), digits),
-                            tableCell(text(function, "Module")), tableCell(text(function, "Name"))});
+            table.add({std::to_string(number(function, "Bytes")), address(number(function, "Address"), digits),
+                       tableCell(text(function, "Module")), tableCell(text(function, "Name"))});
         }
-        printTable(out, rows);
+        table.finish();
     }
 }
 

@@ -8,6 +8,7 @@
 #include "tools/ubrofdump/ProgramCommands.h"
 #include "tools/ubrofdump/ProgramText.h"
 #include "tools/ubrofdump/Report.h"
+#include "tools/ubrofdump/Stream.h"
 #include "tools/ubrofdump/Text.h"
 
 #include <sys/stat.h>
@@ -25,6 +26,7 @@ namespace {
 struct Options {
     bool json = false;
     bool data = false;
+    bool members = false;
     bool help = false;
     bool version = false;
     std::optional<std::string> plugin;
@@ -36,7 +38,7 @@ struct Options {
 };
 
 // Options that belong to some commands only.
-enum CommandOption : unsigned { kDataOption = 1, kPcOption = 2, kScopeOption = 4 };
+enum CommandOption : unsigned { kDataOption = 1, kPcOption = 2, kScopeOption = 4, kMembersOption = 8 };
 
 /// Everything one command needs: its arguments, what its text form needs, and the module's
 /// report on the file, loaded the first time a command asks for it.
@@ -159,17 +161,18 @@ const Command kCommands[] = {
              throw usageError("LINE out of range: " + in.args[1]);
          return in.report().lineToAddress(in.args[0], static_cast<uint32_t>(line));
      }},
-    {"scope", "FILE PC", 1, 1, 0, "the innermost scope at PC and its variables",
+    {"scope", "FILE PC [--members]", 1, 1, kMembersOption, "the innermost scope at PC and its variables",
      [](Invocation& in) {
          in.request.pc = parseNumber(in.args[0], "PC");
-         return in.report().scope(in.request.pc);
+         return in.report().scope(in.request.pc, in.options.members);
      }},
-    {"symbols", "FILE [--pc ADDR]", 0, 0, kPcOption, "the symbol tree: modules, functions, variables, members",
+    {"symbols", "FILE [--pc ADDR] [--members]", 0, 0, kPcOption | kMembersOption,
+     "the symbol tree (modules, functions, variables), then\nthe types it names with their members",
      [](Invocation& in) {
          in.request.pc = pcOption(in).value_or(kNoPc);
-         return in.report().symbols(in.request.pc);
+         return in.report().symbols(in.request.pc, in.options.members);
      }},
-    {"lookup", "FILE NAME [--pc ADDR | --scope ID]", 1, 1, kPcOption | kScopeOption,
+    {"lookup", "FILE NAME [--pc ADDR | --scope ID] [--members]", 1, 1, kPcOption | kScopeOption | kMembersOption,
      "a symbol by name: from the scope at ADDR, from the scope\ncontext ID, or globally; a qualified name\n"
      "(Class::method) globally, placed by the program",
      [](Invocation& in) {
@@ -179,7 +182,7 @@ const Command kCommands[] = {
              in.request.subject = in.args[0];
              // Placed by the program, whose model is released before the module parses the file.
              const std::vector<PlacedName> placed = placeQualified(in.file, in.args[0]);
-             return in.report().lookupPlaced(in.args[0], placed);
+             return in.report().lookupPlaced(in.args[0], placed, in.options.members);
          }
          const std::optional<uint64_t> pc = pcOption(in);
          std::optional<uint64_t> scope;
@@ -187,13 +190,13 @@ const Command kCommands[] = {
              scope = parseNumber(*in.options.scope, "--scope");
          in.request.pc = pc.value_or(kNoPc);
          in.request.subject = in.args[0];
-         return in.report().lookup(in.args[0], pc, scope);
+         return in.report().lookup(in.args[0], pc, scope, in.options.members);
      }},
-    {"context", "FILE ID", 1, 1, 0, "the symbol context of an ID",
+    {"context", "FILE ID [--members]", 1, 1, kMembersOption, "the symbol context of an ID",
      [](Invocation& in) {
          const uint64_t id = parseNumber(in.args[0], "ID");
          in.request.subject = std::to_string(id);
-         return in.report().context(id);
+         return in.report().context(id, in.options.members);
      }},
     {"compiler", "FILE", 0, 0, 0, "machine, producer and base types",
      [](Invocation& in) { return in.report().compiler(); }},
@@ -251,6 +254,8 @@ Options:
   --map-path FROM=TO    show source paths that begin with FROM as beginning with TO, with TO's
                         path separator after it (repeatable)
   --plugin PATH         the module file or module directory to load
+  --members             scope, symbols, lookup, context: a variable's members under the
+                        variable too; they are always listed under its type
   --help, --version
 
 Options of nm:
@@ -301,6 +306,8 @@ Options parseOptions(int argc, char** argv)
             flag(options.json);
         else if (name == "--data")
             flag(options.data);
+        else if (name == "--members")
+            flag(options.members);
         else if (name == "--help" || name == "-h")
             flag(options.help);
         else if (name == "--version")
@@ -358,6 +365,9 @@ void checkOptions(const Command& command, const Options& options)
         throw usageError(std::string("--data does not belong to ") + command.name + "; it belongs to segments");
     if (options.pc && !allowed(kPcOption))
         throw usageError(std::string("--pc does not belong to ") + command.name + "; it belongs to symbols and lookup");
+    if (options.members && !allowed(kMembersOption))
+        throw usageError(std::string("--members does not belong to ") + command.name +
+                         "; it belongs to scope, symbols, lookup and context");
     if (options.scope && !allowed(kScopeOption))
         throw usageError(std::string("--scope does not belong to ") + command.name + "; it belongs to lookup");
     if (options.scope && options.pc)
@@ -412,22 +422,26 @@ int run(int argc, char** argv)
     checkOptions(command, options);
 
     Invocation invocation(options, positional.front(), args);
+    // Declared after the invocation, so destroyed before it: a streamed answer holds the module's contexts.
     Answer answer;
     try {
         answer = command.run(invocation);
     } catch (const tarn::CoreException& e) {
-        // The module refused a call; what was asked is the user's to change.
-        throw usageError(std::string("the module refused the request: ") + e.what(), moduleStatus(e));
+        throw refusedRequest(e);
     }
-    if (options.json) {
+    if (!options.json && invocation.reportLoaded())
+        invocation.request.widths = invocation.report().addressWidths();
+    int status = kOk;
+    if (answer.walk)
+        status = writeTree(std::cout, answer, invocation.request, options.json);
+    else if (options.json)
         printJson(std::cout, answerDocument(answer.key, std::move(answer.value)));
-    } else {
-        if (invocation.reportLoaded())
-            invocation.request.widths = invocation.report().addressWidths();
-        if (!printProgramText(std::cout, answer, invocation.request))
-            printText(std::cout, answer, invocation.request);
-    }
-    return kOk;
+    else if (!printProgramText(std::cout, answer, invocation.request))
+        printText(std::cout, answer, invocation.request);
+    // A full disk shows only here; the answer must not pass for written.
+    if (!std::cout.flush())
+        throw Failure{kUnreadable, "failed", "standard output could not be written", std::nullopt};
+    return status;
 }
 
 } // namespace
@@ -436,6 +450,8 @@ int run(int argc, char** argv)
 int main(int argc, char** argv)
 {
     using namespace ubrofdump;
+    // Trees are written as they are walked, many small writes: iostreams buffer them better alone.
+    std::ios::sync_with_stdio(false);
     const bool json = wantsJson(argc, argv);
     try {
         return run(argc, argv);
@@ -443,7 +459,7 @@ int main(int argc, char** argv)
         printFailure(failure, json);
         return failure.exitStatus;
     } catch (const std::exception& e) {
-        printFailure(Failure{kUnreadable, "failed", e.what(), std::nullopt}, json);
+        printFailure(unexpectedFailure(e), json);
         return kUnreadable;
     }
 }
