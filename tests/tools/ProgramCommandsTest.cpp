@@ -148,15 +148,6 @@ TEST(ProgramCommands, SizesAddUp)
     saveCppProgram(dir);
     for (const char* file : {"sample.d90", "motor.d90"})
         expectSizesAddUp(dir, file);
-
-    // Largest first, --top N of each list, and --by one of them.
-    const json::value top = answerOf(dir, {"size", "sample.d90", "--by", "function", "--top", "2"});
-    ASSERT_TRUE(top.is_object());
-    const json::object& sizes = top.at("Sizes").as_object();
-    EXPECT_EQ(1u, sizes.size());
-    ASSERT_EQ(2u, sizes.at("Functions").as_array().size());
-    EXPECT_EQ("main", sizes.at("Functions").at(0).at("Name").as_string());
-    EXPECT_EQ("average", sizes.at("Functions").at(1).at("Name").as_string());
 }
 
 TEST(ProgramCommands, TheSummaryTellsTheProgramsDateProcessorMemoriesAndLargestModules)
