@@ -1,15 +1,10 @@
 // ubrofdump as a user runs it: whole outputs on the bundled sample against golden files in golden/
 // (UBROF_UPDATE_GOLDEN=1 rewrites them; see scripts/update-golden), and what it says about
 // numbers, contexts, bad files, source names, JSON and layout on writer-built files.
-#include "TestFiles.h"
+#include "DumpRun.h"
 
 #include <boost/json/parse.hpp>
 #include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -25,75 +20,6 @@ namespace {
 namespace json = boost::json;
 using test::fileText;
 using test::ScratchDir;
-
-struct DumpResult {
-    int status = -1;
-    std::string out;
-    std::string err;
-    long peakKiB = 0; ///< the child's peak resident memory
-};
-
-// Runs program in dir, with extra environment variables, so that embedded sources land there
-// and paths stay relative. Standard output goes to outPath when one is given, and is then not
-// read back (a device may never end).
-DumpResult runIn(const ScratchDir& dir, const std::string& program, const std::vector<std::string>& args,
-                 const std::vector<std::pair<std::string, std::string>>& environment = {},
-                 const std::string& device = {})
-{
-    const std::string outPath = device.empty() ? dir.path("stdout") : device;
-    const std::string errPath = dir.path("stderr");
-    const pid_t child = fork();
-    if (child == 0) {
-        const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        if (out < 0 || err < 0 || chdir(dir.dir().c_str()) != 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0)
-            _exit(127);
-        for (const auto& [name, value] : environment)
-            setenv(name.c_str(), value.c_str(), 1);
-        std::vector<char*> argv{const_cast<char*>(program.c_str())};
-        for (const std::string& arg : args)
-            argv.push_back(const_cast<char*>(arg.c_str()));
-        argv.push_back(nullptr);
-        execv(program.c_str(), argv.data());
-        _exit(127);
-    }
-    DumpResult run;
-    int status = 0;
-    struct rusage usage {};
-    if (child > 0 && wait4(child, &status, 0, &usage) == child && WIFEXITED(status))
-        run.status = WEXITSTATUS(status);
-    run.peakKiB = usage.ru_maxrss;
-    if (device.empty())
-        run.out = fileText(outPath);
-    run.err = fileText(errPath);
-    return run;
-}
-
-DumpResult ubrofdump(const ScratchDir& dir, const std::vector<std::string>& args)
-{
-    return runIn(dir, UBROFDUMP, args);
-}
-
-void copySample(const ScratchDir& dir)
-{
-    const std::string sample = fileText(UBROF_SAMPLE_FILE);
-    ASSERT_FALSE(sample.empty()) << "the build writes " << UBROF_SAMPLE_FILE;
-    std::ofstream(dir.path("sample.d90"), std::ios::binary) << sample;
-}
-
-// A JSON error document: the schema, then an Error with a code and a message, nothing else.
-void expectErrorDocument(const std::string& out, const std::string& code, const std::string& what)
-{
-    const json::value document = json::parse(out);
-    ASSERT_TRUE(document.is_object()) << what;
-    EXPECT_EQ(3, document.at("Schema").to_number<int>()) << what;
-    EXPECT_EQ(2u, document.get_object().size()) << what;
-    const json::object& error = document.at("Error").get_object();
-    EXPECT_EQ(code, error.at("Code").as_string()) << what;
-    EXPECT_FALSE(error.at("Message").as_string().empty()) << what;
-    for (const auto& entry : error)
-        EXPECT_TRUE(entry.key() == "Code" || entry.key() == "Message" || entry.key() == "Module") << entry.key();
-}
 
 // Enumeration numbers come with their names, and no key is spelled in a second way.
 void expectNamedEnumerations(const json::value& value, const std::string& what)
@@ -170,6 +96,15 @@ const GoldenCase kCases[] = {
     {"compiler", {"compiler", "sample.d90"}, 0},
     {"compiler-json", {"compiler", "sample.d90", "--json"}, 0},
     {"usage-json", {"--json", "frobnicate", "sample.d90"}, 2},
+    {"help", {"--help"}, 0},
+    {"addr2line", {"addr2line", "sample.d90", "0x80", "0x92", "average", "lcd_init+2", "0x60"}, 0},
+    {"addr2line-json", {"--json", "--map-path", kSource + "=src/", "addr2line", "sample.d90", "0x94", "0x60"}, 0},
+    {"nm", {"nm", "sample.d90"}, 0},
+    {"nm-json", {"nm", "sample.d90", "--json", "--module", "sensor"}, 0},
+    {"nm-selected", {"nm", "sample.d90", "lcd_*", "--functions", "--size-sort"}, 0},
+    {"nm-none", {"nm", "sample.d90", "--variables", "--module", "lcd", "x*"}, 3},
+    {"size", {"size", "sample.d90"}, 0},
+    {"size-json", {"--json", "size", "sample.d90", "--by", "module", "--top", "3"}, 0},
 };
 
 class Golden : public ::testing::TestWithParam<GoldenCase> {};
@@ -279,21 +214,24 @@ TEST(UbrofdumpMessages, FilesThatCannotBeReadSayWhyAndKeepTheModulesReport)
         {"newer.d43", "newer-version", "newer.d43 is in UBROF format version 10; the module reads versions up to 8"},
         {"cut.d90", "damaged", "cut.d90 begins as a UBROF file but could not be read to its end"},
     };
-    for (const auto& [file, code, sentence] : cases) {
-        const DumpResult text = ubrofdump(dir, {"symbols", file});
-        EXPECT_EQ(1, text.status) << file;
-        EXPECT_EQ("", text.out) << file;
-        EXPECT_EQ(0u, text.err.find("ubrofdump: " + sentence)) << text.err;
-        EXPECT_NE(std::string::npos, text.err.find("\nubrofdump: the module answered error 0x20027: ")) << text.err;
+    // The summary reads the program too, and still fails as the module does.
+    for (const char* command : {"symbols", "summary"})
+        for (const auto& [file, code, sentence] : cases) {
+            const DumpResult text = ubrofdump(dir, {command, file});
+            EXPECT_EQ(1, text.status) << file;
+            EXPECT_EQ("", text.out) << file;
+            EXPECT_EQ(0u, text.err.find("ubrofdump: " + sentence)) << command << ": " << text.err;
+            EXPECT_NE(std::string::npos, text.err.find("\nubrofdump: the module answered error 0x20027: ")) << text.err;
 
-        const DumpResult asJson = ubrofdump(dir, {"--json", "symbols", file});
-        EXPECT_EQ(1, asJson.status) << file;
-        EXPECT_EQ("", asJson.err) << file;
-        expectErrorDocument(asJson.out, code, file);
-        const json::value document = json::parse(asJson.out);
-        EXPECT_EQ(0x20027, document.at("Error").at("Module").at("Code").to_number<int>()) << file;
-        EXPECT_NE(std::string::npos, std::string(document.at("Error").at("Module").at("Message").as_string()).find(file));
-    }
+            const DumpResult asJson = ubrofdump(dir, {"--json", command, file});
+            EXPECT_EQ(1, asJson.status) << file;
+            EXPECT_EQ("", asJson.err) << file;
+            expectErrorDocument(asJson.out, code, file);
+            const json::value document = json::parse(asJson.out);
+            EXPECT_EQ(0x20027, document.at("Error").at("Module").at("Code").to_number<int>()) << file;
+            EXPECT_NE(std::string::npos,
+                      std::string(document.at("Error").at("Module").at("Message").as_string()).find(file));
+        }
 }
 
 TEST(UbrofdumpMessages, AnUnknownCommandIsNamedWhereverItStands)
@@ -602,14 +540,30 @@ TEST(Ubrofgen, LargeProgramsHaveTheShapeAskedFor)
     EXPECT_EQ(3 * (4 + 4), summary.at("GlobalSymbols").to_number<int>());
 }
 
-TEST(UbrofdumpBuild, LinksNoneOfTheModulesCode)
+// The debugger commands see the module only as a host does, through the bundle; the program
+// commands alone read the model.
+TEST(UbrofdumpBuild, OnlyTheProgramCommandsReadTheModel)
 {
-    // Symbol and debug names of the reader and the store would be in the executable if it linked them.
+    // Symbol and debug names of the views and the bundle would be in the executable if it linked them;
+    // the service type (plugin/OspService.h) is what a host and the bundle share.
     const std::string executable = fileText(UBROFDUMP);
     ASSERT_FALSE(executable.empty());
-    for (const char* name : {"TarnUbrofParser", "CParser", "UbrofSymbolContext", "DebuggerUbrofBundleActivator"})
+    for (const char* name : {"UbrofSymbolContext", "UbrofSourceInformation", "DebuggerUbrofBundleActivator"})
         EXPECT_EQ(std::string::npos, executable.find(name)) << name;
     EXPECT_NE(std::string::npos, executable.find("OspService")) << "the probe finds names that are there";
+
+    const std::regex moduleInclude(R"(#\s*include\s*["<](model|parser|reader|info)/)");
+    size_t sources = 0;
+    for (const auto& entry : boost::filesystem::directory_iterator(std::string(UBROF_SOURCE_DIR) + "/tools/ubrofdump")) {
+        const std::string name = entry.path().filename().string();
+        ++sources;
+        if (name != "ProgramCommands.cpp") {
+            EXPECT_FALSE(std::regex_search(fileText(entry.path().string()), moduleInclude)) << name;
+        }
+    }
+    EXPECT_GT(sources, 10u);
+    EXPECT_TRUE(std::regex_search(fileText(std::string(UBROF_SOURCE_DIR) + "/tools/ubrofdump/ProgramCommands.cpp"),
+                                  moduleInclude));
 }
 
 } // namespace

@@ -195,6 +195,15 @@ int AddressWidths::of(const std::string& memory) const
     return found == digits.end() ? kLeastAddressDigits : found->second;
 }
 
+void AddressWidths::cover(const std::string& memory, uint64_t highest)
+{
+    int needed = 2;
+    while (needed < 16 && (highest >> (4 * needed)) != 0)
+        needed += 2;
+    int& width = digits.emplace(memory, kLeastAddressDigits).first->second;
+    width = std::max(width, needed);
+}
+
 Report::Report(boost::shared_ptr<tarn::IObjectfileParser> parser, std::string file, const PathMap& paths)
     : parser_(std::move(parser)), file_(std::move(file)), paths_(paths)
 {
@@ -443,6 +452,45 @@ Answer Report::context(uint64_t id, bool members) const
     return tree("Context", symbols->getSymbolContextFromID(std::to_string(id)), kNoPc, members);
 }
 
+// The module never names a context qualified, and a plain name may stand for several (a
+// method of each of three classes); the place the model gives tells which is meant. Functions
+// are the modules' children; variables those of the modules and, for a function's statics, of
+// the functions.
+Answer Report::lookupPlaced(const std::string& qualified, const std::vector<PlacedName>& candidates,
+                            bool members) const
+{
+    const auto top = root(need(parser_->createSymbolInformation(), "symbol"));
+    std::vector<SC::Ptr> functions, variables = top->getChildren(SC::DataSymbol);
+    for (const auto& module : top->getChildren(SC::OtherSymbol))
+        for (const auto& function : module->getChildren(SC::CodeSymbol)) {
+            functions.push_back(function);
+            const auto statics = function->getChildren(SC::DataSymbol);
+            variables.insert(variables.end(), statics.begin(), statics.end());
+        }
+    for (const PlacedName& candidate : candidates) {
+        for (const SC::Ptr& context : candidate.isFunction ? functions : variables) {
+            if (!context || context->getName() != candidate.name)
+                continue;
+            if (candidate.isFunction) {
+                // A scope's value holds its low address, least significant byte first.
+                const std::vector<uint8_t> value = context->getValue();
+                uint64_t low = 0;
+                for (size_t i = value.size(); i-- > 0;)
+                    low = (low << 8) | value[i];
+                const uint64_t size = static_cast<uint64_t>(std::max(context->getSize(), 0));
+                if (low >= candidate.low && low + size <= candidate.high)
+                    return tree("Lookup", context, kNoPc, members);
+                continue;
+            }
+            const auto location = context->getLocation(boost::make_shared<Frame>(kNoPc));
+            if (location && location->getAddressingMode() == tarn::ILocation::Memory && !location->getPieces().empty() &&
+                location->getPieces().front().address == candidate.low)
+                return tree("Lookup", context, kNoPc, members);
+        }
+    }
+    throw notFound("the module has no context for " + qualified + ", though the program holds it");
+}
+
 Answer Report::compiler() const
 {
     const auto compiler = need(parser_->createCompilerInformation(), "compiler");
@@ -479,12 +527,7 @@ AddressWidths Report::addressWidths() const
         return widths;
     for (const auto& segment : binary->getProgramSegments()) {
         const uint64_t size = segment->getSize();
-        const uint64_t highest = segment->getStartAddress() + (size ? size - 1 : 0);
-        int digits = 2;
-        while (digits < 16 && (highest >> (4 * digits)) != 0)
-            digits += 2;
-        int& width = widths.digits.emplace(segment->getMemoryType(), kLeastAddressDigits).first->second;
-        width = std::max(width, digits);
+        widths.cover(segment->getMemoryType(), segment->getStartAddress() + (size ? size - 1 : 0));
     }
     return widths;
 }

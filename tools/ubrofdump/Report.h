@@ -12,6 +12,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace ubrofdump {
 
@@ -51,6 +52,17 @@ struct Answer {
 struct AddressWidths {
     std::map<std::string, int> digits; ///< by memory-space name
     int of(const std::string& memory) const;
+    /// Widens memory's addresses, in whole bytes, until highest fits.
+    void cover(const std::string& memory, uint64_t highest);
+};
+
+/// Where the program model places a name the module does not know qualified ("Class::method"),
+/// so that the module's own context for it can be found: by its plain name and its place.
+struct PlacedName {
+    std::string name;  ///< the last part of the qualified name, as the module names it
+    bool isFunction = false;
+    uint64_t low = 0;  ///< a function: its code [low, high); a variable: its address
+    uint64_t high = 0;
 };
 
 class Report {
@@ -72,6 +84,9 @@ public:
     Answer lookup(const std::string& name, std::optional<uint64_t> pc, std::optional<uint64_t> scopeId,
                   bool members) const;
     Answer context(uint64_t id, bool members) const;
+    /// The module's context of the first candidate it has one for: a function whose scope lies
+    /// within the candidate's code, or a variable at the candidate's address.
+    Answer lookupPlaced(const std::string& qualified, const std::vector<PlacedName>& candidates, bool members) const;
     Answer compiler() const;
 
     /// From the program segments: each memory's width covers the highest address its segments reach.

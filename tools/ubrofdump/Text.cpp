@@ -63,9 +63,7 @@ enum class Keep { Start, End };
 // as '?'; a long text is cut to the column's width, keeping the end of a path (its file name).
 std::string cell(std::string text, Keep keep = Keep::Start)
 {
-    for (char& c : text)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
-            c = '?';
+    text = printable(std::move(text));
     const size_t width = displayWidth(text);
     if (width <= kMaxColumnWidth)
         return text;
@@ -92,6 +90,45 @@ std::string count(size_t n, const std::string& one, const std::string& many)
     return n == 1 ? "is 1 " + one : "are " + std::to_string(n) + " " + many;
 }
 
+// The summary's account of the program as it is, when the answer has one.
+void printProgramSummary(std::ostream& out, const json::object& summary)
+{
+    if (!summary.contains("FormatVersion"))
+        return;
+    out << "Format version:  " << number(field(summary, "FormatVersion")) << "\n";
+    out << "Created:         " << (field(summary, "Created").is_string() ? text(field(summary, "Created")) : "unknown")
+        << "\n";
+    const json::value& processor = field(summary, "Processor");
+    if (processor.is_object()) {
+        const std::string name = text(field(processor.get_object(), "Name"));
+        const std::string family = text(field(processor.get_object(), "Family"));
+        out << "Processor:       " << (name.empty() ? family : cell(name) + " (" + family + ")") << "\n";
+    }
+    std::string memories;
+    if (field(summary, "Memories").is_array())
+        for (const auto& memory : field(summary, "Memories").get_array())
+            memories += (memories.empty() ? "" : ", ") + text(field(memory.get_object(), "Name")) + " " +
+                        std::to_string(number(field(memory.get_object(), "Bytes"))) + " bytes";
+    out << "Memories:        " << (memories.empty() ? "none" : memories) << "\n";
+    const json::value& largest = field(summary, "LargestModules");
+    const size_t shown = largest.is_array() ? largest.get_array().size() : 0;
+    out << "Program modules: " << number(field(summary, "ProgramModules"));
+    if (shown == 0) {
+        out << "\n";
+        return;
+    }
+    out << (shown == 1 ? "; the largest by code bytes:\n" : "; the " + std::to_string(shown) + " largest by code bytes:\n");
+    std::vector<std::pair<std::string, std::string>> rows;
+    size_t width = 0;
+    for (const auto& module : largest.get_array()) {
+        rows.emplace_back(std::to_string(number(field(module.get_object(), "CodeBytes"))),
+                          cell(text(field(module.get_object(), "Name"))));
+        width = std::max(width, rows.back().first.size());
+    }
+    for (const auto& [bytes, name] : rows)
+        out << std::string(17 + width - bytes.size(), ' ') << bytes << "  " << name << "\n";
+}
+
 void printSummary(std::ostream& out, const json::object& summary)
 {
     const std::pair<const char*, const char*> rows[] = {
@@ -104,6 +141,7 @@ void printSummary(std::ostream& out, const json::object& summary)
                                                     : std::to_string(number(value));
         out << label << ":" << std::string(16 - std::string(label).size(), ' ') << shown << "\n";
     }
+    printProgramSummary(out, summary);
 }
 
 // Sixteen bytes a line, as hex and as text, like a hex dump tool.
@@ -365,6 +403,19 @@ void printText(std::ostream& out, const Answer& answer, const TextRequest& reque
         printAddresses(out, value.get_array(), request);
     else if (answer.key == "Compiler" && value.is_object())
         printCompiler(out, value.get_object());
+}
+
+std::string printable(std::string text)
+{
+    for (char& c : text)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+            c = '?';
+    return text;
+}
+
+std::string tableCell(const std::string& text, bool keepEnd)
+{
+    return cell(text, keepEnd ? Keep::End : Keep::Start);
 }
 
 } // namespace ubrofdump

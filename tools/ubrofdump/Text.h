@@ -47,6 +47,12 @@ private:
 /// Prints the answer of a command (by its key) as text; the context trees are streamed instead.
 void printText(std::ostream& out, const Answer& answer, const TextRequest& request);
 
+/// A text from the file made safe for one line of a terminal: control characters become '?'.
+std::string printable(std::string text);
+/// The same, cut to kMaxColumnWidth with "..." for a table column, keeping the end of a path
+/// when keepEnd.
+std::string tableCell(const std::string& text, bool keepEnd = false);
+
 // The context trees' tables: the header, a context's row with its name indented by depth, and
 // the line above the table.
 const std::vector<std::string>& contextHeader();
