@@ -52,12 +52,15 @@ inline void walkContext(const tarn::ISymbolContext::Ptr& context, uint64_t pc, i
             walkContext(child, pc, depth + 1, budget);
 }
 
-/// Walks every view of the parsed file; a file that does not parse ends the walk.
+/// Walks every view of the parsed file; a file that does not parse ends the walk. Versions 10 and
+/// 11 are read too: older files read the same either way, and the newer ones reach their tags.
 inline void walkFile(const std::string& path)
 {
     boost::shared_ptr<tarn::IObjectfileParser> parser;
     try {
-        parser = boost::make_shared<UbrofParser>(path);
+        UbrofParseOptions options;
+        options.readNewerVersions = true;
+        parser = boost::make_shared<UbrofParser>(path, options);
     } catch (const tarn::CoreException&) {
         return;
     }

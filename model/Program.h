@@ -56,6 +56,8 @@ struct MemoryImage {
         uint64_t end = 0;    ///< one past the last byte written
         uint64_t bytes = 0;  ///< bytes written, gaps not counted
         uint32_t runCount = 0;
+        /// The runs' [low, end) spans, merged: no more than the runs they stand for.
+        std::vector<std::pair<uint32_t, uint64_t>> spans;
     };
     std::optional<Extent> extent;
     bool empty() const { return runs.empty() && (!extent || extent->bytes == 0); }

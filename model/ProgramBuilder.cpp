@@ -225,9 +225,11 @@ void fillMemories(BuildContext& context)
             extent.low = static_cast<uint32_t>(merged.front().first);
             extent.end = merged.back().second;
             extent.runCount = static_cast<uint32_t>(merged.size());
-            for (const auto& [low, high] : merged)
+            for (const auto& [low, high] : merged) {
                 extent.bytes += high - low;
-            image.extent = extent;
+                extent.spans.emplace_back(static_cast<uint32_t>(low), high);
+            }
+            image.extent = std::move(extent);
         } else {
             // The image holds each address's last write, as the device would after loading.
             image.runs.reserve(merged.size());

@@ -92,6 +92,45 @@ std::vector<SizeEntry> sizesByMemory(const Program& program)
     return entries;
 }
 
+std::vector<MemoryUse> memoryUse(const Program& program)
+{
+    std::vector<MemoryUse> uses;
+    std::vector<std::pair<uint64_t, uint64_t>> spans;
+    for (MemorySpace space : {MemorySpace::Code, MemorySpace::Data, MemorySpace::Eeprom}) {
+        spans.clear();
+        MemoryUse use;
+        use.space = space;
+        if (const MemoryImage* image = program.memory(space)) {
+            use.written = image->byteCount();
+            for (const ByteRun& run : image->runs)
+                spans.emplace_back(run.address, run.end());
+            if (image->runs.empty() && image->extent)
+                spans.insert(spans.end(), image->extent->spans.begin(), image->extent->spans.end());
+        }
+        for (const Module& module : program.modules)
+            for (const AddressRange& range : module.ranges)
+                if (range.space == space && range.low < range.high)
+                    spans.emplace_back(range.low, range.high);
+        if (spans.empty())
+            continue;
+        std::sort(spans.begin(), spans.end());
+        use.low = static_cast<uint32_t>(spans.front().first);
+        uint64_t low = spans.front().first, end = spans.front().second;
+        for (const auto& span : spans) {
+            if (span.first > end) {
+                use.bytes += end - low;
+                low = span.first;
+            }
+            end = std::max(end, span.second);
+        }
+        use.bytes += end - low;
+        use.end = end;
+        uses.push_back(use);
+    }
+    std::stable_sort(uses.begin(), uses.end(), [](const MemoryUse& a, const MemoryUse& b) { return a.bytes > b.bytes; });
+    return uses;
+}
+
 std::vector<SizeEntry> sizesByModule(const Program& program)
 {
     std::vector<SizeEntry> entries;

@@ -72,7 +72,7 @@ TEST(ExportCommand, WritesEachFormatAndAnswersWhatItWrote)
     Outcome run = ubrofdump({"--json", "export", input, "--format", "ihex", "-o", hex});
     ASSERT_EQ(0, run.status) << run.err;
     const json::value ihex = json::parse(run.out);
-    EXPECT_EQ(json::parse(R"({"Schema": 2, "Export": {"File": ")" + input + R"(", "Output": ")" + hex +
+    EXPECT_EQ(json::parse(R"({"Schema": 3, "Export": {"File": ")" + input + R"(", "Output": ")" + hex +
                           R"(", "Format": "ihex", "Memory": "code", "Bytes": 6, "Low": 256, "End": 266, "Size": )" +
                           std::to_string(test::fileText(hex).size()) + "}}"),
               ihex);
@@ -197,10 +197,9 @@ TEST(ExportCommand, SaysWhatIsWrongWithTheCommandLine)
          "not a number for --gap-fill: ff (numbers are decimal, or hexadecimal after 0x)"},
         {{"export", input, "--format", "srec", "--mcu", "ATmega16", "-o", out},
          "--mcu belongs to --format elf; the other formats do not name a processor"},
-        {{"summary", input, "-o", out}, "--format, -o, --memory, --gap-fill and --mcu do not belong to summary; they "
-                                        "belong to export"},
+        {{"summary", input, "-o", out}, "-o does not belong to summary; it belongs to export"},
         {{"export", input, "extra", "--format", "bin", "-o", out},
-         "wrong number of arguments for export: it takes export FILE --format FORMAT -o OUT"},
+         "wrong number of arguments for export: it takes export FILE --format FORMAT -o OUT [export options]"},
     };
     for (const auto& [args, says] : cases) {
         const Outcome run = ubrofdump(args);
@@ -227,7 +226,9 @@ TEST(ExportCommand, ExplainsAFileItCannotRead)
         EXPECT_FALSE(error.contains("Module")) << "the module was not asked";
     }
     const Outcome run = ubrofdump({"export", cut, "--format", "ihex", "-o", out});
-    EXPECT_EQ("ubrofdump: " + cut + ": the reader stopped before the file's end (format version 8)\n", run.err);
+    EXPECT_EQ("ubrofdump: " + cut + " begins as a UBROF file but could not be read to its end: it is cut short or "
+              "damaged (the reader stopped before the file's end (format version 8)); link the program again\n",
+              run.err);
     EXPECT_FALSE(fs::exists(out));
 }
 

@@ -435,6 +435,36 @@ TEST_F(ModelTest, ModulesMemoriesAndTheProcessor)
     EXPECT_EQ(program.processor.name, summary.processor.name);
 }
 
+// What a memory takes: the bytes written there and the storage of the modules' variables, each
+// byte once, whether a variable's initial value is written or not; a light build answers alike.
+TEST_F(ModelTest, MemoryUseCountsEachByteOnce)
+{
+    UbrofWriter w = fileStart();
+    w.begPgm("a").scopedName("x").scopedName("y").scopedName("z"); // names 0-2
+    w.symbolDef2(0, kPublic, kDataSpace, 0x100, kInt).symbolDef2(1, kPublic, kDataSpace, 0x102, kInt);
+    w.org(2, 0x101).absVar({0x12, 0x34});        // y's first byte, and the last of x
+    w.org(1, 0x0).absVar({1, 2, 3, 4}).end();
+    w.begPgm("b").symbolDef2(2, kPublic, kDataSpace, 0x200, kChar).org(1, 0x10).absVar({5, 6}).end();
+    w.org(1, 0x40).absVar({7}).eof(); // no module's
+
+    BuildOptions light;
+    light.light = true;
+    for (const Program& program : {build(w), build(w, light)}) {
+        const std::vector<MemoryUse> uses = memoryUse(program);
+        ASSERT_EQ(2u, uses.size());
+        EXPECT_EQ(MemorySpace::Code, uses[0].space);
+        EXPECT_EQ(7u, uses[0].bytes);
+        EXPECT_EQ(7u, uses[0].written);
+        EXPECT_EQ(0u, uses[0].low);
+        EXPECT_EQ(0x41u, uses[0].end);
+        EXPECT_EQ(MemorySpace::Data, uses[1].space);
+        EXPECT_EQ(5u, uses[1].bytes); // x and y, 4 bytes with the 2 written among them, and z
+        EXPECT_EQ(2u, uses[1].written);
+        EXPECT_EQ(0x100u, uses[1].low);
+        EXPECT_EQ(0x201u, uses[1].end);
+    }
+}
+
 // Without a CPU name the module's target code decides, and the extension only when nothing does.
 TEST_F(ModelTest, TheProcessorComesFromTheContentFirst)
 {

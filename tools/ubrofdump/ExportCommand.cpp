@@ -4,14 +4,13 @@
 #include "export/ElfExport.h"
 #include "export/ExportError.h"
 #include "export/ImageExport.h"
-#include "model/ProgramBuilder.h"
 #include "model/ProgramQueries.h"
-#include "tools/ubrofdump/Diagnosis.h"
 #include "tools/ubrofdump/Matching.h"
 
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <optional>
 
 namespace ubrofdump {
 
@@ -67,22 +66,41 @@ MemorySpace chooseMemory(const std::optional<std::string>& name)
     throw usageError("unknown memory " + *name + "; the memories are code, eeprom and data");
 }
 
-/// The options that make sense only for some formats are refused elsewhere, so that a mistyped
-/// command line never silently does something else than was asked.
-void checkOptions(const ExportOptions& options, Format format)
+/// What export was asked, its values checked; the options that make sense for some formats only
+/// are refused elsewhere, so that a mistyped command line never silently does something else.
+struct Request {
+    const FormatName* format = nullptr;
+    std::string output;
+    MemorySpace space = MemorySpace::Code;
+    std::optional<uint8_t> gapFill;
+    std::optional<std::string> mcu;
+};
+
+Request checkRequest(const ProgramOptions& options)
 {
-    if (!options.output || options.output->empty())
+    Request request;
+    request.format = &chooseFormat(options.value("--format"));
+    const Format format = request.format->format;
+    request.output = options.value("-o").value_or("");
+    if (request.output.empty())
         throw usageError("export needs -o OUT, the file to write");
-    if (options.memory && format == Format::Elf)
+    if (options.has("--memory") && format == Format::Elf)
         throw usageError("--memory does not belong to --format elf, which holds every memory");
-    if (options.gapFill && format != Format::Binary)
-        throw usageError("--gap-fill belongs to --format bin; the other formats hold only the bytes written");
-    if (options.gapFill && *options.gapFill > 0xFF)
-        throw usageError("--gap-fill takes a byte, 0 to 0xff, not " + std::to_string(*options.gapFill));
-    if (options.mcu && format != Format::Elf)
+    request.space = chooseMemory(options.value("--memory"));
+    if (const auto gapFill = options.value("--gap-fill")) {
+        if (format != Format::Binary)
+            throw usageError("--gap-fill belongs to --format bin; the other formats hold only the bytes written");
+        const uint64_t byte = parseNumber(*gapFill, "--gap-fill");
+        if (byte > 0xFF)
+            throw usageError("--gap-fill takes a byte, 0 to 0xff, not " + *gapFill);
+        request.gapFill = static_cast<uint8_t>(byte);
+    }
+    request.mcu = options.value("--mcu");
+    if (request.mcu && format != Format::Elf)
         throw usageError("--mcu belongs to --format elf; the other formats do not name a processor");
-    if (options.mcu && options.mcu->empty())
+    if (request.mcu && request.mcu->empty())
         throw usageError("--mcu needs a processor name");
+    return request;
 }
 
 /// Replacing the input with its own export would lose the only copy of the debug information.
@@ -93,23 +111,6 @@ void refuseToOverwrite(const std::string& input, const std::string& output)
         return;
     if (in.st_dev == out.st_dev && in.st_ino == out.st_ino)
         throw usageError("-o " + output + " is the file being exported; give another path for the export");
-}
-
-Program loadModel(const std::string& file)
-{
-    if (auto refused = refuseSpecialFile(file))
-        throw *refused;
-    try {
-        return ubrof::model::loadProgram(file);
-    } catch (const std::exception& e) {
-        // The file itself tells a missing, empty or foreign file apart; why a UBROF file could not
-        // be read is the model's to say, since it reads other format versions than the module.
-        Failure failure = explainUnparsed(file, ModuleStatus{0, e.what()});
-        failure.module.reset();
-        if (failure.code == "damaged" || failure.code == "newer-version")
-            failure.message = e.what();
-        throw failure;
-    }
 }
 
 uint64_t fileSize(const std::string& path)
@@ -137,17 +138,17 @@ void addImageFacts(json::object& facts, const Program& program, MemorySpace spac
 
 } // namespace
 
-Answer runExport(const std::string& file, const ExportOptions& options)
+Answer exportProgram(const std::string& file, const ProgramOptions& options)
 {
-    const FormatName& format = chooseFormat(options.format);
-    checkOptions(options, format.format);
-    const std::string& output = *options.output;
+    const Request request = checkRequest(options);
+    const FormatName& format = *request.format;
+    const std::string& output = request.output;
+    const MemorySpace space = request.space;
     refuseToOverwrite(file, output);
-    const MemorySpace space = chooseMemory(options.memory);
-    Program program = loadModel(file);
-    if (options.mcu) {
-        program.processor.name = *options.mcu;
-        const ubrof::model::Family named = ubrof::model::familyOfProcessor(*options.mcu);
+    Program program = loadModel(file, false);
+    if (request.mcu) {
+        program.processor.name = *request.mcu;
+        const ubrof::model::Family named = ubrof::model::familyOfProcessor(*request.mcu);
         if (named != ubrof::model::Family::Unknown)
             program.processor.family = named;
     }
@@ -166,8 +167,7 @@ Answer runExport(const std::string& file, const ExportOptions& options)
         case Format::Binary: {
             addImageFacts(facts, program, space);
             ubrof::exporter::BinaryOptions binary;
-            if (options.gapFill)
-                binary.gapFill = static_cast<uint8_t>(*options.gapFill);
+            binary.gapFill = request.gapFill.value_or(binary.gapFill);
             facts["BaseAddress"] = ubrof::exporter::writeBinary(program, space, output, binary);
             facts["GapFill"] = binary.gapFill;
             break;
