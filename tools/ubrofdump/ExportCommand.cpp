@@ -66,8 +66,8 @@ MemorySpace chooseMemory(const std::optional<std::string>& name)
     throw usageError("unknown memory " + *name + "; the memories are code, eeprom and data");
 }
 
-/// What export was asked, its values checked; the options that make sense for some formats only
-/// are refused elsewhere, so that a mistyped command line never silently does something else.
+/// What export was asked, its values checked. An option given to a format it does not serve is
+/// refused rather than ignored, so that a mistyped command line never does something else quietly.
 struct Request {
     const FormatName* format = nullptr;
     std::string output;
@@ -228,7 +228,8 @@ bool printExportText(std::ostream& out, const Answer& answer)
         const json::array& memories = facts.at("Memories").as_array();
         for (size_t i = 0; i < memories.size(); ++i)
             out << (i == 0 ? "" : i + 1 == memories.size() ? " and " : ", ") << memories[i].as_string().c_str();
-        out << (memories.size() == 1 ? " memory, " : " memories, ") << number("Functions") << " functions and " << number("Variables") << " variables";
+        out << (memories.size() == 1 ? " memory, " : " memories, ") << number("Functions") << " functions and "
+            << number("Variables") << " variables";
     }
     if (facts.contains("EntryPoint"))
         out << "; entry point " << hex(number("EntryPoint"));
