@@ -159,32 +159,20 @@ protected:
     Program program_;
 };
 
-TEST_P(RealElf, ObjdumpShowsEachFunctionAtItsEntryWithTheImagesBytes)
+// Each function at its entry with the image's bytes, every function and variable of the symbol
+// listing with its address and size, the model's function and line at every line row, and DWARF
+// that readelf and llvm-dwarfdump find no fault in.
+TEST_P(RealElf, BinutilsAndLlvmReadItAsTheModelHoldsIt)
 {
-    REQUIRE_TOOL("avr-objdump");
+    for (const char* tool : {"avr-objdump", "avr-nm", "avr-addr2line", "readelf", "llvm-dwarfdump"})
+        REQUIRE_TOOL(tool);
     const size_t functions = test::expectObjdumpShowsFunctions(program_, elf_);
-    std::printf("%s: avr-objdump shows %zu functions at their entries\n", GetParam(), functions);
-}
-
-TEST_P(RealElf, NmListsEveryFunctionAndVariableOfTheSymbolListing)
-{
-    REQUIRE_TOOL("avr-nm");
     const size_t symbols = test::expectNmListsSymbols(program_, elf_);
-    std::printf("%s: avr-nm lists the model's %zu symbols\n", GetParam(), symbols);
-}
-
-TEST_P(RealElf, Addr2lineAgreesWithTheModelAtTheStartOfEveryCodeArea)
-{
-    REQUIRE_TOOL("avr-addr2line");
     const size_t rows = test::expectAddr2lineAgrees(program_, elf_);
-    std::printf("%s: avr-addr2line agrees at %zu line rows\n", GetParam(), rows);
-}
-
-TEST_P(RealElf, ReadelfAndLlvmDwarfdumpFindNoFault)
-{
-    REQUIRE_TOOL("readelf");
-    REQUIRE_TOOL("llvm-dwarfdump");
     test::expectCleanDebugInformation(elf_);
+    std::printf("%s: avr-objdump shows %zu functions at their entries, avr-nm lists the model's %zu symbols, "
+                "avr-addr2line agrees at %zu line rows\n",
+                GetParam(), functions, symbols, rows);
 }
 
 // Every source line the module maps to an address: gdb breaks there. Lines at a function's entry
