@@ -2,6 +2,7 @@
 #include "model/ProgramQueries.h"
 
 #include <algorithm>
+#include <cctype>
 #include <tuple>
 
 namespace ubrof::model {
@@ -162,6 +163,24 @@ const char* spaceName(MemorySpace space)
     case MemorySpace::Eeprom: return "eeprom";
     }
     return "unknown";
+}
+
+Family familyOfProcessor(const std::string& name)
+{
+    std::string cpu = name;
+    for (char& c : cpu)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const auto startsWith = [&cpu](const char* prefix) { return cpu.rfind(prefix, 0) == 0; };
+    // 8051 derivatives named AT89 share the AT prefix of the AVR parts.
+    if (startsWith("at89") || startsWith("8051") || startsWith("cc25") || startsWith("cc85"))
+        return Family::I8051;
+    if (startsWith("at") || startsWith("avr"))
+        return Family::Avr;
+    if (startsWith("msp430") || startsWith("cc430"))
+        return Family::Msp430;
+    if (startsWith("rl78") || startsWith("r5f1"))
+        return Family::Rl78;
+    return Family::Unknown;
 }
 
 const char* familyName(Family family)

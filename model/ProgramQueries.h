@@ -65,6 +65,8 @@ std::vector<SizeEntry> sizesByFunction(const Program& program);
 
 /// "code", "data", "eeprom".
 const char* spaceName(MemorySpace space);
+/// The family a processor's name belongs to ("ATmega16": AVR); Unknown for a name of none.
+Family familyOfProcessor(const std::string& name);
 /// "AVR", "MSP430", "8051", "RL78"; "unknown".
 const char* familyName(Family family);
 

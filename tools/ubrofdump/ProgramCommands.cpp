@@ -37,10 +37,13 @@ const struct {
 } kProgramOptions[] = {
     {"--size-sort", "nm", false}, {"--name-sort", "nm", false}, {"--functions", "nm", false},
     {"--variables", "nm", false}, {"--module", "nm", true},     {"--by", "size", true},
-    {"--top", "size", true},
+    {"--top", "size", true},      {"--format", "export", true}, {"-o", "export", true},
+    {"--memory", "export", true}, {"--gap-fill", "export", true}, {"--mcu", "export", true},
 };
 
-Program load(const std::string& file, bool light)
+} // namespace
+
+Program loadModel(const std::string& file, bool light)
 {
     if (auto refused = refuseSpecialFile(file))
         throw *refused;
@@ -52,6 +55,8 @@ Program load(const std::string& file, bool light)
         throw explainUnbuilt(file, e.what());
     }
 }
+
+namespace {
 
 std::string moduleName(const Program& program, uint32_t module)
 {
@@ -235,7 +240,7 @@ bool isQualified(const std::string& name)
 
 Answer addr2line(const std::string& file, const std::vector<std::string>& args, const PathMap& paths)
 {
-    const Program program = load(file, false);
+    const Program program = loadModel(file, false);
     std::vector<uint64_t> addresses;
     for (const std::string& argument : args) {
         const bool isNumber = !argument.empty() && std::isdigit(static_cast<unsigned char>(argument.front()));
@@ -252,7 +257,7 @@ Answer addr2line(const std::string& file, const std::vector<std::string>& args, 
 Answer nm(const std::string& file, const std::vector<std::string>& args, const ProgramOptions& options,
           AddressWidths& widths)
 {
-    const Program program = load(file, false);
+    const Program program = loadModel(file, false);
     const std::optional<std::string> wantedModule = options.value("--module");
     const uint32_t module = wantedModule ? findModule(program, *wantedModule) : kNone;
     const bool functions = options.has("--functions"), variables = options.has("--variables");
@@ -314,7 +319,7 @@ Answer size(const std::string& file, const ProgramOptions& options, AddressWidth
             throw usageError("--top 0 would show nothing; give at least 1");
     }
     // Memories and modules need no function: a light build has them, at a fraction of the memory.
-    const Program program = load(file, by == "memory" || by == "module");
+    const Program program = loadModel(file, by == "memory" || by == "module");
 
     json::object sizes;
     bool any = false;
@@ -363,7 +368,7 @@ Answer size(const std::string& file, const ProgramOptions& options, AddressWidth
 
 json::object programSummary(const std::string& file)
 {
-    const Program program = load(file, true);
+    const Program program = loadModel(file, true);
     json::object summary;
     summary["FormatVersion"] = program.version;
     if (const auto created = isoDate(program.creationTime))
@@ -388,7 +393,7 @@ json::object programSummary(const std::string& file)
 
 std::vector<PlacedName> placeQualified(const std::string& file, const std::string& qualified)
 {
-    const Program program = load(file, false);
+    const Program program = loadModel(file, false);
     std::vector<PlacedName> placed;
     const std::string plain = qualified.substr(qualified.rfind("::") + 2);
     for (uint32_t f : model::findFunctions(program, qualified))

@@ -12,6 +12,10 @@
 #include <string>
 #include <vector>
 
+namespace ubrof::model {
+struct Program;
+}
+
 namespace ubrofdump {
 
 /// The options that belong to program commands only, as given: (name, value) in order, the value
@@ -50,6 +54,9 @@ boost::json::object programSummary(const std::string& file);
 /// for finding the module's context of it; a not-found Failure when the program holds no such
 /// function or variable. The model is released before this returns.
 std::vector<PlacedName> placeQualified(const std::string& file, const std::string& qualified);
+
+/// The program model of file, light or whole; a Failure that says why it cannot be built.
+ubrof::model::Program loadModel(const std::string& file, bool light);
 
 /// A name the module cannot know as written: one with a scope ("::") in it.
 bool isQualified(const std::string& name);

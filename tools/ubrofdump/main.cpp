@@ -2,6 +2,7 @@
 // and shows the program a file holds as it really is.
 #include "host/CoreException.h"
 #include "tools/ubrofdump/Diagnosis.h"
+#include "tools/ubrofdump/ExportCommand.h"
 #include "tools/ubrofdump/Host.h"
 #include "tools/ubrofdump/Json.h"
 #include "tools/ubrofdump/Matching.h"
@@ -209,6 +210,9 @@ const Command kCommands[] = {
     {"size", "FILE [--by memory|module|function] [--top N]", 0, 0, 0,
      "bytes per memory, per module and per function,\nlargest first",
      [](Invocation& in) { return size(in.file, in.options.program, in.request.widths); }, Group::Program},
+    {"export", "FILE --format FORMAT -o OUT [export options]", 0, 0, 0,
+     "the program as a HEX, S-record, binary or ELF file\n(with DWARF, for objdump, gdb and simavr)",
+     [](Invocation& in) { return exportProgram(in.file, in.options.program); }, Group::Program},
 };
 
 const Command* findCommand(const std::string& name)
@@ -268,6 +272,7 @@ Options of size:
   --by memory|module|function   one list instead of all three
   --top N                       the N largest of each list
 
+)" + std::string(kExportOptionsHelp) + R"(
 Numbers (addresses, lines, IDs) are decimal or hexadecimal with 0x. Exit status: 0 success;
 1 FILE cannot be opened or parsed; 2 usage error; 3 nothing found; 4 the module cannot be loaded.
 )";
@@ -436,7 +441,7 @@ int run(int argc, char** argv)
         status = writeTree(std::cout, answer, invocation.request, options.json);
     else if (options.json)
         printJson(std::cout, answerDocument(answer.key, std::move(answer.value)));
-    else if (!printProgramText(std::cout, answer, invocation.request))
+    else if (!printProgramText(std::cout, answer, invocation.request) && !printExportText(std::cout, answer))
         printText(std::cout, answer, invocation.request);
     // A full disk shows only here; the answer must not pass for written.
     if (!std::cout.flush())
