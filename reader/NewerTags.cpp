@@ -37,19 +37,6 @@ uint32_t endOf(uint32_t address, uint64_t size)
     return static_cast<uint32_t>(std::min<uint64_t>(uint64_t(address) + size, 0xFFFFFFFFu));
 }
 
-const char* formName(uint32_t form)
-{
-    switch (form) {
-    case 0:
-        return "a shared code fragment";
-    case 1:
-    case 3:
-        return "inlined code";
-    default:
-        return "a record of an unknown form";
-    }
-}
-
 } // namespace
 
 std::string CParser::refusedVersionReason(uint8_t version, bool newerAccepted)
@@ -273,7 +260,7 @@ int CParser::handleSymbolPosition()
     source.symbol = newer_.subjectIndex;
     if (file < newer_.moduleFiles.size())
         source.file = newer_.moduleFiles[file];
-    if (facts_)
+    if (facts_ && !facts_->light)
         facts_->newer.symbolSources.push_back(source);
     return 0;
 }
@@ -301,7 +288,7 @@ int CParser::handleSourcePosition()
     position.line = line;
     if (file < newer_.moduleFiles.size())
         position.file = newer_.moduleFiles[file];
-    if (facts_)
+    if (facts_ && !facts_->light)
         facts_->newer.positions.push_back(
             {newer_.subject == NewerState::Subject::Block, newer_.subjectIndex, position});
     return 0;
@@ -326,7 +313,7 @@ int CParser::handleStackUse()
         return 0;
     }
     use.symbol = newer_.subjectIndex;
-    if (facts_)
+    if (facts_ && !facts_->light)
         facts_->newer.stackUses.push_back(use);
     return 0;
 }
@@ -354,7 +341,7 @@ int CParser::handleFunctionInfo()
         return 0;
     const uint32_t name = nameId - 1;
     newer_.extents.emplace(name, NewerState::Extent{newer_.codeOrigin, size});
-    if (facts_) {
+    if (facts_ && !facts_->light) {
         const uint32_t module = moduleTable_.empty() ? kNoIndex : static_cast<uint32_t>(moduleTable_.size() - 1);
         facts_->newer.functionSizes.push_back({module, name, newer_.codeOrigin, size});
     }
@@ -477,7 +464,7 @@ void CParser::placeLineProgram(const LineProgramRecord& record, uint64_t offset)
     if (!header) {
         why = "it names line-program header " + std::to_string(record.header) + ", which the file does not give";
     } else if (!isUnderstoodForm(record.form)) {
-        why = "it is " + std::string(formName(record.form)) + " (form " + std::to_string(record.form) + ")";
+        why = "it is " + std::string(lineProgramFormName(record.form)) + " (form " + std::to_string(record.form) + ")";
     } else {
         decoded = runLineProgram(*header, record.program, record.programSize);
         if (!decoded.understood())
@@ -528,12 +515,14 @@ void CParser::placeLineProgram(const LineProgramRecord& record, uint64_t offset)
         }
     }
 
-    if (!facts_)
+    // A light model places no code, so the rows would only cost memory.
+    if (!facts_ || facts_->light)
         return;
     NewerFormatFacts& facts = facts_->newer;
     NewerFormatFacts::FunctionLines lines;
     lines.module = moduleTable_.empty() ? kNoIndex : static_cast<uint32_t>(moduleTable_.size() - 1);
     lines.nameIndex = name;
+    lines.offset = offset;
     lines.address = origin;
     lines.size = end - origin;
     lines.form = record.form;
