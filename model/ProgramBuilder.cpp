@@ -68,6 +68,45 @@ Family familyOfCpuName(const std::string& name)
     return Family::Unknown;
 }
 
+// Files that do not name their CPU (8051, MSP430 and RL78 ones) still list the device header their
+// sources include: "ioCC2530.h", "ior5f100le.h", "msp430fr5739.h" name the part. Generic headers
+// ("msp430.h", "io430.h") and family headers ("msp430x14x.h") name none, and a name whose family
+// contradicts what else the file says is no evidence. Several devices: the one most files name.
+std::string deviceOfHeaders(const TarnUbrofParser& store, Family family)
+{
+    std::map<std::string, size_t> named;
+    for (const SourceFileRecord& file : store.sourceFileTable) {
+        std::string base = lowered(file.name);
+        base = base.substr(base.find_last_of("/\\") == std::string::npos ? 0 : base.find_last_of("/\\") + 1);
+        if (base.size() < 3 || base.compare(base.size() - 2, 2, ".h") != 0)
+            continue;
+        base.resize(base.size() - 2);
+        std::string device;
+        if (startsWith(base, "msp430") && base.size() > 6 && base.find('x', 6) == std::string::npos)
+            device = base;
+        else if (startsWith(base, "io") && base.size() > 2)
+            device = base.substr(2);
+        const bool plain = std::all_of(device.begin(), device.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)); });
+        const bool numbered = std::any_of(device.begin(), device.end(), [](char c) { return std::isdigit(static_cast<unsigned char>(c)); });
+        if (device.empty() || !plain || !numbered)
+            continue;
+        const Family namedFamily = familyOfCpuName(device);
+        if (namedFamily == Family::Unknown || (family != Family::Unknown && namedFamily != family))
+            continue;
+        std::transform(device.begin(), device.end(), device.begin(),
+                       [](char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); });
+        ++named[device];
+    }
+    std::string best;
+    size_t most = 0;
+    for (const auto& [device, count] : named)
+        if (count > most) {
+            most = count;
+            best = device;
+        }
+    return best;
+}
+
 // The processor as the file says it, strongest evidence first: the CPU it names, the core it
 // names, attributes only one family's runtime model has, the target code in every module's
 // version word, the names of its memories. Only when the content says nothing does the file's
@@ -127,6 +166,10 @@ void fillProcessor(BuildContext& context)
             else if (memory.name == "__tinyflash" || memory.name == "__hugeflash")
                 processor.family = Family::Avr;
         }
+    if (processor.name.empty())
+        processor.name = deviceOfHeaders(context.store, processor.family);
+    if (processor.family == Family::Unknown && !processor.name.empty())
+        processor.family = familyOfCpuName(processor.name);
     if (processor.family == Family::Unknown) {
         const std::string path = lowered(program.path);
         const std::string extension = path.size() >= 4 ? path.substr(path.size() - 4) : std::string();
@@ -343,6 +386,7 @@ Program buildProgram(const TarnUbrofParser& store, const BuildOptions& options)
         detail::CodeBuilder(context).build();
     }
     fillModuleRanges(context);
+    context.closeNotes();
     return program;
 }
 
@@ -351,6 +395,9 @@ Program loadProgram(const std::string& path, const BuildOptions& options)
     TarnUbrofParser store;
     store.keepFacts = true;
     store.facts.light = options.light;
+    // The model answers what the program holds, whichever version wrote it; only the module
+    // keeps to the versions its host was promised.
+    store.readNewerVersions = true;
     store.initialize();
     switch (store.checkFile(path)) {
     case StoreOk:
@@ -370,7 +417,9 @@ Program loadProgram(const std::string& path, const BuildOptions& options)
     }
     if (result != StoreOk) {
         const uint8_t version = store.fileHeader.versionBytes[0];
-        throw ModelError(path + ": the reader stopped before the file's end" +
+        const std::string why = store.parseError.empty() ? "the reader stopped before the file's end"
+                                                         : store.parseError;
+        throw ModelError(path + ": " + why +
                          (version != 0 ? " (format version " + std::to_string(version) + ")" : std::string()));
     }
     return buildProgram(store, options);
