@@ -164,46 +164,45 @@ void CodeBuilder::noteNewerRecords(const std::vector<bool>& hasRows)
 {
     const NewerFormatFacts& newer = context_.facts.newer;
     const std::vector<Function>& functions = program_.functions;
-    for (uint32_t f = 0; f < functions.size(); ++f)
-        if (functions[f].isDescribed && functions[f].entry != functions[f].end && !hasRows[f])
-            context_.note("function " + functions[f].qualifiedName +
-                          ": no statement rows are understood; its code stands on the line of its name");
-
-    // Records of forms not understood are said once each here, in terms of the program; the
-    // reader's other notes follow as it gave them.
+    // The records not understood, said once each in terms of the program; the reader's notes on
+    // them are left out, its other notes follow as it gave them.
     std::unordered_set<uint64_t> explained;
+    std::vector<std::string> problems(functions.size());
     std::map<uint32_t, std::vector<const FunctionLines*>> fragments; // by code address
     for (const FunctionLines& record : newer.functionLines) {
-        if (isUnderstoodForm(record.form))
+        if (record.understood)
             continue;
         explained.insert(record.offset);
         const uint32_t function = program_.functionAt(record.address);
         if (function == kNone) {
             fragments[record.address].push_back(&record);
-            continue;
+        } else if (!hasRows[function]) {
+            problems[function] += (problems[function].empty() ? "" : "; ") + record.problem;
+        } else {
+            context_.note("function " + functions[function].qualifiedName + ": the statement rows of " +
+                          context_.nameText(record.nameIndex) + " at " + hexAddress(record.address) +
+                          " are not understood (" + record.problem + "); the function's own rows give that code its lines");
         }
-        const Function& owner = functions[function];
-        context_.note("function " + owner.qualifiedName + ": the statement rows of " +
-                      context_.nameText(record.nameIndex) + " at " + hexAddress(record.address) + " (" +
-                      lineProgramFormName(record.form) + ", form " + std::to_string(record.form) +
-                      ") are not understood; " +
-                      (hasRows[function] ? "the function's own rows give that code its lines"
-                                         : "its code stands on the line of the function's name"));
     }
+    for (uint32_t f = 0; f < functions.size(); ++f)
+        if (functions[f].isDescribed && functions[f].entry != functions[f].end && !hasRows[f])
+            context_.note("function " + functions[f].qualifiedName + ": no statement rows are understood" +
+                          (problems[f].empty() ? std::string() : " (" + problems[f] + ")") +
+                          "; its code stands on the line of its name");
     // One code fragment serves several functions, and each of them has a record for it.
     for (const auto& [address, records] : fragments) {
-        std::vector<std::string> seen;
-        std::string names;
+        std::vector<std::string> names;
         for (const FunctionLines* record : records) {
             std::string name = context_.nameText(record->nameIndex);
-            if (std::find(seen.begin(), seen.end(), name) != seen.end())
-                continue;
-            names += (names.empty() ? "" : ", ") + name;
-            seen.push_back(std::move(name));
+            if (std::find(names.begin(), names.end(), name) == names.end())
+                names.push_back(std::move(name));
         }
+        std::string list;
+        for (const std::string& name : names)
+            list += (list.empty() ? "" : ", ") + name;
         context_.note("code at " + hexAddress(address) + " (" + std::to_string(records.front()->size) +
-                      " bytes, " + lineProgramFormName(records.front()->form) + " of " + names +
-                      "): its statement rows are not understood; it lies in no function and has no line");
+                      " bytes): the statement rows of " + list + " are not understood (" + records.front()->problem +
+                      "); it lies in no function and has no line");
     }
     for (const NewerFormatFacts::Note& note : newer.notes)
         if (!explained.count(note.offset))

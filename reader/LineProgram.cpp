@@ -109,19 +109,6 @@ bool isUnderstoodForm(uint32_t form)
     return form == 2 || form == 6;
 }
 
-const char* lineProgramFormName(uint32_t form)
-{
-    switch (form) {
-    case 0:
-        return "a shared code fragment";
-    case 1:
-    case 3:
-        return "inlined code";
-    default:
-        return "a record of an unknown form";
-    }
-}
-
 DecodedLineProgram runLineProgram(const LineProgramHeader& header, const uint8_t* program, size_t size)
 {
     DecodedLineProgram result;

@@ -63,8 +63,6 @@ std::optional<LineProgramRecord> parseLineProgramRecord(const uint8_t* body, siz
 
 /// Forms of record whose programs are understood: ordinary functions, and runtime functions.
 bool isUnderstoodForm(uint32_t form);
-/// What a record of a form that is not understood holds, as far as it is known ("inlined code").
-const char* lineProgramFormName(uint32_t form);
 
 /// What kind of code a row starts, from the operand of opcode 0x08 and 0x0D.
 enum class RowKind : uint8_t {

@@ -105,6 +105,7 @@ struct NewerFormatFacts {
         uint32_t firstRow = 0;
         uint32_t rowCount = 0;
         bool understood = false;
+        std::string problem; ///< why its rows are not understood ("it is inlined code (form 3)")
     };
     std::vector<FunctionLines> functionLines;
     std::vector<StatementRow> rows;

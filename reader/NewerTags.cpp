@@ -37,6 +37,19 @@ uint32_t endOf(uint32_t address, uint64_t size)
     return static_cast<uint32_t>(std::min<uint64_t>(uint64_t(address) + size, 0xFFFFFFFFu));
 }
 
+const char* formName(uint32_t form)
+{
+    switch (form) {
+    case 0:
+        return "a shared code fragment";
+    case 1:
+    case 3:
+        return "inlined code";
+    default:
+        return "a record of an unknown form";
+    }
+}
+
 } // namespace
 
 std::string CParser::refusedVersionReason(uint8_t version, bool newerAccepted)
@@ -464,7 +477,7 @@ void CParser::placeLineProgram(const LineProgramRecord& record, uint64_t offset)
     if (!header) {
         why = "it names line-program header " + std::to_string(record.header) + ", which the file does not give";
     } else if (!isUnderstoodForm(record.form)) {
-        why = "it is " + std::string(lineProgramFormName(record.form)) + " (form " + std::to_string(record.form) + ")";
+        why = "it is " + std::string(formName(record.form)) + " (form " + std::to_string(record.form) + ")";
     } else {
         decoded = runLineProgram(*header, record.program, record.programSize);
         if (!decoded.understood())
@@ -531,6 +544,7 @@ void CParser::placeLineProgram(const LineProgramRecord& record, uint64_t offset)
     std::tie(lines.extent.file, lines.extent.line) = locate(record.extent.line);
     lines.firstRow = static_cast<uint32_t>(facts.rows.size());
     lines.understood = why.empty();
+    lines.problem = why;
     const uint32_t function = static_cast<uint32_t>(facts.functionLines.size());
     if (why.empty()) {
         for (const LineProgramRow& row : decoded.rows) {
