@@ -9,6 +9,7 @@
 #include <cstring>
 #include <elf.h>
 #include <sstream>
+#include <utility>
 
 namespace ubrof::exporter {
 
@@ -27,6 +28,12 @@ constexpr AvrDevice kAvrDevices[] = {
 #define AVR_DEVICE(name, architecture) {name, architecture},
 #include "export/AvrDevices.def"
 #undef AVR_DEVICE
+};
+
+// simavr knows some parts only by the name of the part they revise, whose core, memories and
+// peripherals they share.
+constexpr std::pair<const char*, const char*> kSimulatorNames[] = {
+    {"atmega128a", "atmega128"},
 };
 
 std::string lowerCase(std::string text)
@@ -59,6 +66,9 @@ ElfTarget avrTarget(const Program& program)
     // No link-relax flag: the code is linked already and nothing may shorten its calls.
     target.flags = known->architecture;
     target.device = device;
+    for (const auto& [part, simulated] : kSimulatorNames)
+        if (device == part)
+            target.device = simulated;
     // GNU's AVR windows: program memory below 8 MiB, 64 KiB of data at 0x800000, EEPROM at 0x810000.
     target.code = {0, 0x800000};
     target.data = {0x800000, 0x10000};
