@@ -48,7 +48,7 @@ TEST_F(NewerModelTest, FunctionsTakeSizeStackPositionAndLinesFromTheirOwnTags)
     w.symbolDef2(0, 2, 1, 0x100, 0).symbolPosition(0, 10).sourcePosition(15, 6, 0, 9);
     w.stackUseCount(3).stackUse(1, 4).stackUse(2, 2).stackUse(1, 3);
     w.symbolDef2(1, 4, 2, 0x60, kInt).sourcePosition(4, 5, 0, 9);
-    w.symbolDef2(2, 2, 1, 0x10C, 0).symbolPosition(0, 18);
+    w.symbolDef2(2, 2, 1, 0x10C, 0).symbolPosition(0, 18).stackUseCount(1).stackUse(1, 9);
     WriterLineProgram main;
     main.kind(3).spans(1).line(15).row(0, 0, 1, 4).row(1, 2, 3, 10).calls(2).row(2).row(2, 1).row(3);
     w.org(1, 0x100).functionSize(12, 0).lineProgramHeader(2).lineProgram({0, 6, 2, 0, 15, 6, 3, 1, main.bytes});
@@ -66,6 +66,12 @@ TEST_F(NewerModelTest, FunctionsTakeSizeStackPositionAndLinesFromTheirOwnTags)
     const Function& f = program.functions[0];
     EXPECT_EQ(std::make_tuple(0x100u, 0x10Cu, 0u, 10u), std::make_tuple(f.entry, f.end, f.file, f.line));
     EXPECT_EQ((std::vector<std::pair<std::string, uint32_t>>{{"CSTACK", 7}, {"RSTACK", 2}}), f.stackUse);
+    EXPECT_EQ((std::vector<std::string>{"CSTACK", "RSTACK"}), stackSegments(program));
+    EXPECT_EQ(7u, stackUse(f, "CSTACK"));
+    std::vector<std::tuple<std::string, uint32_t, uint32_t>> stack;
+    for (const StackEntry& entry : stackUseByFunction(program))
+        stack.emplace_back(entry.segment, entry.function, entry.bytes);
+    EXPECT_EQ((decltype(stack){{"CSTACK", 1, 9}, {"CSTACK", 0, 7}, {"RSTACK", 0, 2}}), stack);
     const Variable& count = program.variables.at(findVariables(program, "count").at(0));
     EXPECT_EQ("C:\\src\\io.h", program.files.at(count.file).path);
     EXPECT_EQ(2u, count.line);
