@@ -49,7 +49,7 @@ private:
 
     /// The code bytes the file gives the function at entry named name; 0 when it gives none.
     uint32_t newerCodeSize(uint32_t entry, const std::string& name);
-    std::vector<std::pair<std::string, uint32_t>> newerStackUse(uint32_t symbol) const;
+    std::vector<std::pair<std::string, uint32_t>> newerStackUse(uint32_t symbol);
     void emitNewerLines();
     void noteNewerRecords(const std::vector<bool>& hasRows);
 
@@ -75,6 +75,8 @@ private:
     };
     std::vector<NewerSize> newerSizes_; ///< by address and rank, indexed on first use
     bool newerSizesIndexed_ = false;
+    std::vector<NewerFormatFacts::StackUse> stackUseBySymbol_; ///< sorted on first use
+    bool stackUseIndexed_ = false;
 };
 
 } // namespace ubrof::model::detail

@@ -5,12 +5,16 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <set>
 #include <unordered_set>
 
 namespace ubrof::model::detail {
 namespace {
 
 using FunctionLines = NewerFormatFacts::FunctionLines;
+
+// What one note may list before it stops: real files name a handful of functions in one.
+constexpr size_t kMaxNoteText = 400;
 
 std::string hexAddress(uint32_t address)
 {
@@ -55,13 +59,21 @@ uint32_t CodeBuilder::newerCodeSize(uint32_t entry, const std::string& name)
     return first->size;
 }
 
-std::vector<std::pair<std::string, uint32_t>> CodeBuilder::newerStackUse(uint32_t symbol) const
+std::vector<std::pair<std::string, uint32_t>> CodeBuilder::newerStackUse(uint32_t symbol)
 {
     const NewerFormatFacts& newer = context_.facts.newer;
+    if (!stackUseIndexed_) {
+        stackUseIndexed_ = true;
+        stackUseBySymbol_ = newer.stackUses;
+        std::stable_sort(stackUseBySymbol_.begin(), stackUseBySymbol_.end(),
+                         [](const NewerFormatFacts::StackUse& a, const NewerFormatFacts::StackUse& b) {
+                             return a.symbol < b.symbol;
+                         });
+    }
     // One entry per stack segment, in the order of t_seg_info, where the file lists them.
     std::map<uint32_t, uint64_t> bytesIn;
     const auto [first, last] =
-        std::equal_range(newer.stackUses.begin(), newer.stackUses.end(), NewerFormatFacts::StackUse{symbol, 0, 0},
+        std::equal_range(stackUseBySymbol_.begin(), stackUseBySymbol_.end(), NewerFormatFacts::StackUse{symbol, 0, 0},
                          [](const NewerFormatFacts::StackUse& a, const NewerFormatFacts::StackUse& b) {
                              return a.symbol < b.symbol;
                          });
@@ -85,8 +97,14 @@ void CodeBuilder::emitNewerLines()
     std::vector<std::vector<uint32_t>> rowsOf(functions.size());
     for (const FunctionLines& record : newer.functionLines) {
         const uint32_t function = program_.functionAt(record.address);
-        if (!record.understood || function == kNone || !functions[function].isDescribed)
+        if (!record.understood)
             continue;
+        if (function == kNone || !functions[function].isDescribed) {
+            const std::string name = context_.nameText(record.nameIndex);
+            context_.note("the statement rows of " + (name.empty() ? std::string("an unnamed record") : name) +
+                          " at " + hexAddress(record.address) + " lie in no function the file describes; left out");
+            continue;
+        }
         const uint64_t last = std::min<uint64_t>(uint64_t(record.firstRow) + record.rowCount, newer.rows.size());
         for (uint64_t r = record.firstRow; r < last; ++r)
             if (!newer.rows[r].fallback)
@@ -177,7 +195,9 @@ void CodeBuilder::noteNewerRecords(const std::vector<bool>& hasRows)
         if (function == kNone) {
             fragments[record.address].push_back(&record);
         } else if (!hasRows[function]) {
-            problems[function] += (problems[function].empty() ? "" : "; ") + record.problem;
+            // A function has a record or two; a file that gives it thousands says the first few.
+            if (problems[function].size() < kMaxNoteText)
+                problems[function] += (problems[function].empty() ? "" : "; ") + record.problem;
         } else {
             context_.note("function " + functions[function].qualifiedName + ": the statement rows of " +
                           context_.nameText(record.nameIndex) + " at " + hexAddress(record.address) +
@@ -191,15 +211,13 @@ void CodeBuilder::noteNewerRecords(const std::vector<bool>& hasRows)
                           "; its code stands on the line of its name");
     // One code fragment serves several functions, and each of them has a record for it.
     for (const auto& [address, records] : fragments) {
-        std::vector<std::string> names;
+        std::set<std::string> seen;
+        std::string list;
         for (const FunctionLines* record : records) {
             std::string name = context_.nameText(record->nameIndex);
-            if (std::find(names.begin(), names.end(), name) == names.end())
-                names.push_back(std::move(name));
+            if (list.size() < kMaxNoteText && seen.insert(name).second)
+                list += (list.empty() ? "" : ", ") + name;
         }
-        std::string list;
-        for (const std::string& name : names)
-            list += (list.empty() ? "" : ", ") + name;
         context_.note("code at " + hexAddress(address) + " (" + std::to_string(records.front()->size) +
                       " bytes): the statement rows of " + list + " are not understood (" + records.front()->problem +
                       "); it lies in no function and has no line");
