@@ -2,10 +2,10 @@
 // linker maps and compiler listings, and failing clearly when cut short or changed.
 #include "LinkerMap.h"
 #include "RealProgram.h"
+#include "TagStarts.h"
 #include "TestFiles.h"
 
 #include "model/ProgramQueries.h"
-#include "reader/CParser.h"
 
 #include <boost/filesystem.hpp>
 
@@ -236,14 +236,8 @@ TEST(NewerPrograms, FailClearlyWhenCutShortOrChanged)
         EXPECT_NE(std::string::npos, error.find(" offset ")) << error;
     }
 
-    TarnUbrofParser store;
-    CParser reader(store.fileHeader, store.nameTable, store.typeTable, store.groupTable, store.moduleTable,
-                   store.blockTree, store.symbolTable, store.codeMemory, store.eepromMemory, store.dataMemory,
-                   store.sourceFileTable, store.lineTable, store.fileIndex, store.fileLineRanges);
-    reader.acceptNewerVersions(true);
-    std::vector<uint64_t> starts;
-    reader.observeTags([&starts](uint64_t offset, uint8_t) { starts.push_back(offset); });
-    ASSERT_EQ(1, reader.parse(path.c_str()));
+    const std::vector<uint64_t> starts = tagStarts(path);
+    ASSERT_GT(starts.size(), 40u);
     size_t changed = 0, failed = 0;
     for (size_t i = 1; i < starts.size(); i += starts.size() / 40, ++changed) {
         std::vector<uint8_t> file = bytes;

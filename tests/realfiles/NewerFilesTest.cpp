@@ -1,6 +1,7 @@
 // The real files of format versions 10 and 11, read with the newer versions allowed: to their last
 // byte, against atmega128's compiler listings and linker map, and with bytes cut or changed.
 #include "LinkerMap.h"
+#include "TagStarts.h"
 #include "TestFiles.h"
 
 #include "host/CoreException.h"
@@ -10,7 +11,6 @@
 #include "host/Status.h"
 #include "parser/TarnUbrofParser.h"
 #include "parser/UbrofParser.h"
-#include "reader/CParser.h"
 
 #include <boost/filesystem.hpp>
 #include <cstdio>
@@ -73,20 +73,6 @@ TEST(NewerFiles, ReadToTheirLastByteWithEveryRowInsideItsFunction)
                     relative.c_str(), facts.functionLines.size(), understood, facts.rows.size(),
                     store->lineTable.size(), facts.notes.size());
     }
-}
-
-// Tag starts of a file, as the reader meets them.
-std::vector<uint64_t> tagStarts(const std::string& path)
-{
-    TarnUbrofParser store;
-    CParser reader(store.fileHeader, store.nameTable, store.typeTable, store.groupTable, store.moduleTable,
-                   store.blockTree, store.symbolTable, store.codeMemory, store.eepromMemory, store.dataMemory,
-                   store.sourceFileTable, store.lineTable, store.fileIndex, store.fileLineRanges);
-    reader.acceptNewerVersions(true);
-    std::vector<uint64_t> starts;
-    reader.observeTags([&starts](uint64_t offset, uint8_t) { starts.push_back(offset); });
-    EXPECT_EQ(1, reader.parse(path.c_str()));
-    return starts;
 }
 
 // Cut at sampled offsets, or with a changed byte at sampled tag starts, a file fails with an error
