@@ -38,8 +38,8 @@ protected:
 
 // main at 0x100: its prologue before its block, its epilogue after it; 12 bytes by t_function_info.
 // Its rows: the entry on main.c 10 to 11, a statement on 12 with a call inside it, one on 13, and a
-// row past its code. helper at 0x10C has a program the reader cannot run; a fragment at 0x120
-// serves both.
+// row past its code. helper at 0x10C, sized by its line program alone, has a program the reader
+// cannot run; a fragment at 0x120 serves both.
 TEST_F(NewerModelTest, FunctionsTakeSizeStackPositionAndLinesFromTheirOwnTags)
 {
     UbrofWriter w = fileStart();
@@ -55,7 +55,8 @@ TEST_F(NewerModelTest, FunctionsTakeSizeStackPositionAndLinesFromTheirOwnTags)
     w.absVar({1, 2}).blockBegin3(0).absVar({3, 4, 5, 6, 7, 8, 9, 10}).blockEnd().absVar({11, 12});
     WriterLineProgram broken;
     broken.kind(3).line(23).row(0).byte(1).row(1);
-    w.org(1, 0x10C).lineProgram({2, 2, 2, 0, 23, 1, 0, 1, broken.bytes}).blockBegin3(2).absVar({1, 2, 3, 4}).blockEnd();
+    w.org(1, 0x10C).lineProgram({2, 2, 2, 0, 23, 1, 0, 1, broken.bytes}).blockBegin3(2).absVar({1, 2}).blockEnd();
+    w.absVar({3, 4});
     WriterLineProgram fragment;
     fragment.line(18).row(0);
     w.org(1, 0x120).lineProgram({0, 1, 0, 9, 18, 3, 0, 7, fragment.bytes}).lineProgram({2, 1, 0, 9, 18, 3, 0, 7, fragment.bytes});
@@ -104,24 +105,6 @@ TEST_F(NewerModelTest, FunctionsTakeSizeStackPositionAndLinesFromTheirOwnTags)
     const Program summary = build(w, light);
     EXPECT_TRUE(summary.functions.empty() && summary.lines.empty() && summary.notes.empty());
     EXPECT_EQ(program.modules.at(0).size(MemorySpace::Code), summary.modules.at(0).size(MemorySpace::Code));
-}
-
-// Without a t_function_info the line program gives the size: units of the header's unit each.
-TEST_F(NewerModelTest, TheLineProgramSizesAFunctionThatHasNoFunctionInfo)
-{
-    UbrofWriter w = fileStart();
-    w.begPgm("m").sourceFiles(sources()).scopedName("f").symbolDef2(0, 2, 1, 0x40, 0).symbolPosition(0, 3);
-    WriterLineProgram program;
-    program.kind(3).line(8).row(0).row(2, 3).row(1, -1);
-    w.org(1, 0x40).lineProgramHeader(1).lineProgram({0, 8, 2, 0, 8, 1, 5, 1, program.bytes});
-    w.absVar({1, 2}).blockBegin3(0).absVar({3, 4}).blockEnd().absVar({5, 6, 7, 8}).end().eof();
-    const Program built = build(w);
-    ASSERT_EQ(1u, built.functions.size());
-    EXPECT_EQ(8u, built.functions[0].size());
-    std::vector<std::pair<uint32_t, uint32_t>> rows;
-    for (const LineRow& row : built.lines)
-        rows.emplace_back(row.address, row.line);
-    EXPECT_EQ((std::vector<std::pair<uint32_t, uint32_t>>{{0x40, 3}, {0x42, 6}, {0x43, 5}}), rows);
 }
 
 // Files that name no CPU still name the device header their sources include.
