@@ -218,38 +218,40 @@ TEST(NewerPrograms, FailClearlyWhenCutShortOrChanged)
 {
     UBROF_NEED_REAL_FILES();
     ScratchDir dir;
-    const std::string path = realFile("msp430-iotcar/Project_08.d43");
-    std::ifstream in(path, std::ios::binary);
-    const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    auto failure = [&](const std::vector<uint8_t>& file) -> std::string {
-        try {
-            loadProgram(dir.save(file, "broken.d43"));
-        } catch (const ModelError& error) {
-            return error.what();
-        }
-        return std::string();
-    };
-    for (size_t step = 1; step <= 30; ++step) {
-        const size_t cut = bytes.size() * step / 31 + step % 5;
-        const std::string error = failure(std::vector<uint8_t>(bytes.begin(), bytes.begin() + long(cut)));
-        EXPECT_NE(std::string::npos, error.find("Unexpected end of file")) << "cut at " << cut << ": " << error;
-        EXPECT_NE(std::string::npos, error.find(" offset ")) << error;
-    }
-
-    const std::vector<uint64_t> starts = tagStarts(path);
-    ASSERT_GT(starts.size(), 40u);
-    size_t changed = 0, failed = 0;
-    for (size_t i = 1; i < starts.size(); i += starts.size() / 40, ++changed) {
-        std::vector<uint8_t> file = bytes;
-        file[starts[i]] ^= 0x02;
-        const std::string error = failure(file);
-        if (!error.empty()) {
-            ++failed;
+    for (const char* relative : {"msp430-iotcar/Project_08.d43", "avr-mega128-board/atmega128.d90"}) {
+        const std::string path = realFile(relative);
+        std::ifstream in(path, std::ios::binary);
+        const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        auto failure = [&](const std::vector<uint8_t>& file) -> std::string {
+            try {
+                loadProgram(dir.save(file, baseName(path)));
+            } catch (const ModelError& error) {
+                return error.what();
+            }
+            return std::string();
+        };
+        for (size_t step = 1; step <= 30; ++step) {
+            const size_t cut = bytes.size() * step / 31 + step % 5;
+            const std::string error = failure(std::vector<uint8_t>(bytes.begin(), bytes.begin() + long(cut)));
+            EXPECT_NE(std::string::npos, error.find("Unexpected end of file")) << "cut at " << cut << ": " << error;
             EXPECT_NE(std::string::npos, error.find(" offset ")) << error;
         }
+
+        const std::vector<uint64_t> starts = tagStarts(path);
+        ASSERT_GT(starts.size(), 40u);
+        size_t changed = 0, failed = 0;
+        for (size_t i = 1; i < starts.size(); i += starts.size() / 40, ++changed) {
+            std::vector<uint8_t> file = bytes;
+            file[starts[i]] ^= 0x02;
+            const std::string error = failure(file);
+            if (!error.empty()) {
+                ++failed;
+                EXPECT_NE(std::string::npos, error.find(" offset ")) << error;
+            }
+        }
+        std::printf("%s: %zu of %zu changed tag codes fail the build\n", relative, failed, changed);
+        EXPECT_GE(failed * 100, changed * 80) << relative;
     }
-    std::printf("Project_08.d43: %zu of %zu changed tag codes fail the build\n", failed, changed);
-    EXPECT_GE(failed * 100, changed * 80);
 }
 
 // A light build of the largest file keeps none of the rows it would not place, and still holds
