@@ -1,5 +1,7 @@
 // Parsing the largest real files of versions 10 and 11, as a debugger host reads them (the opt-in
-// alone) and as the program model does (the facts kept too), against merely reading their bytes.
+// alone) and as the program model does (the facts kept too), against merely reading their bytes;
+// and loading their program model, full and light.
+#include "model/ProgramBuilder.h"
 #include "parser/TarnUbrofParser.h"
 
 #include <benchmark/benchmark.h>
@@ -68,8 +70,37 @@ void BM_ReadNewer(benchmark::State& state)
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(boost::filesystem::file_size(path)));
 }
 
+void load(benchmark::State& state, bool light)
+{
+    const std::string path = pathOf(state.range(0));
+    if (!boost::filesystem::exists(path)) {
+        state.SkipWithError(("missing " + path).c_str());
+        return;
+    }
+    ubrof::model::BuildOptions options;
+    options.light = light;
+    for (auto _ : state) {
+        const ubrof::model::Program program = ubrof::model::loadProgram(path, options);
+        benchmark::DoNotOptimize(program.modules.data());
+    }
+    state.SetLabel(kFiles.at(static_cast<size_t>(state.range(0))));
+    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(boost::filesystem::file_size(path)));
+}
+
+void BM_LoadNewerProgram(benchmark::State& state)
+{
+    load(state, false);
+}
+
+void BM_LoadNewerProgramLight(benchmark::State& state)
+{
+    load(state, true);
+}
+
 } // namespace
 
+BENCHMARK(BM_LoadNewerProgram)->DenseRange(0, 1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LoadNewerProgramLight)->DenseRange(0, 1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ParseNewer)->DenseRange(0, 1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ParseNewerKeepingFacts)->DenseRange(0, 1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ReadNewer)->DenseRange(0, 1)->Unit(benchmark::kMillisecond);

@@ -43,7 +43,10 @@ void CodeBuilder::build()
     placeEnds();
     emitFunctions();
     emitModuleVariables();
-    emitLines();
+    if (context_.newer)
+        emitNewerLines();
+    else
+        emitLines();
 
     for (uint32_t index = 0; index < program_.functions.size(); ++index) {
         Function& function = program_.functions[index];
@@ -120,6 +123,12 @@ uint32_t CodeBuilder::functionSymbol(uint32_t block)
     }
     const auto found = byText.find(context_.nameText(name));
     return found != byText.end() && usable(found->second) ? found->second : kNone;
+}
+
+uint32_t CodeBuilder::nameIndexOf(const Draft& draft) const
+{
+    return draft.block != kNone ? static_cast<uint32_t>(store_.blockTree.blocks[draft.block].nameIndex)
+                                : store_.symbolTable.symbols[draft.symbol].nameIndex;
 }
 
 void CodeBuilder::collectDrafts()
@@ -247,7 +256,11 @@ void CodeBuilder::placeEnds()
         // Functions never overlap: each ends at the latest where the next one begins.
         const uint64_t window = i + 1 < drafts_.size() ? drafts_[i + 1].entry : uint64_t(1) << 32;
         uint64_t end = draft.entry;
-        if (draft.block != kNone) {
+        // Newer files say how long a function is; its prologue is written before its block opens.
+        const uint32_t said = context_.newer ? newerCodeSize(draft.entry, context_.nameText(nameIndexOf(draft))) : 0;
+        if (said != 0) {
+            end = std::min(uint64_t(draft.entry) + said, window);
+        } else if (draft.block != kNone) {
             bool outside = false;
             for (uint32_t r : draft.runs) {
                 const Run& run = runs[r];
@@ -341,9 +354,7 @@ void CodeBuilder::emitFunctions()
     program_.functions.reserve(drafts_.size());
     for (const Draft& draft : drafts_) {
         Function function;
-        const uint32_t name = draft.block != kNone
-                                  ? static_cast<uint32_t>(store_.blockTree.blocks[draft.block].nameIndex)
-                                  : symbols[draft.symbol].nameIndex;
+        const uint32_t name = nameIndexOf(draft);
         function.name = context_.nameText(name);
         function.qualifiedName = context_.qualifiedName(name);
         function.module = draft.module;
@@ -361,6 +372,8 @@ void CodeBuilder::emitFunctions()
                 function.file = position->file < program_.files.size() ? position->file : kNone;
                 function.line = position->line;
             }
+            if (context_.newer)
+                function.stackUse = newerStackUse(draft.symbol);
         }
         program_.functions.push_back(std::move(function));
     }

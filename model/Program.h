@@ -194,7 +194,8 @@ struct Function {
     uint32_t line = 0;
     std::vector<uint32_t> blocks;    ///< outermost lexical blocks
     std::vector<uint32_t> variables; ///< parameters and locals at function level, parameters first
-    /// Stack bytes used, per stack segment name, when the file records it.
+    /// Stack bytes used, per stack segment name in the order the file lists its segments, when the
+    /// file records it (format versions 10 and 11).
     std::vector<std::pair<std::string, uint32_t>> stackUse;
     /// False for a function the file names only by its symbol (library or assembler code built
     /// without debug records, or a piece of code the compiler wrote for several functions to jump
@@ -209,8 +210,11 @@ struct LineRow {
     uint32_t address = 0;
     uint32_t end = 0;
     uint32_t file = kNone;
+    /// Of a statement over several lines, files of format versions 10 and 11 give the last, where
+    /// the compiler lists its code (a function's entry: the line of its opening brace); older
+    /// files the first.
     uint32_t line = 0;
-    uint32_t column = 0;
+    uint32_t column = 0; ///< from 1; 0 when not known
     uint32_t function = kNone;
     bool isStatement = true; ///< false for code that continues the statement before it
 };

@@ -79,23 +79,55 @@ std::string avrDeviceOfHeader(const std::string& path)
     return {};
 }
 
-// An AVR program that names no CPU still includes the register header of the one device it is
-// compiled for, and its source table lists it. Two different device headers leave it unnamed.
-void nameAvrDeviceByHeader(Program& program)
+// Files that do not name their CPU still list the device header their sources include: a program
+// includes the register header of the device it is compiled for. "iom16.h" (ATmega16),
+// "ioCC2530.h", "ior5f100le.h", "msp430fr5739.h" name the part. Generic headers ("msp430.h",
+// "io430.h") and family headers ("msp430x14x.h") name none, and a name whose family contradicts
+// what else the file says is no evidence. Several devices: the one most files name, or none on a tie.
+std::string deviceOfHeaders(const TarnUbrofParser& store, Family family)
 {
-    std::string device;
-    for (const SourceFile& file : program.files) {
-        const std::string named = avrDeviceOfHeader(file.path);
-        if (named.empty() || named == device)
+    std::map<std::string, size_t> named;
+    for (const SourceFileRecord& file : store.sourceFileTable) {
+        std::string base = lowered(file.name);
+        base = base.substr(base.find_last_of("/\\") == std::string::npos ? 0 : base.find_last_of("/\\") + 1);
+        if (base.size() < 3 || base.compare(base.size() - 2, 2, ".h") != 0)
             continue;
-        if (!device.empty())
-            return;
-        device = named;
+        if (const std::string avr = avrDeviceOfHeader(file.name);
+            !avr.empty() && (family == Family::Avr || family == Family::Unknown)) {
+            ++named[avr];
+            continue;
+        }
+        base.resize(base.size() - 2);
+        std::string device;
+        if (startsWith(base, "msp430") && base.size() > 6 && base.find('x', 6) == std::string::npos)
+            device = base;
+        else if (startsWith(base, "io") && base.size() > 2)
+            device = base.substr(2);
+        const bool plain = std::all_of(device.begin(), device.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)); });
+        const bool numbered = std::any_of(device.begin(), device.end(), [](char c) { return std::isdigit(static_cast<unsigned char>(c)); });
+        if (device.empty() || !plain || !numbered)
+            continue;
+        const Family namedFamily = familyOfProcessor(device);
+        if (namedFamily == Family::Unknown || (family != Family::Unknown && namedFamily != family))
+            continue;
+        std::transform(device.begin(), device.end(), device.begin(),
+                       [](char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); });
+        ++named[device];
     }
-    if (device.empty())
-        return;
-    program.processor.name = device;
-    program.processor.family = Family::Avr;
+    std::string best;
+    size_t most = 0;
+    bool tied = false;
+    for (const auto& [device, count] : named) {
+        if (count == most)
+            tied = true;
+        if (count > most) {
+            most = count;
+            best = device;
+            tied = false;
+        }
+    }
+    // Two devices named as often leave the part unknown: a wrong device is worse than none.
+    return tied ? std::string() : best;
 }
 
 // The processor as the file says it, strongest evidence first: the CPU it names, the core it
@@ -157,6 +189,10 @@ void fillProcessor(BuildContext& context)
             else if (memory.name == "__tinyflash" || memory.name == "__hugeflash")
                 processor.family = Family::Avr;
         }
+    if (processor.name.empty())
+        processor.name = deviceOfHeaders(context.store, processor.family);
+    if (processor.family == Family::Unknown && !processor.name.empty())
+        processor.family = familyOfProcessor(processor.name);
     if (processor.family == Family::Unknown) {
         const std::string path = lowered(program.path);
         const std::string extension = path.size() >= 4 ? path.substr(path.size() - 4) : std::string();
@@ -370,14 +406,12 @@ Program buildProgram(const TarnUbrofParser& store, const BuildOptions& options)
     fillEntryPoint(context);
     fillMemories(context);
     fillModules(context);
-    if (program.processor.name.empty() &&
-        (program.processor.family == Family::Avr || program.processor.family == Family::Unknown))
-        nameAvrDeviceByHeader(program);
     if (!options.light) {
         program.types = types.records();
         detail::CodeBuilder(context).build();
     }
     fillModuleRanges(context);
+    context.closeNotes();
     return program;
 }
 
@@ -386,6 +420,9 @@ Program loadProgram(const std::string& path, const BuildOptions& options)
     TarnUbrofParser store;
     store.keepFacts = true;
     store.facts.light = options.light;
+    // The model answers what the program holds, whichever version wrote it; only the module
+    // keeps to the versions its host was promised.
+    store.readNewerVersions = true;
     store.initialize();
     switch (store.checkFile(path)) {
     case StoreOk:
@@ -405,7 +442,9 @@ Program loadProgram(const std::string& path, const BuildOptions& options)
     }
     if (result != StoreOk) {
         const uint8_t version = store.fileHeader.versionBytes[0];
-        throw ModelError(path + ": the reader stopped before the file's end" +
+        const std::string why = store.parseError.empty() ? "the reader stopped before the file's end"
+                                                         : store.parseError;
+        throw ModelError(path + ": " + why +
                          (version != 0 ? " (format version " + std::to_string(version) + ")" : std::string()));
     }
     return buildProgram(store, options);

@@ -155,6 +155,41 @@ std::vector<SizeEntry> sizesByFunction(const Program& program)
     return entries;
 }
 
+std::vector<std::string> stackSegments(const Program& program)
+{
+    std::vector<std::string> segments;
+    for (const Function& function : program.functions)
+        for (const auto& [segment, bytes] : function.stackUse)
+            if (bytes != 0 && std::find(segments.begin(), segments.end(), segment) == segments.end())
+                segments.push_back(segment);
+    std::sort(segments.begin(), segments.end());
+    return segments;
+}
+
+uint32_t stackUse(const Function& function, const std::string& segment)
+{
+    uint32_t bytes = 0;
+    for (const auto& [name, used] : function.stackUse)
+        if (name == segment)
+            bytes += used;
+    return bytes;
+}
+
+std::vector<StackEntry> stackUseByFunction(const Program& program)
+{
+    std::vector<StackEntry> entries;
+    for (uint32_t index = 0; index < program.functions.size(); ++index)
+        for (const auto& [segment, bytes] : program.functions[index].stackUse)
+            if (bytes != 0)
+                entries.push_back({segment, index, bytes});
+    const std::vector<Function>& functions = program.functions;
+    std::stable_sort(entries.begin(), entries.end(), [&functions](const StackEntry& a, const StackEntry& b) {
+        return std::tie(a.segment, b.bytes, functions[a.function].qualifiedName) <
+               std::tie(b.segment, a.bytes, functions[b.function].qualifiedName);
+    });
+    return entries;
+}
+
 const char* spaceName(MemorySpace space)
 {
     switch (space) {

@@ -63,6 +63,21 @@ std::vector<SizeEntry> sizesByModule(const Program& program);
 /// Bytes per function (all in code memory), largest first.
 std::vector<SizeEntry> sizesByFunction(const Program& program);
 
+/// Stack bytes one function takes in one stack segment, as files of format versions 10 and 11
+/// record it (older files do not).
+struct StackEntry {
+    std::string segment;       ///< the stack segment's name ("CSTACK")
+    uint32_t function = kNone; ///< into Program::functions
+    uint32_t bytes = 0;
+};
+/// The stack segments any function takes bytes in, by name; empty when the file records no stack use.
+std::vector<std::string> stackSegments(const Program& program);
+/// The bytes function takes in segment; 0 when it takes none or the file does not say.
+uint32_t stackUse(const Function& function, const std::string& segment);
+/// Every function's use of every stack segment it takes bytes in: by segment, then largest first,
+/// then by qualified name.
+std::vector<StackEntry> stackUseByFunction(const Program& program);
+
 /// "code", "data", "eeprom".
 const char* spaceName(MemorySpace space);
 /// The family a processor's name belongs to ("ATmega16": AVR); Unknown for a name of none.

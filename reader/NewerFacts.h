@@ -96,6 +96,7 @@ struct NewerFormatFacts {
     struct FunctionLines {
         uint32_t module = 0;
         uint32_t nameIndex = 0xFFFFFFFF;
+        uint64_t offset = 0;  ///< of its tag in the file, as its note gives it
         uint32_t address = 0; ///< the code address of the t_org before it
         uint32_t size = 0;    ///< bytes
         uint32_t form = 0;
@@ -104,6 +105,7 @@ struct NewerFormatFacts {
         uint32_t firstRow = 0;
         uint32_t rowCount = 0;
         bool understood = false;
+        std::string problem; ///< why its rows are not understood ("it is inlined code (form 3)")
     };
     std::vector<FunctionLines> functionLines;
     std::vector<StatementRow> rows;

@@ -273,7 +273,7 @@ int CParser::handleSymbolPosition()
     source.symbol = newer_.subjectIndex;
     if (file < newer_.moduleFiles.size())
         source.file = newer_.moduleFiles[file];
-    if (facts_)
+    if (facts_ && !facts_->light)
         facts_->newer.symbolSources.push_back(source);
     return 0;
 }
@@ -301,7 +301,7 @@ int CParser::handleSourcePosition()
     position.line = line;
     if (file < newer_.moduleFiles.size())
         position.file = newer_.moduleFiles[file];
-    if (facts_)
+    if (facts_ && !facts_->light)
         facts_->newer.positions.push_back(
             {newer_.subject == NewerState::Subject::Block, newer_.subjectIndex, position});
     return 0;
@@ -326,7 +326,7 @@ int CParser::handleStackUse()
         return 0;
     }
     use.symbol = newer_.subjectIndex;
-    if (facts_)
+    if (facts_ && !facts_->light)
         facts_->newer.stackUses.push_back(use);
     return 0;
 }
@@ -354,7 +354,7 @@ int CParser::handleFunctionInfo()
         return 0;
     const uint32_t name = nameId - 1;
     newer_.extents.emplace(name, NewerState::Extent{newer_.codeOrigin, size});
-    if (facts_) {
+    if (facts_ && !facts_->light) {
         const uint32_t module = moduleTable_.empty() ? kNoIndex : static_cast<uint32_t>(moduleTable_.size() - 1);
         facts_->newer.functionSizes.push_back({module, name, newer_.codeOrigin, size});
     }
@@ -528,12 +528,14 @@ void CParser::placeLineProgram(const LineProgramRecord& record, uint64_t offset)
         }
     }
 
-    if (!facts_)
+    // A light model places no code, so the rows would only cost memory.
+    if (!facts_ || facts_->light)
         return;
     NewerFormatFacts& facts = facts_->newer;
     NewerFormatFacts::FunctionLines lines;
     lines.module = moduleTable_.empty() ? kNoIndex : static_cast<uint32_t>(moduleTable_.size() - 1);
     lines.nameIndex = name;
+    lines.offset = offset;
     lines.address = origin;
     lines.size = end - origin;
     lines.form = record.form;
@@ -542,6 +544,7 @@ void CParser::placeLineProgram(const LineProgramRecord& record, uint64_t offset)
     std::tie(lines.extent.file, lines.extent.line) = locate(record.extent.line);
     lines.firstRow = static_cast<uint32_t>(facts.rows.size());
     lines.understood = why.empty();
+    lines.problem = why;
     const uint32_t function = static_cast<uint32_t>(facts.functionLines.size());
     if (why.empty()) {
         for (const LineProgramRow& row : decoded.rows) {

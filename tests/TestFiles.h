@@ -4,11 +4,13 @@
 #include "writer/UbrofWriter.h"
 
 #include <boost/filesystem.hpp>
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace ubrof::test {
 
@@ -73,6 +75,26 @@ inline std::string realFile(const std::string& relative)
     EXPECT_TRUE(boost::filesystem::exists(path))
         << path << " is missing: the real UBROF files are read from the shared folder beside the repository";
     return path;
+}
+
+/// Every file of the shared collection whose t_version says 10 or 11, by its path inside the
+/// collection, sorted.
+inline std::vector<std::string> newerRealFiles()
+{
+    std::vector<std::string> files;
+    for (const boost::filesystem::directory_entry& folder : boost::filesystem::directory_iterator(realFile(""))) {
+        if (!boost::filesystem::is_directory(folder))
+            continue;
+        for (const boost::filesystem::directory_entry& entry : boost::filesystem::directory_iterator(folder.path())) {
+            std::ifstream in(entry.path().string(), std::ios::binary);
+            unsigned char head[9] = {};
+            in.read(reinterpret_cast<char*>(head), sizeof head);
+            if (head[0] == 0xA5 && head[7] == 0xBD && (head[8] == 10 || head[8] == 11))
+                files.push_back(folder.path().filename().string() + "/" + entry.path().filename().string());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    return files;
 }
 
 } // namespace ubrof::test

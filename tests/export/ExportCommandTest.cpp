@@ -227,7 +227,7 @@ TEST(ExportCommand, ExplainsAFileItCannotRead)
     }
     const Outcome run = ubrofdump({"export", cut, "--format", "ihex", "-o", out});
     EXPECT_EQ("ubrofdump: " + cut + " begins as a UBROF file but could not be read to its end: it is cut short or "
-              "damaged (the reader stopped before the file's end (format version 8)); link the program again\n",
+              "damaged (Error: Unexpected end of file in tag 0xC9 (t_key_value) at offset 12 (format version 8)); link the program again\n",
               run.err);
     EXPECT_FALSE(fs::exists(out));
 }

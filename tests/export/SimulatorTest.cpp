@@ -5,6 +5,7 @@
 #include "TestFiles.h"
 
 #include "export/ElfExport.h"
+#include "model/ProgramBuilder.h"
 
 namespace ubrof {
 namespace {
@@ -21,6 +22,24 @@ TEST(Simulator, RunsTheExportForASecondWithoutAFault)
     const test::ToolResult run = test::simulateForASecond(elf);
     EXPECT_TRUE(run.timedOut) << "simavr stopped by itself:\n" << run.out << run.err;
     EXPECT_NE(std::string::npos, run.out.find("Loaded 64 .text at address 0x0")) << run.out << run.err;
+    EXPECT_FALSE(test::simulatorFaulted(run)) << run.out << run.err;
+}
+
+// A real program of format version 10: its ATmega128A runs as simavr's ATmega128, printing its
+// greeting on the serial port it sets up, for a second without a fault.
+TEST(Simulator, RunsTheExportOfARealProgramForASecondWithoutAFault)
+{
+    UBROF_NEED_REAL_FILES();
+    REQUIRE_TOOL("simavr");
+    ScratchDir dir;
+    const std::string elf = dir.path("atmega128.elf");
+    const Program program = model::loadProgram(test::realFile("avr-mega128-board/atmega128.d90"));
+    exporter::writeElf(program, elf);
+    const test::ToolResult run = test::simulateForASecond(elf);
+    EXPECT_TRUE(run.timedOut) << "simavr stopped by itself:\n" << run.out << run.err;
+    EXPECT_NE(std::string::npos, run.out.find("Loaded " + std::to_string(program.memory(model::MemorySpace::Code)->byteCount()) +
+                                              " .text at address 0x0"))
+        << run.out << run.err;
     EXPECT_FALSE(test::simulatorFaulted(run)) << run.out << run.err;
 }
 

@@ -493,8 +493,12 @@ TEST_F(ModelTest, BadFilesGiveClearErrors)
               failure(dir.save(std::vector<uint8_t>{0x4D, 0xFF}, "not.d90")));
     UbrofWriter w = fileStart();
     w.begPgm("m");
-    EXPECT_EQ(dir.path("cut.d90") + ": the reader stopped before the file's end (format version 8)",
+    EXPECT_EQ(dir.path("cut.d90") + ": Error: Unexpected end of file at offset 21, where a tag should begin "
+                                     "(format version 8)",
               failure(dir.save(w, "cut.d90")));
+    UbrofWriter future;
+    future.begFile1().version(12).begPgm("m").end().eof();
+    EXPECT_NE(std::string::npos, failure(dir.save(future, "future.d90")).find("format version 12 is newer than 11"));
 
     TarnUbrofParser store;
     store.initialize();

@@ -1,6 +1,7 @@
 // The program model of the real files, held against the linker's map and against the store.
 #include "IntelHex.h"
 #include "LinkerMap.h"
+#include "RealProgram.h"
 #include "TestFiles.h"
 
 #include "model/ProgramBuilder.h"
@@ -10,7 +11,6 @@
 #include <boost/filesystem.hpp>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <map>
@@ -21,28 +21,6 @@ namespace {
 
 using namespace ubrof::model;
 namespace fs = boost::filesystem;
-
-// A parsed copy (embedded sources would be written beside the file parsed) and its program.
-struct RealProgram {
-    ScratchDir dir;
-    TarnUbrofParser store;
-    Program program;
-    double buildMilliseconds = 0;
-
-    explicit RealProgram(const std::string& relative)
-    {
-        const fs::path source(realFile(relative));
-        const std::string copy = dir.path(source.filename().string());
-        fs::copy_file(source, copy);
-        store.keepFacts = true;
-        store.initialize();
-        EXPECT_EQ(0, store.parseFile(copy));
-        const auto start = std::chrono::steady_clock::now();
-        program = buildProgram(store);
-        buildMilliseconds =
-            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-    }
-};
 
 bool written(const Program& program, uint32_t address)
 {
@@ -60,42 +38,41 @@ TEST(RealPrograms, AgreeWithTheLinkerMap)
 {
     const RealProgram real("avr-mobit-nmea/nmea.d90");
     const Program& program = real.program;
-    const std::vector<MapPart> parts = readMap("avr-mobit-nmea/nmea.map");
+    const LinkerMap map = readLinkerMap(realFile("avr-mobit-nmea/nmea.map"));
 
     std::set<std::string> described;
     for (const Function& function : program.functions)
         if (function.isDescribed)
             described.insert(function.qualifiedName);
     size_t functions = 0, variables = 0;
-    std::map<std::string, const MapPart*> partOf;
-    for (const MapPart& part : parts)
-        for (const MapPart::Entry& entry : part.entries) {
-            partOf[entry.name] = &part;
-            if (!entry.isFunction || !described.count(entry.name))
-                continue;
-            ++functions;
-            const Function& function = program.functions.at(findFunctions(program, entry.name).at(0));
-            EXPECT_EQ(entry.address, function.entry) << entry.name;
-            EXPECT_EQ(part.size, function.size()) << entry.name;
-            EXPECT_EQ(entry.isInterrupt, function.isInterrupt) << entry.name;
-            const SourcePlace place = symbolize(program, entry.address);
-            ASSERT_NE(kNone, place.function) << entry.name;
-            EXPECT_EQ(entry.name, program.functions[place.function].qualifiedName);
-            // The name stands on the function's header, before any line of its code.
-            ASSERT_NE(nullptr, place.row) << entry.name;
-            EXPECT_LE(function.line, place.row->line) << entry.name;
-        }
+    std::map<std::string, const MapEntry*> entryOf;
+    for (const MapEntry& entry : map.entries) {
+        entryOf[entry.name] = &entry;
+        if (!entry.isFunction || !described.count(entry.name))
+            continue;
+        ++functions;
+        const Function& function = program.functions.at(findFunctions(program, entry.name).at(0));
+        EXPECT_EQ(entry.address, function.entry) << entry.name;
+        EXPECT_EQ(entry.partSize, function.size()) << entry.name;
+        EXPECT_EQ(entry.isInterrupt, function.isInterrupt) << entry.name;
+        const SourcePlace place = symbolize(program, *entry.address);
+        ASSERT_NE(kNone, place.function) << entry.name;
+        EXPECT_EQ(entry.name, program.functions[place.function].qualifiedName);
+        // The name stands on the function's header, before any line of its code.
+        ASSERT_NE(nullptr, place.row) << entry.name;
+        EXPECT_LE(function.line, place.row->line) << entry.name;
+    }
     EXPECT_EQ(described.size(), functions) << "a function the file describes is not in the map";
     EXPECT_EQ(14u, functions);
 
     for (const Variable& variable : program.variables) {
         if (variable.location.kind != Location::Kind::Address || variable.function != kNone)
             continue;
-        const auto found = partOf.find(variable.qualifiedName);
-        ASSERT_NE(partOf.end(), found) << variable.qualifiedName << " is not in the map";
+        const auto found = entryOf.find(variable.qualifiedName);
+        ASSERT_NE(entryOf.end(), found) << variable.qualifiedName << " is not in the map";
         ++variables;
-        EXPECT_EQ(found->second->address, variable.location.address) << variable.qualifiedName;
-        EXPECT_EQ(found->second->size, variable.size) << variable.qualifiedName;
+        EXPECT_EQ(found->second->partAddress, variable.location.address) << variable.qualifiedName;
+        EXPECT_EQ(found->second->partSize, variable.size) << variable.qualifiedName;
         EXPECT_EQ(found->second->memory == "CODE" ? MemorySpace::Code : MemorySpace::Data, variable.location.space);
     }
     EXPECT_GT(variables, 40u);

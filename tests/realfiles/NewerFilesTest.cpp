@@ -1,5 +1,7 @@
 // The real files of format versions 10 and 11, read with the newer versions allowed: to their last
 // byte, against atmega128's compiler listings and linker map, and with bytes cut or changed.
+#include "LinkerMap.h"
+#include "TagStarts.h"
 #include "TestFiles.h"
 
 #include "host/CoreException.h"
@@ -9,14 +11,12 @@
 #include "host/Status.h"
 #include "parser/TarnUbrofParser.h"
 #include "parser/UbrofParser.h"
-#include "reader/CParser.h"
 
 #include <boost/filesystem.hpp>
 #include <cstdio>
 #include <fstream>
 #include <map>
 #include <memory>
-#include <regex>
 
 namespace ubrof::test {
 namespace {
@@ -24,25 +24,6 @@ namespace {
 namespace fs = boost::filesystem;
 
 const std::string kBoard = "avr-mega128-board/";
-
-// Every file of the collection whose t_version says 10 or 11, by its path inside the collection.
-std::vector<std::string> newerFiles()
-{
-    std::vector<std::string> files;
-    for (const fs::directory_entry& folder : fs::directory_iterator(realFile(""))) {
-        if (!fs::is_directory(folder))
-            continue;
-        for (const fs::directory_entry& entry : fs::directory_iterator(folder.path())) {
-            std::ifstream in(entry.path().string(), std::ios::binary);
-            unsigned char head[9] = {};
-            in.read(reinterpret_cast<char*>(head), sizeof head);
-            if (head[0] == 0xA5 && head[7] == 0xBD && (head[8] == 10 || head[8] == 11))
-                files.push_back(folder.path().filename().string() + "/" + entry.path().filename().string());
-        }
-    }
-    std::sort(files.begin(), files.end());
-    return files;
-}
 
 std::unique_ptr<TarnUbrofParser> readNewer(const std::string& path)
 {
@@ -56,7 +37,7 @@ std::unique_ptr<TarnUbrofParser> readNewer(const std::string& path)
 
 TEST(NewerFiles, ReadToTheirLastByteWithEveryRowInsideItsFunction)
 {
-    const std::vector<std::string> files = newerFiles();
+    const std::vector<std::string> files = newerRealFiles();
     EXPECT_EQ(12u, files.size());
     for (const std::string& relative : files) {
         const std::string path = realFile(relative);
@@ -92,20 +73,6 @@ TEST(NewerFiles, ReadToTheirLastByteWithEveryRowInsideItsFunction)
                     relative.c_str(), facts.functionLines.size(), understood, facts.rows.size(),
                     store->lineTable.size(), facts.notes.size());
     }
-}
-
-// Tag starts of a file, as the reader meets them.
-std::vector<uint64_t> tagStarts(const std::string& path)
-{
-    TarnUbrofParser store;
-    CParser reader(store.fileHeader, store.nameTable, store.typeTable, store.groupTable, store.moduleTable,
-                   store.blockTree, store.symbolTable, store.codeMemory, store.eepromMemory, store.dataMemory,
-                   store.sourceFileTable, store.lineTable, store.fileIndex, store.fileLineRanges);
-    reader.acceptNewerVersions(true);
-    std::vector<uint64_t> starts;
-    reader.observeTags([&starts](uint64_t offset, uint8_t) { starts.push_back(offset); });
-    EXPECT_EQ(1, reader.parse(path.c_str()));
-    return starts;
 }
 
 // Cut at sampled offsets, or with a changed byte at sampled tag starts, a file fails with an error
@@ -162,75 +129,14 @@ TEST(NewerFiles, FailClearlyWhenCutShortOrChanged)
 
 // ---- atmega128.d90 against its linker map and compiler listings.
 
-// Code entries of the map, by module and name.
-std::map<std::pair<std::string, std::string>, uint32_t> mapFunctions(const std::string& relative)
+// The listings' statements, placed by the map.
+std::vector<ListedStatement> listedCode()
 {
-    std::ifstream in(realFile(relative));
-    const std::regex module(R"(^\s+(PROGRAM|LIBRARY) MODULE, NAME : (\S+))");
-    const std::regex segment(R"(^\s+Relative segment, address: (\w+) )");
-    const std::regex entry(R"(^ {11}(\S+) +([0-9A-F]{8})\b)");
-    std::map<std::pair<std::string, std::string>, uint32_t> entries;
-    std::string current;
-    bool inCode = false;
-    std::smatch match;
-    for (std::string line; std::getline(in, line);) {
-        if (std::regex_search(line, match, module))
-            current = match[2];
-        else if (std::regex_search(line, match, segment))
-            inCode = match[1] == "CODE";
-        else if (inCode && !current.empty() && std::regex_search(line, match, entry))
-            entries[{current, match[1]}] = static_cast<uint32_t>(std::stoul(match[2], nullptr, 16));
-    }
-    return entries;
-}
-
-/// A statement of a listing: the source line it is printed under and the address of its code.
-struct ListedCode {
-    std::string function;
-    uint32_t line = 0;
-    uint32_t address = 0;
-    std::string hex; ///< the code as listed: 16-bit words, most significant digit first
-    bool startsStatement = false;
-};
-
-// The code lines of every listing that the map places: "\   OFFSET   BYTES   INSTRUCTION", the offset
-// counted from the segment part of the function whose label came last.
-std::vector<ListedCode> listedCode()
-{
-    const auto functions = mapFunctions(kBoard + "atmega128.map");
-    const std::regex number(R"(^\s+(\d+)$)");
-    const std::regex segment(R"(^\s+\\\s+In\s+segment (\S+?),)");
-    const std::regex label(R"(^\s+\\\s+([A-Za-z_?][\w?]*):\s*$)");
-    const std::regex code(R"(^\s+\\\s+([0-9A-F]{8})\s{3}([0-9A-F.]+)\s)");
-    std::vector<ListedCode> listed;
-    for (const fs::directory_entry& entry : fs::directory_iterator(realFile(kBoard + "listings"))) {
-        const std::string module = entry.path().stem().string();
-        std::ifstream in(entry.path().string());
-        uint32_t line = 0;
-        bool pending = false, inCode = false;
-        std::string function;
-        std::smatch match;
-        for (std::string text; std::getline(in, text);) {
-            if (std::regex_search(text, match, number)) {
-                line = static_cast<uint32_t>(std::stoul(match[1]));
-                pending = true;
-            } else if (std::regex_search(text, match, segment)) {
-                inCode = match[1] == "CODE";
-                function.clear();
-            } else if (std::regex_search(text, match, label)) {
-                if (match[1].str().rfind("??", 0) != 0)
-                    function = match[1];
-            } else if (inCode && !function.empty() && std::regex_search(text, match, code)) {
-                const auto placed = functions.find({module, function});
-                if (placed == functions.end())
-                    continue; // left out by the linker
-                listed.push_back({function, line, placed->second + static_cast<uint32_t>(std::stoul(match[1], nullptr, 16)),
-                                  match[2], pending});
-                pending = false;
-            }
-        }
-    }
-    return listed;
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(realFile(kBoard + "listings")))
+        names.push_back(entry.path().filename().string());
+    return readListings(realFile(kBoard + "listings"), names, readLinkerMap(realFile(kBoard + "atmega128.map")))
+        .statements;
 }
 
 TEST(NewerFiles, StatementRowsOfAtmega128GiveTheListingsLines)
@@ -243,7 +149,7 @@ TEST(NewerFiles, StatementRowsOfAtmega128GiveTheListingsLines)
         endLineAt[row.address] = row.endLine;
 
     size_t statements = 0, matched = 0;
-    for (const ListedCode& code : listedCode()) {
+    for (const ListedStatement& code : listedCode()) {
         if (!code.startsStatement)
             continue;
         ++statements;
@@ -265,18 +171,20 @@ TEST(NewerFiles, TheModulesViewsAnswerFromAtmega128WithTheOptIn)
     options.readNewerVersions = true;
     UbrofParser parser(realFile(kBoard + "atmega128.d90"), options);
     const auto symbols = parser.createSymbolInformation();
-    const auto functions = mapFunctions(kBoard + "atmega128.map");
+    const LinkerMap map = readLinkerMap(realFile(kBoard + "atmega128.map"));
 
     // Every function the map places and the file describes: its symbol at the map's address, and
     // the scope at that address is the function (its prologue included).
     size_t scoped = 0;
-    for (const auto& [where, address] : functions) {
-        const tarn::ISymbolContext::Ptr function = symbols->lookupGlobalSymbol(where.second, false);
+    for (const MapEntry& entry : map.entries) {
+        if (entry.memory != "CODE" || !entry.address)
+            continue;
+        const tarn::ISymbolContext::Ptr function = symbols->lookupGlobalSymbol(entry.name, false);
         if (!function || function->getSymbolClass() != tarn::ISymbolContext::CodeSymbol)
             continue;
-        EXPECT_EQ(address, function->getProperties().at("Address").as_uint64()) << where.second;
-        const tarn::ISymbolContext::Ptr scope = symbols->getScopeContextFromPc(address);
-        if (scope && scope->getName() == where.second)
+        EXPECT_EQ(*entry.address, function->getProperties().at("Address").as_uint64()) << entry.name;
+        const tarn::ISymbolContext::Ptr scope = symbols->getScopeContextFromPc(*entry.address);
+        if (scope && scope->getName() == entry.name)
             ++scoped;
     }
     EXPECT_GE(scoped, 24u); // the 24 functions with line programs
@@ -299,7 +207,7 @@ TEST(NewerFiles, TheModulesViewsAnswerFromAtmega128WithTheOptIn)
     std::vector<boost::shared_ptr<tarn::IProgramSegment>> segments = parser.createBinaryInformation()->getProgramSegments();
     ASSERT_FALSE(segments.empty());
     size_t words = 0;
-    for (const ListedCode& code : listedCode()) {
+    for (const ListedStatement& code : listedCode()) {
         if (code.hex.find('.') != std::string::npos || code.hex.size() % 4 != 0)
             continue;
         std::vector<uint8_t> image;

@@ -240,21 +240,20 @@ TEST(ProgramCommandsRealFiles, AgreeWithTheLinkerMap)
             variables[std::string(symbol.at("Name").as_string())] = symbol;
     }
 
-    std::map<std::string, const test::MapPart*> partOf;
+    std::map<std::string, const test::MapEntry*> entryOf;
     std::vector<std::string> addresses{"addr2line", "nmea.d90"};
     std::vector<std::string> named;
-    const std::vector<test::MapPart> parts = test::readMap("avr-mobit-nmea/nmea.map");
-    for (const test::MapPart& part : parts)
-        for (const test::MapPart::Entry& entry : part.entries) {
-            partOf[entry.name] = &part;
-            if (!entry.isFunction || !functions.count(entry.name))
-                continue;
-            const json::object& function = functions[entry.name];
-            EXPECT_EQ(entry.address, function.at("Address").to_number<uint32_t>()) << entry.name;
-            EXPECT_EQ(part.size, function.at("Size").to_number<uint32_t>()) << entry.name;
-            addresses.push_back(std::to_string(entry.address));
-            named.push_back(entry.name);
-        }
+    const test::LinkerMap map = test::readLinkerMap(test::realFile("avr-mobit-nmea/nmea.map"));
+    for (const test::MapEntry& entry : map.entries) {
+        entryOf[entry.name] = &entry;
+        if (!entry.isFunction || !entry.address || !functions.count(entry.name))
+            continue;
+        const json::object& function = functions[entry.name];
+        EXPECT_EQ(*entry.address, function.at("Address").to_number<uint32_t>()) << entry.name;
+        EXPECT_EQ(entry.partSize, function.at("Size").to_number<uint32_t>()) << entry.name;
+        addresses.push_back(std::to_string(*entry.address));
+        named.push_back(entry.name);
+    }
     EXPECT_EQ(14u, named.size());
     EXPECT_EQ(functions.size(), named.size()) << "a function the file describes is not in the map";
     const json::value places = answerOf(dir, addresses);
@@ -266,10 +265,10 @@ TEST(ProgramCommandsRealFiles, AgreeWithTheLinkerMap)
     }
 
     for (const auto& [name, variable] : variables) {
-        const auto part = partOf.find(name);
-        ASSERT_NE(partOf.end(), part) << name << " is not in the map";
-        EXPECT_EQ(part->second->address, variable.at("Address").to_number<uint32_t>()) << name;
-        EXPECT_EQ(part->second->size, variable.at("Size").to_number<uint32_t>()) << name;
+        const auto entry = entryOf.find(name);
+        ASSERT_NE(entryOf.end(), entry) << name << " is not in the map";
+        EXPECT_EQ(entry->second->partAddress, variable.at("Address").to_number<uint32_t>()) << name;
+        EXPECT_EQ(entry->second->partSize, variable.at("Size").to_number<uint32_t>()) << name;
     }
     EXPECT_GT(variables.size(), 40u);
 }
