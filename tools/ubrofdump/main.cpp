@@ -202,12 +202,13 @@ const Command kCommands[] = {
     {"compiler", "FILE", 0, 0, 0, "machine, producer and base types",
      [](Invocation& in) { return in.report().compiler(); }},
     {"addr2line", "FILE ADDR...", 1, kAnyNumber, 0,
-     "function, source file and line of each address; ADDR\nmay also be a function's name, NAME[+OFFSET]",
+     "function, source file and line of each address, and\nat a function's entry the line of its name; ADDR may\n"
+     "also be a function's name, NAME[+OFFSET]",
      [](Invocation& in) { return addr2line(in.file, in.args, in.paths()); }, Group::Program},
     {"nm", "FILE [PATTERN] [nm options]", 0, 1, 0,
      "address, size, kind and qualified name of every\nfunction and variable, by address; PATTERN is a glob",
      [](Invocation& in) { return nm(in.file, in.args, in.options.program, in.request.widths); }, Group::Program},
-    {"size", "FILE [--by memory|module|function] [--top N]", 0, 0, 0,
+    {"size", "FILE [--by memory|module|function | --stack] [--top N]", 0, 0, 0,
      "bytes per memory, per module and per function,\nlargest first",
      [](Invocation& in) { return size(in.file, in.options.program, in.request.widths); }, Group::Program},
     {"export", "FILE --format FORMAT -o OUT [export options]", 0, 0, 0,
@@ -266,10 +267,14 @@ Options of nm:
   --functions, --variables   only functions, only variables
   --module M                 only those of module M
   --size-sort, --name-sort   by size (smallest first) or by name instead of by address
-Kinds: T code (t: static), R a variable in code memory, D data, E EEPROM; lower case: static.
+  --stack                    functions only, each with its stack bytes per stack segment
+                             (SEGMENT=BYTES; ? where the file does not say)
+Kinds: T code (t: static), R a variable in code memory, D data (internal or the 8051's
+external xdata), E EEPROM; lower case: static.
 
 Options of size:
   --by memory|module|function   one list instead of all three
+  --stack                       stack bytes per stack segment and function instead
   --top N                       the N largest of each list
 
 )" + std::string(kExportOptionsHelp) + R"(
