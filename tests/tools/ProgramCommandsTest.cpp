@@ -290,6 +290,50 @@ TEST(ProgramCommands, EntriesKeepTheLineOfTheirNameAndFunctionsTheirStack)
     }
 }
 
+// Without the host's opt-in the module refuses version 10: the summary shows the program's part and
+// then says how the module can read it, with the module's refusal as its error. With it, the
+// module answers too.
+TEST(ProgramCommands, TheSummaryOfANewerFileShowsTheProgramAndHowTheModuleCanReadIt)
+{
+    ScratchDir dir;
+    saveNewerProgram(dir, "newer.d90");
+    UbrofWriter cut;
+    cut.begFile1().version(10, 0, 2, UbrofWriter::newerSkipInfo(10)).begPgm("main").org(1, 0x100).absVar({1, 2}).end().eof();
+    dir.save(cut.prefix(cut.size() - 3), "cut.d90");
+
+    const DumpResult text = ubrofdump(dir, {"summary", "newer.d90"});
+    EXPECT_EQ(1, text.status);
+    EXPECT_EQ(0u, text.out.find("File:            newer.d90\nFormat version:  10\n")) << text.out;
+    EXPECT_NE(std::string::npos, text.out.find("\nProgram modules: 1;")) << text.out;
+    EXPECT_EQ(0u, text.err.find("ubrofdump: newer.d90 is in UBROF format version 10, which the debugger module reads "
+                                "only when its host sets the platform preference "
+                                "com.quarnel.tarndbg.ubrof.readNewerVersions to true; --newer-versions makes "
+                                "ubrofdump such a host, and the program commands (addr2line, nm, size, export) read "
+                                "the file as it is\nubrofdump: the module answered error 0x20027: "))
+        << text.err;
+    EXPECT_EQ(text.err, ubrofdump(dir, {"segments", "newer.d90"}).err);
+
+    const DumpResult asJson = ubrofdump(dir, {"--json", "summary", "newer.d90"});
+    EXPECT_EQ(1, asJson.status);
+    const json::value document = json::parse(asJson.out);
+    const json::object& summary = document.at("Summary").as_object();
+    EXPECT_EQ(10, summary.at("FormatVersion").to_number<int>());
+    EXPECT_FALSE(summary.contains("Segments")) << "the module's counts are not zeros";
+    EXPECT_EQ("newer-version", document.at("Error").at("Code").as_string());
+    EXPECT_EQ(0x20027, document.at("Error").at("Module").at("Code").to_number<int>());
+
+    const json::value opted = answerOf(dir, {"--newer-versions", "summary", "newer.d90"});
+    ASSERT_TRUE(opted.is_object());
+    EXPECT_EQ(1, opted.at("Summary").at("Segments").to_number<int>());
+    EXPECT_EQ(10, opted.at("Summary").at("FormatVersion").to_number<int>());
+    EXPECT_EQ(2, ubrofdump(dir, {"--newer-versions", "nm", "newer.d90"}).status) << "the program commands need no opt-in";
+
+    // A damaged file is told as damaged, where the program's reader stopped, and not as a version to opt in to.
+    const DumpResult damaged = ubrofdump(dir, {"--json", "summary", "cut.d90"});
+    EXPECT_EQ(1, damaged.status);
+    expectErrorDocument(damaged.out, "damaged", "cut.d90");
+}
+
 // nmea.d90 against its linker map: every function the file describes starts at its map address
 // and is as long as its segment part, addr2line names it there, and every variable lies where
 // the map puts it.
