@@ -33,7 +33,7 @@ constexpr size_t kLargestModules = 5;
 // refuses it.
 const struct {
     const char* name;
-    std::vector<const char*> commands;
+    std::vector<std::string> commands;
     bool takesValue;
 } kProgramOptions[] = {
     {"--size-sort", {"nm"}, false},   {"--name-sort", {"nm"}, false},     {"--functions", {"nm"}, false},
@@ -284,7 +284,7 @@ void checkProgramOptions(const std::string& command, const ProgramOptions& optio
         for (const auto& option : kProgramOptions) {
             if (given.first != option.name)
                 continue;
-            const std::vector<std::string> commands(option.commands.begin(), option.commands.end());
+            const std::vector<std::string>& commands = option.commands;
             if (std::find(commands.begin(), commands.end(), command) == commands.end())
                 throw usageError(given.first + " does not belong to " + command + "; it belongs to " + listed(commands));
         }

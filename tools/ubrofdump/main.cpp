@@ -120,6 +120,42 @@ struct Command {
     Group group = Group::Module;
 };
 
+/// The module's counts, then the program's account. The program's part is read first and its
+/// model released before the module parses the file: the two are never in memory together.
+Answer summarise(Invocation& in)
+{
+    boost::json::object program;
+    std::optional<Failure> programFailure;
+    try {
+        program = programSummary(in.file);
+    } catch (const Failure& failure) {
+        programFailure = failure;
+    }
+    Answer answer;
+    try {
+        answer = in.report().summary();
+    } catch (const Failure& refused) {
+        // A version the module was not let read: the program's part is still worth showing, and
+        // the refusal follows it. A file neither reads fails with the module's report, or, when
+        // its bytes are at fault, with the program's account of where.
+        if (refused.code != "newer-version")
+            throw;
+        if (programFailure && programFailure->code == "damaged") {
+            programFailure->module = refused.module;
+            throw *programFailure;
+        }
+        if (programFailure)
+            throw;
+        in.unanswered = refused;
+        answer = Answer("Summary", boost::json::object{{"File", in.file}});
+    }
+    if (programFailure)
+        throw *programFailure;
+    for (auto& entry : program)
+        answer.value.as_object()[entry.key()] = std::move(entry.value());
+    return answer;
+}
+
 constexpr size_t kAnyNumber = static_cast<size_t>(-1);
 
 const Command kCommands[] = {
@@ -127,40 +163,7 @@ const Command kCommands[] = {
      "counts of segments, sources, code areas, modules,\nfunctions and global symbols (the default command);\n"
      "then, from the program: its format version, creation\ndate, processor, memories and largest modules; of\n"
      "a version 10 or 11 file the program's part alone,\nunless --newer-versions",
-     [](Invocation& in) {
-         // The program's part first, its model released before the module parses the file:
-         // the two are never in memory together.
-         boost::json::object program;
-         std::optional<Failure> programFailure;
-         try {
-             program = programSummary(in.file);
-         } catch (const Failure& failure) {
-             programFailure = failure;
-         }
-         Answer answer;
-         try {
-             answer = in.report().summary();
-         } catch (const Failure& refused) {
-             // A version the module was not let read: the program's part is still worth showing,
-             // and the refusal follows it. A file neither reads fails with the module's report,
-             // or, when its bytes are at fault, with the program's account of where.
-             if (refused.code != "newer-version")
-                 throw;
-             if (programFailure && programFailure->code == "damaged") {
-                 programFailure->module = refused.module;
-                 throw *programFailure;
-             }
-             if (programFailure)
-                 throw;
-             in.unanswered = refused;
-             answer = Answer("Summary", boost::json::object{{"File", in.file}});
-         }
-         if (programFailure)
-             throw *programFailure;
-         for (auto& entry : program)
-             answer.value.as_object()[entry.key()] = std::move(entry.value());
-         return answer;
-     }},
+     summarise},
     {"segments", "FILE [--data]", 0, 0, kDataOption, "program segments, with their bytes on --data",
      [](Invocation& in) {
          in.request.withData = in.options.data;
