@@ -22,14 +22,6 @@ namespace {
 namespace json = boost::json;
 using test::ScratchDir;
 
-json::value answerOf(const ScratchDir& dir, std::vector<std::string> args)
-{
-    args.insert(args.begin(), "--json");
-    const DumpResult run = ubrofdump(dir, args);
-    EXPECT_EQ(0, run.status) << args[1] << ": " << run.out << run.err;
-    return run.status == 0 ? json::parse(run.out) : json::value();
-}
-
 class NewerFileCommands : public ::testing::TestWithParam<const char*> {};
 
 // nm prints the model's entry, size, memory and name of every function and variable, in its order;
@@ -94,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(RealFiles, NewerFileCommands,
 // size --stack gives the figures of the linker maps: the two a map gives for a segment
 // ("CSTACK = 4 ( 10 )") add up to the file's. Of a function the map gives figures for, it lists
 // no others; the file also records some the map leaves out (atmega128's __exit and __DebugBreak).
-TEST(NewerFileCommandsAgainstMaps, StackUseIsWhatTheMapsSay)
+TEST(NewerRealFiles, StackUseIsWhatTheMapsSay)
 {
     UBROF_NEED_REAL_FILES();
     ScratchDir dir;
@@ -129,7 +121,7 @@ TEST(NewerFileCommandsAgainstMaps, StackUseIsWhatTheMapsSay)
 // At the address of each statement of atmega128.d90's compiler listings, addr2line gives the
 // listing's line (for loops' increments sit on the for line, where the listing prints them under
 // the loop's end); main is named on main.c line 60.
-TEST(NewerFileCommandsAgainstMaps, Atmega128sStatementsAreOnTheirListingsLines)
+TEST(NewerRealFiles, Atmega128sStatementsAreOnTheirListingsLines)
 {
     UBROF_NEED_REAL_FILES();
     const std::string board = test::realFile("avr-mega128-board/");
@@ -159,7 +151,7 @@ TEST(NewerFileCommandsAgainstMaps, Atmega128sStatementsAreOnTheirListingsLines)
 
 // What a host that opts in receives through the bundle: the image the model holds, each code area
 // inside one of the model's functions, main's line and scope, and main in the symbol tree.
-TEST(NewerFileCommandsAgainstMaps, AHostThatOptsInReadsAtmega128ThroughTheModule)
+TEST(NewerRealFiles, AHostThatOptsInReadsAtmega128ThroughTheModule)
 {
     UBROF_NEED_REAL_FILES();
     const std::string path = test::realFile("avr-mega128-board/atmega128.d90");

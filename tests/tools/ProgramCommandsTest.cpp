@@ -19,15 +19,6 @@ constexpr uint16_t kInt = 6;
 constexpr uint8_t kPublic = 2, kStatic = 4;
 constexpr uint16_t kCodeSpace = 1, kDataSpace = 2;
 
-// The JSON answer of a command that must succeed; null when it did not.
-json::value answerOf(const ScratchDir& dir, std::vector<std::string> args)
-{
-    args.insert(args.begin(), "--json");
-    const DumpResult run = ubrofdump(dir, args);
-    EXPECT_EQ(0, run.status) << args[1] << ": " << run.out;
-    return run.status == 0 ? json::parse(run.out) : json::value();
-}
-
 // A C++ program: the classes Motor and Valve each have a method Fsm whose entry code precedes
 // its block; Motor has a static member and a vtable in code memory; main is plain C.
 void saveCppProgram(const ScratchDir& dir)
