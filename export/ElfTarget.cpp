@@ -127,6 +127,10 @@ ElfTarget i8051Target()
     target.code = {0, 0x1000000};
     target.data = {0x1000000, 0x1000000};
     target.eeprom = {0x2000000, 0x1000000};
+    // Above the other windows rather than beside internal data: an XDATA variable at 0x40 and a
+    // DATA one at 0x40 are two places, and a debugger told the ELF address tells them apart. Cores
+    // with far XDATA address 16 MiB of it, which the window holds whole.
+    target.external = {0x3000000, 0x1000000};
     target.registerBytes = 1;
     return target;
 }
@@ -140,6 +144,8 @@ const ElfTarget::Window& ElfTarget::window(MemorySpace space) const
         return data;
     case MemorySpace::Eeprom:
         return eeprom;
+    case MemorySpace::External:
+        return external;
     case MemorySpace::Code:
         break;
     }

@@ -142,6 +142,8 @@ const char* memoryName(MemorySpace space)
         return "data";
     case MemorySpace::Eeprom:
         return "eeprom";
+    case MemorySpace::External:
+        return "xdata";
     }
     return "unknown";
 }

@@ -105,9 +105,11 @@ MemorySpace BuildContext::spaceOf(uint16_t addressSpace) const
 {
     if (addressSpace == 2)
         return MemorySpace::Data;
-    // Older compilers wrote 3 for code too; EEPROM came with version 2.0.
+    // Older compilers wrote 3 for code too; EEPROM came with version 2.0. The 8051's compilers
+    // write 3 for external data (the maps place those variables in XDATA), as its parts have no
+    // EEPROM space.
     if (addressSpace == 3 && store.symbolTable.compilerVersion >= 2.0)
-        return MemorySpace::Eeprom;
+        return program.processor.family == Family::I8051 ? MemorySpace::External : MemorySpace::Eeprom;
     return MemorySpace::Code;
 }
 

@@ -40,7 +40,8 @@ struct BuildContext {
     std::string qualifiedName(uint32_t nameIndex) const;
     /// Where the definition of symbol stands in the source; nullptr when the file does not say.
     const ProgramFacts::SourcePosition* positionOf(uint32_t symbol) const;
-    /// The memory a kind 1-4 location with this address space lies in.
+    /// The memory a kind 1-4 location with this address space lies in; asked once the processor's
+    /// family is known, on which it depends.
     MemorySpace spaceOf(uint16_t addressSpace) const;
     /// A location of the given kind, address space and value, for a value of size bytes.
     Location locationOf(uint8_t kind, uint16_t addressSpace, uint32_t value, uint32_t size) const;

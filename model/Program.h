@@ -21,12 +21,20 @@ namespace ubrof::model {
 /// "No record" in every index field.
 inline constexpr uint32_t kNone = 0xFFFFFFFF;
 
-/// The three memories a program image lives in; the numbers are the store's memory classes.
+/// The memories a program lives in. Code, Data and Eeprom carry the store's memory classes.
+/// External is the 8051's external data memory (XDATA), a space of its own beside its internal
+/// data whose addresses start at 0 as well; the store has no class for it, and no other family's
+/// variables lie there. Its number is none of the store's classes.
 enum class MemorySpace : uint8_t {
     Code = 1,
     Data = 2,
     Eeprom = 4,
+    External = 0x20,
 };
+
+/// Every memory, in the order listings give them.
+inline constexpr MemorySpace kMemorySpaces[] = {MemorySpace::Code, MemorySpace::Data, MemorySpace::Eeprom,
+                                                MemorySpace::External};
 
 /// The processor families this format was written for; Unknown when the file does not say.
 enum class Family : uint8_t {

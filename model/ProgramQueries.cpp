@@ -96,7 +96,7 @@ std::vector<MemoryUse> memoryUse(const Program& program)
 {
     std::vector<MemoryUse> uses;
     std::vector<std::pair<uint64_t, uint64_t>> spans;
-    for (MemorySpace space : {MemorySpace::Code, MemorySpace::Data, MemorySpace::Eeprom}) {
+    for (MemorySpace space : kMemorySpaces) {
         spans.clear();
         MemoryUse use;
         use.space = space;
@@ -135,7 +135,7 @@ std::vector<SizeEntry> sizesByModule(const Program& program)
 {
     std::vector<SizeEntry> entries;
     for (uint32_t index = 0; index < program.modules.size(); ++index)
-        for (MemorySpace space : {MemorySpace::Code, MemorySpace::Data, MemorySpace::Eeprom}) {
+        for (MemorySpace space : kMemorySpaces) {
             const uint64_t bytes = program.modules[index].size(space);
             if (bytes != 0)
                 entries.push_back({program.modules[index].name, space, bytes, index});
@@ -196,6 +196,7 @@ const char* spaceName(MemorySpace space)
     case MemorySpace::Code: return "code";
     case MemorySpace::Data: return "data";
     case MemorySpace::Eeprom: return "eeprom";
+    case MemorySpace::External: return "xdata";
     }
     return "unknown";
 }

@@ -78,7 +78,7 @@ uint32_t stackUse(const Function& function, const std::string& segment);
 /// then by qualified name.
 std::vector<StackEntry> stackUseByFunction(const Program& program);
 
-/// "code", "data", "eeprom".
+/// "code", "data", "eeprom", "xdata".
 const char* spaceName(MemorySpace space);
 /// The family a processor's name belongs to ("ATmega16": AVR); Unknown for a name of none.
 Family familyOfProcessor(const std::string& name);

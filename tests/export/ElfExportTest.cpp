@@ -155,6 +155,37 @@ TEST(ElfExport, OtherFamiliesGetTheirMachineCodesAndKeepTheirAddresses)
     }
 }
 
+// An 8051's external data lies apart from its internal data at the same addresses; a family that has
+// no external data has no window to place such a variable in.
+TEST(ElfExport, The8051sExternalDataHasAWindowOfItsOwn)
+{
+    REQUIRE_TOOL("readelf");
+    Program program = test::tinyProgram(model::Family::I8051, "CC2530F256");
+    for (const auto& [name, space] : {std::make_pair("inside", MemorySpace::Data), std::make_pair("outside", MemorySpace::External)}) {
+        model::Variable variable;
+        variable.name = variable.qualifiedName = name;
+        variable.size = 2;
+        variable.module = 0;
+        variable.location.kind = model::Location::Kind::Address;
+        variable.location.space = space;
+        variable.location.address = 0x40;
+        program.variables.push_back(variable);
+    }
+    ScratchDir dir;
+    exporter::writeElf(program, dir.path("tiny.elf"));
+    const std::string symbols = runTool({"readelf", "-sW", dir.path("tiny.elf")}).out;
+    EXPECT_TRUE(std::regex_search(symbols, std::regex("01000040 +2 OBJECT .* inside\n"))) << symbols;
+    EXPECT_TRUE(std::regex_search(symbols, std::regex("03000040 +2 OBJECT .* outside\n"))) << symbols;
+
+    program.processor = {model::Family::Rl78, "R5F100LE"};
+    try {
+        exporter::writeElf(program, dir.path("rl78.elf"));
+        ADD_FAILURE() << "an RL78 program with external data was written";
+    } catch (const exporter::ExportError& error) {
+        EXPECT_STREQ("outside: xdata address 0x40 lies beyond the 0x0 bytes this processor's xdata memory has", error.what());
+    }
+}
+
 TEST(ElfExport, RefusesProgramsWhoseProcessorHasNoElfForm)
 {
     auto refusal = [](const Program& program) -> std::string {

@@ -187,7 +187,7 @@ TEST(ExportCommand, SaysWhatIsWrongWithTheCommandLine)
         {{"export", input, "--format", "hex", "-o", out}, "unknown format hex; the formats are ihex, srec, bin and elf"},
         {{"export", input, "--format", "ihex"}, "export needs -o OUT, the file to write"},
         {{"export", input, "--format", "ihex", "--memory", "flash", "-o", out},
-         "unknown memory flash; the memories are code, eeprom and data"},
+         "unknown memory flash; the memories are code, eeprom, data and xdata"},
         {{"export", input, "--format", "elf", "--memory", "code", "-o", out},
          "--memory does not belong to --format elf, which holds every memory"},
         {{"export", input, "--format", "ihex", "--gap-fill", "0", "-o", out},

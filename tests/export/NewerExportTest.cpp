@@ -1,5 +1,6 @@
 // The exports of the real AVR files of format version 10, judged by the tools that read them: the
 // HEX image through objcopy, the ELF file through readelf, llvm-dwarfdump, avr-objdump and avr-nm.
+#include "IntelHex.h"
 #include "TestFiles.h"
 #include "Tools.h"
 
@@ -7,6 +8,8 @@
 #include "export/ElfTarget.h"
 #include "export/ImageExport.h"
 #include "model/ProgramBuilder.h"
+
+#include <boost/json/parse.hpp>
 
 #include <cstdio>
 #include <fstream>
@@ -149,6 +152,28 @@ TEST_P(NewerAvrExport, ElfPassesTheGnuAndLlvmTools)
     std::printf("%s: %zu functions at their entries under avr-objdump, %zu symbols in avr-nm, %zu of %zu line rows "
                 "under avr-addr2line\n",
                 GetParam(), program_.functions.size(), checked, agreeing, program_.lines.size());
+}
+
+// ubrofdump writes the same through its command line: the HEX file every code byte of the model, at
+// its address, and the ELF file for the processor the file names, with each function the model has.
+TEST_P(NewerAvrExport, UbrofdumpExportsIntelHexAndElf)
+{
+    const std::string hex = dir_.path("code.hex"), elf = dir_.path("program.elf");
+    const std::string input = test::realFile(GetParam());
+    const ToolResult ihex = test::runUbrofdump({"--json", "export", input, "--format", "ihex", "-o", hex});
+    ASSERT_EQ(0, ihex.status) << ihex.out << ihex.err;
+    std::map<uint32_t, uint8_t> expected;
+    for (const model::ByteRun& run : program_.memory(MemorySpace::Code)->runs)
+        for (size_t i = 0; i < run.bytes.size(); ++i)
+            expected[run.address + uint32_t(i)] = run.bytes[i];
+    EXPECT_TRUE(expected == test::readIntelHex(hex)) << "the HEX file holds other bytes than the model";
+
+    const ToolResult written = test::runUbrofdump({"--json", "export", input, "--format", "elf", "-o", elf});
+    ASSERT_EQ(0, written.status) << written.out << written.err;
+    const boost::json::value answer = boost::json::parse(written.out).at("Export");
+    EXPECT_EQ(program_.processor.name, answer.at("Processor").as_string().c_str());
+    EXPECT_EQ(program_.functions.size(), answer.at("Functions").to_number<size_t>());
+    EXPECT_EQ("", written.err);
 }
 
 INSTANTIATE_TEST_SUITE_P(RealPrograms, NewerAvrExport,

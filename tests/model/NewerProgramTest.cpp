@@ -114,6 +114,15 @@ TEST_P(NewerProgramAgainstItsMap, PlacesFunctionsAndVariablesWhereTheLinkerDid)
                 continue;
             ++variables;
             EXPECT_EQ(*entry->address, symbol.address) << variable.qualifiedName;
+            // The map's word for the memory: CONST is the 8051's code memory, IDATA its upper internal data.
+            static const std::map<std::string, MemorySpace> kSpaceOfWord = {
+                {"CODE", MemorySpace::Code}, {"CONST", MemorySpace::Code},      {"DATA", MemorySpace::Data},
+                {"IDATA", MemorySpace::Data}, {"XDATA", MemorySpace::External}, {"EEPROM", MemorySpace::Eeprom}};
+            if (!entry->memory.empty()) {
+                const auto space = kSpaceOfWord.find(entry->memory);
+                EXPECT_TRUE(space != kSpaceOfWord.end() && space->second == symbol.space)
+                    << variable.qualifiedName << ": " << spaceName(symbol.space) << ", the map says " << entry->memory;
+            }
             continue;
         }
         const Function& function = program.functions[symbol.index];

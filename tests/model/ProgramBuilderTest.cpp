@@ -435,6 +435,21 @@ TEST_F(ModelTest, ModulesMemoriesAndTheProcessor)
     EXPECT_EQ(program.processor.name, summary.processor.name);
 }
 
+// Address space 3 is an 8051 program's external data (XDATA), where it is an AVR program's EEPROM.
+TEST_F(ModelTest, An8051sThirdAddressSpaceIsItsExternalData)
+{
+    UbrofWriter w = fileStart();
+    w.keyValue("__cpu_name", "CC2530F256").begPgm("main").aux1("7.60").scopedName("buffer");
+    w.symbolDef2(0, kPublic, 3, 0x301, kInt).end().eof();
+    const Program program = build(w);
+    const std::vector<SymbolEntry> symbols = listSymbols(program);
+    ASSERT_EQ(1u, symbols.size());
+    EXPECT_STREQ("xdata", spaceName(symbols[0].space));
+    const std::vector<MemoryUse> uses = memoryUse(program);
+    ASSERT_EQ(1u, uses.size());
+    EXPECT_EQ(std::make_tuple(MemorySpace::External, 0x301u, uint64_t(0x303)), std::make_tuple(uses[0].space, uses[0].low, uses[0].end));
+}
+
 // What a memory takes: the bytes written there and the storage of the modules' variables, each
 // byte once, whether a variable's initial value is written or not; a light build answers alike.
 TEST_F(ModelTest, MemoryUseCountsEachByteOnce)

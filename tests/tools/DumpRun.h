@@ -1,5 +1,5 @@
 // Running ubrofdump as a user does, for the tool tests: in a scratch directory, with the bundled
-// sample beside it, and what its JSON error documents must hold.
+// sample beside it, what its JSON error documents must hold, and the JSON answer of one that succeeds.
 #pragma once
 
 #include "TestFiles.h"
@@ -66,6 +66,15 @@ inline DumpResult runIn(const test::ScratchDir& dir, const std::string& program,
 inline DumpResult ubrofdump(const test::ScratchDir& dir, const std::vector<std::string>& args)
 {
     return runIn(dir, UBROFDUMP, args);
+}
+
+// The JSON answer of a command that must succeed; null when it did not.
+inline boost::json::value answerOf(const test::ScratchDir& dir, std::vector<std::string> args)
+{
+    args.insert(args.begin(), "--json");
+    const DumpResult run = ubrofdump(dir, args);
+    EXPECT_EQ(0, run.status) << args[1] << ": " << run.out << run.err;
+    return run.status == 0 ? boost::json::parse(run.out) : boost::json::value();
 }
 
 inline void copySample(const test::ScratchDir& dir)

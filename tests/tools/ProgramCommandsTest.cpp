@@ -19,15 +19,6 @@ constexpr uint16_t kInt = 6;
 constexpr uint8_t kPublic = 2, kStatic = 4;
 constexpr uint16_t kCodeSpace = 1, kDataSpace = 2;
 
-// The JSON answer of a command that must succeed; null when it did not.
-json::value answerOf(const ScratchDir& dir, std::vector<std::string> args)
-{
-    args.insert(args.begin(), "--json");
-    const DumpResult run = ubrofdump(dir, args);
-    EXPECT_EQ(0, run.status) << args[1] << ": " << run.out;
-    return run.status == 0 ? json::parse(run.out) : json::value();
-}
-
 // A C++ program: the classes Motor and Valve each have a method Fsm whose entry code precedes
 // its block; Motor has a static member and a vtable in code memory; main is plain C.
 void saveCppProgram(const ScratchDir& dir)
@@ -219,6 +210,119 @@ TEST(ProgramCommands, WrongUseAndBadFilesAreNamed)
         EXPECT_EQ(status, asJson.status) << args[0];
         expectErrorDocument(asJson.out, code, args[0] + " " + args.back());
     }
+}
+
+// A program of format version 10. main at 0x100 is named on main.c line 10 and its code is listed
+// from its brace on line 11; helper at 0x106 is named in io.h, its code on main.c line 18; reset
+// at 0x10A, an assembler routine, is named by its symbol alone. Global lines run main.c 1-2, io.h
+// 1-5, main.c 3-20. main takes 7 bytes of CSTACK and 2 of RSTACK, helper 9 of CSTACK.
+void saveNewerProgram(const ScratchDir& dir, const std::string& name)
+{
+    UbrofWriter w;
+    w.begFile1().version(10, 0, 2, UbrofWriter::newerSkipInfo(10));
+    w.segInfo({{"CODE", {{0x100, 0x10}}, 1}, {"CSTACK", {{0x200, 0x40}}, 2}, {"RSTACK", {{0x240, 0x20}}, 2}});
+    WriterSourceFiles files;
+    files.directories = {"C:\\src\\"};
+    files.files = {{"main.c", 1, 20, {}}, {"io.h", 1, 5, {}}};
+    files.include(0, 0).include(2, 1).end().end();
+    w.begPgm("main").sourceFiles(files).scopedName("main").scopedName("helper").scopedName("reset");
+    w.symbolDef2(0, kPublic, kCodeSpace, 0x100, 0).symbolPosition(0, 10).stackUseCount(2).stackUse(1, 7).stackUse(2, 2);
+    w.symbolDef2(1, kPublic, kCodeSpace, 0x106, 0).symbolPosition(1, 3).stackUseCount(1).stackUse(1, 9);
+    w.symbolDef2(2, kPublic, kCodeSpace, 0x10A, 0);
+    WriterLineProgram main, helper;
+    main.kind(3).spans(1).line(15).row(0).row(1, 2);
+    helper.kind(3).line(23).row(0);
+    w.org(1, 0x100).functionSize(6, 0).lineProgramHeader(2).lineProgram({0, 3, 2, 0, 15, 1, 3, 1, main.bytes});
+    w.absVar({1, 2}).blockBegin3(0).absVar({3, 4, 5, 6}).blockEnd();
+    w.org(1, 0x106).functionSize(4, 1).lineProgram({1, 2, 2, 1, 23, 1, 0, 1, helper.bytes});
+    w.blockBegin3(1).absVar({7, 8, 9, 10}).blockEnd().org(1, 0x10A).absVar({0x08, 0x95});
+    w.end().eof();
+    dir.save(w, name);
+}
+
+// At an entry whose row lies on another line than the function's name, the name's line follows.
+// Stack use per function, "?" where the file records none, and a file that records none says so.
+TEST(ProgramCommands, EntriesKeepTheLineOfTheirNameAndFunctionsTheirStack)
+{
+    ScratchDir dir;
+    saveNewerProgram(dir, "newer.d90");
+    copySample(dir);
+    EXPECT_EQ("main at C:\\src\\main.c:11 (declared at line 10)\n"
+              "main at C:\\src\\main.c:12\n"
+              "helper at C:\\src\\main.c:18 (declared at C:\\src\\io.h:3)\n"
+              "reset at ??:?\n",
+              ubrofdump(dir, {"addr2line", "newer.d90", "main", "0x102", "helper", "reset"}).out);
+
+    EXPECT_EQ("0100 0006 T code   CSTACK=7 RSTACK=2 main\n"
+              "0106 0004 T code   CSTACK=9 RSTACK=0 helper\n"
+              "010a 0002 T code   CSTACK=? RSTACK=? reset\n",
+              ubrofdump(dir, {"nm", "newer.d90", "--stack"}).out);
+    const json::value listed = answerOf(dir, {"nm", "newer.d90", "--stack", "reset"});
+    ASSERT_TRUE(listed.is_object());
+    EXPECT_EQ(json::parse(R"({"CSTACK": null, "RSTACK": null})"), listed.at("NameList").at(0).at("Stack"));
+    const DumpResult sizes = ubrofdump(dir, {"size", "newer.d90", "--stack", "--top", "1"});
+    EXPECT_EQ("Stack bytes per stack segment and function, largest first:\n\n"
+              "  Segment  Bytes  Entry   Module  Function\n"
+              "  CSTACK   9      0x0106  main    helper\n"
+              "  RSTACK   2      0x0100  main    main\n",
+              sizes.out) << sizes.err;
+
+    const std::tuple<std::vector<std::string>, int, const char*> refused[] = {
+        {{"nm", "sample.d90", "--stack"}, 3, "sample.d90 records no stack use; files of format versions 10 and 11 do, "
+                                             "and it is of version 8"},
+        {{"nm", "newer.d90", "--stack", "--variables"}, 2, "nm --stack lists functions"},
+        {{"size", "newer.d90", "--stack", "--by", "module"}, 2, "size --stack lists stack use instead"},
+        {{"addr2line", "newer.d90", "main", "--stack"}, 2, "--stack does not belong to addr2line; it belongs to nm and size"},
+    };
+    for (const auto& [args, status, message] : refused) {
+        const DumpResult run = ubrofdump(dir, args);
+        EXPECT_EQ(status, run.status) << args.back();
+        EXPECT_NE(std::string::npos, run.err.find(message)) << run.err;
+    }
+}
+
+// Without the host's opt-in the module refuses version 10: the summary shows the program's part and
+// then says how the module can read it, with the module's refusal as its error. With it, the
+// module answers too.
+TEST(ProgramCommands, TheSummaryOfANewerFileShowsTheProgramAndHowTheModuleCanReadIt)
+{
+    ScratchDir dir;
+    saveNewerProgram(dir, "newer.d90");
+    UbrofWriter cut;
+    cut.begFile1().version(10, 0, 2, UbrofWriter::newerSkipInfo(10)).begPgm("main").org(1, 0x100).absVar({1, 2}).end().eof();
+    dir.save(cut.prefix(cut.size() - 3), "cut.d90");
+
+    const DumpResult text = ubrofdump(dir, {"summary", "newer.d90"});
+    EXPECT_EQ(1, text.status);
+    EXPECT_EQ(0u, text.out.find("File:            newer.d90\nFormat version:  10\n")) << text.out;
+    EXPECT_NE(std::string::npos, text.out.find("\nProgram modules: 1;")) << text.out;
+    EXPECT_EQ(0u, text.err.find("ubrofdump: newer.d90 is in UBROF format version 10, which the debugger module reads "
+                                "only when its host sets the platform preference "
+                                "com.quarnel.tarndbg.ubrof.readNewerVersions to true; --newer-versions makes "
+                                "ubrofdump such a host, and the program commands (addr2line, nm, size, export) read "
+                                "the file as it is\nubrofdump: the module answered error 0x20027: "))
+        << text.err;
+    EXPECT_EQ(text.err, ubrofdump(dir, {"segments", "newer.d90"}).err);
+
+    const DumpResult asJson = ubrofdump(dir, {"--json", "summary", "newer.d90"});
+    EXPECT_EQ(1, asJson.status);
+    const json::value document = json::parse(asJson.out);
+    const json::object& summary = document.at("Summary").as_object();
+    EXPECT_EQ(10, summary.at("FormatVersion").to_number<int>());
+    EXPECT_FALSE(summary.contains("Segments")) << "the module's counts are not zeros";
+    EXPECT_EQ("newer-version", document.at("Error").at("Code").as_string());
+    EXPECT_EQ(0x20027, document.at("Error").at("Module").at("Code").to_number<int>());
+
+    const json::value opted = answerOf(dir, {"--newer-versions", "summary", "newer.d90"});
+    ASSERT_TRUE(opted.is_object());
+    EXPECT_EQ(1, opted.at("Summary").at("Segments").to_number<int>());
+    EXPECT_EQ(10, opted.at("Summary").at("FormatVersion").to_number<int>());
+    EXPECT_EQ(2, ubrofdump(dir, {"--newer-versions", "nm", "newer.d90"}).status) << "the program commands need no opt-in";
+
+    // A damaged file is told as damaged, where the program's reader stopped, and not as a version to opt in to.
+    const DumpResult damaged = ubrofdump(dir, {"--json", "summary", "cut.d90"});
+    EXPECT_EQ(1, damaged.status);
+    expectErrorDocument(damaged.out, "damaged", "cut.d90");
 }
 
 // nmea.d90 against its linker map: every function the file describes starts at its map address

@@ -1,6 +1,8 @@
 // Diagnosis: reads no more of a file than its first bytes, and only to explain a refusal.
 #include "tools/ubrofdump/Diagnosis.h"
 
+#include "tools/ubrofdump/Host.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -16,7 +18,13 @@ namespace {
 // first byte is the format version.
 constexpr uint8_t kFileBegin = 0xA5, kVersionTag = 0xBD;
 constexpr size_t kVersionTagAt = 7;
-constexpr uint8_t kFirstUnreadVersion = 9;
+constexpr int kNewestOldVersion = 8;
+
+// The versions the debugger module reads when its host opts in, and the program model always.
+bool isOptInVersion(int version)
+{
+    return version == 10 || version == 11;
+}
 
 Failure unreadable(const char* code, std::string message, const ModuleStatus& module)
 {
@@ -93,17 +101,26 @@ const char* const kDamaged = " begins as a UBROF file but could not be read to i
 
 } // namespace
 
-Failure explainUnparsed(const std::string& path, const ModuleStatus& module)
+Failure explainUnparsed(const std::string& path, const ModuleStatus& module, bool readNewerVersions)
 {
     int version = 0;
     if (auto failure = explainAnyReader(path, module, version))
         return *failure;
-    if (version >= kFirstUnreadVersion)
+    const std::string format = path + " is in UBROF format version " + std::to_string(version);
+    if (isOptInVersion(version) && !readNewerVersions)
         return unreadable("newer-version",
-                          path + " is in UBROF format version " + std::to_string(version) +
-                              "; the module reads versions up to 8, so link the program for version 8 or below "
-                              "if the linker offers it",
+                          format + ", which the debugger module reads only when its host sets the platform preference " +
+                              kReadNewerVersionsPreference + " to true; --newer-versions makes ubrofdump such a host, "
+                              "and the program commands (addr2line, nm, size, export) read the file as it is",
                           module);
+    if (version > kNewestOldVersion && !isOptInVersion(version))
+        return unreadable("newer-version",
+                          format + ", which no command reads: the debugger module reads versions up to 8, and 10 and 11 "
+                                   "when its host opts in, as the program commands do; link the program for one of those "
+                                   "if the linker offers it",
+                          module);
+    // Versions 10 and 11 included when the host let the module read them: it read as far as it
+    // could, and its own report says where it stopped.
     return unreadable("damaged", path + kDamaged + "; link the program again", module);
 }
 
@@ -114,10 +131,10 @@ Failure explainUnbuilt(const std::string& path, const std::string& reason)
         return *failure;
     // The reader's reason begins with the path, which the sentence has already named.
     const std::string why = reason.compare(0, path.size() + 2, path + ": ") == 0 ? reason.substr(path.size() + 2) : reason;
-    if (version >= kFirstUnreadVersion)
+    if (version > kNewestOldVersion && !isOptInVersion(version))
         return Failure{kUnreadable, "newer-version",
-                       path + " is in UBROF format version " + std::to_string(version) +
-                           " and could not be read to its end (" + why + "); versions up to 8 are read whole",
+                       path + " is in UBROF format version " + std::to_string(version) + " (" + why +
+                           "); the program commands read versions up to 8, 10 and 11",
                        std::nullopt};
     return Failure{kUnreadable, "damaged", path + kDamaged + " (" + why + "); link the program again", std::nullopt};
 }

@@ -21,7 +21,7 @@ using ubrof::model::Program;
 const char* const kExportOptionsHelp = R"(Options of export:
   --format FORMAT       ihex, srec, bin (from the memory's lowest written address) or elf
   -o OUT                the file to write; it is replaced whole, or left as it was on an error
-  --memory MEMORY       code (the default), eeprom or data; elf holds them all
+  --memory MEMORY       code (the default), eeprom, data or xdata (8051); elf holds them all
   --gap-fill BYTE       bin: what fills the gaps between written bytes (default 0xff)
   --mcu NAME            elf: the processor, when the file names none or another (ATmega16)
 )";
@@ -60,10 +60,10 @@ MemorySpace chooseMemory(const std::optional<std::string>& name)
 {
     if (!name)
         return MemorySpace::Code;
-    for (MemorySpace space : {MemorySpace::Code, MemorySpace::Eeprom, MemorySpace::Data})
+    for (MemorySpace space : {MemorySpace::Code, MemorySpace::Eeprom, MemorySpace::Data, MemorySpace::External})
         if (*name == ubrof::model::spaceName(space))
             return space;
-    throw usageError("unknown memory " + *name + "; the memories are code, eeprom and data");
+    throw usageError("unknown memory " + *name + "; the memories are code, eeprom, data and xdata");
 }
 
 /// What export was asked, its values checked. An option given to a format it does not serve is

@@ -29,16 +29,18 @@ using model::Program;
 // at a glance; `size --by module` lists them all.
 constexpr size_t kLargestModules = 5;
 
-// The options of each program command; any other command refuses them.
+// The options of the program commands, each with the commands it belongs to; any other command
+// refuses it.
 const struct {
     const char* name;
-    const char* command;
+    std::vector<std::string> commands;
     bool takesValue;
 } kProgramOptions[] = {
-    {"--size-sort", "nm", false}, {"--name-sort", "nm", false}, {"--functions", "nm", false},
-    {"--variables", "nm", false}, {"--module", "nm", true},     {"--by", "size", true},
-    {"--top", "size", true},      {"--format", "export", true}, {"-o", "export", true},
-    {"--memory", "export", true}, {"--gap-fill", "export", true}, {"--mcu", "export", true},
+    {"--size-sort", {"nm"}, false},   {"--name-sort", {"nm"}, false},     {"--functions", {"nm"}, false},
+    {"--variables", {"nm"}, false},   {"--module", {"nm"}, true},         {"--stack", {"nm", "size"}, false},
+    {"--by", {"size"}, true},         {"--top", {"size"}, true},          {"--format", {"export"}, true},
+    {"-o", {"export"}, true},         {"--memory", {"export"}, true},     {"--gap-fill", {"export"}, true},
+    {"--mcu", {"export"}, true},
 };
 
 } // namespace
@@ -142,9 +144,15 @@ bool matches(const std::string& pattern, const std::string& name)
     return fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
 }
 
+// Stack use is a function's alone.
+bool listsFunctions(const ProgramOptions& options)
+{
+    return options.has("--functions") || options.has("--stack");
+}
+
 std::string whatNmLooksFor(const std::vector<std::string>& args, const ProgramOptions& options)
 {
-    const bool functions = options.has("--functions"), variables = options.has("--variables");
+    const bool functions = listsFunctions(options), variables = options.has("--variables");
     std::string what = functions && !variables ? "no function" : variables && !functions ? "no variable" : "no function or variable";
     what += " with an address";
     if (!args.empty())
@@ -165,6 +173,32 @@ uint32_t findModule(const Program& program, const std::string& name)
     const std::vector<std::string> near = closest(name, names, 3);
     throw notFound("no module " + name + " in " + program.path +
                    (near.empty() ? std::string() : (near.size() == 1 ? "; the closest is " : "; the closest are ") + listed(near)));
+}
+
+// The stack segments the program's functions take bytes in. A file that records none says so, as a
+// column of zeros would pass for a figure.
+std::vector<std::string> recordedStackSegments(const Program& program, const std::string& file)
+{
+    std::vector<std::string> segments = model::stackSegments(program);
+    if (segments.empty())
+        throw notFound(file + " records no stack use" +
+                       (program.version < 10 ? "; files of format versions 10 and 11 do, and it is of version " +
+                                                   std::to_string(program.version)
+                                             : std::string()));
+    return segments;
+}
+
+// Each segment's bytes, null for every segment when the file records nothing of the function's.
+json::object stackJson(const model::Function& function, const std::vector<std::string>& segments)
+{
+    json::object stack;
+    for (const std::string& segment : segments) {
+        if (function.stackUse.empty())
+            stack[segment] = nullptr;
+        else
+            stack[segment] = model::stackUse(function, segment);
+    }
+    return stack;
 }
 
 template <typename List>
@@ -200,6 +234,27 @@ json::array memoriesJson(const Program& program)
     return memories;
 }
 
+// Each stack segment's functions, largest first; the top of each segment when top is given.
+Answer stackSizes(const std::string& file, const std::optional<uint64_t>& top, AddressWidths& widths)
+{
+    const Program program = loadModel(file, false);
+    recordedStackSegments(program, file);
+    std::map<std::string, uint64_t> listed;
+    json::array stack;
+    for (const model::StackEntry& entry : model::stackUseByFunction(program)) {
+        if (top && ++listed[entry.segment] > *top)
+            continue;
+        const model::Function& function = program.functions[entry.function];
+        widths.cover(model::spaceName(MemorySpace::Code), function.entry);
+        stack.push_back(json::object{{"Segment", entry.segment},
+                                     {"Name", function.qualifiedName},
+                                     {"Module", moduleName(program, function.module)},
+                                     {"Address", function.entry},
+                                     {"Bytes", entry.bytes}});
+    }
+    return {"Sizes", json::object{{"Stack", std::move(stack)}}};
+}
+
 } // namespace
 
 bool ProgramOptions::has(const std::string& name) const
@@ -226,11 +281,19 @@ std::optional<bool> programOptionTakesValue(const std::string& name)
 void checkProgramOptions(const std::string& command, const ProgramOptions& options)
 {
     for (const auto& given : options.given)
-        for (const auto& option : kProgramOptions)
-            if (given.first == option.name && command != option.command)
-                throw usageError(given.first + " does not belong to " + command + "; it belongs to " + option.command);
+        for (const auto& option : kProgramOptions) {
+            if (given.first != option.name)
+                continue;
+            const std::vector<std::string>& commands = option.commands;
+            if (std::find(commands.begin(), commands.end(), command) == commands.end())
+                throw usageError(given.first + " does not belong to " + command + "; it belongs to " + listed(commands));
+        }
     if (options.has("--size-sort") && options.has("--name-sort"))
         throw usageError("nm sorts by --size-sort or --name-sort, not both");
+    if (options.has("--stack") && options.has("--variables"))
+        throw usageError("nm --stack lists functions, which alone take stack; give it without --variables");
+    if (options.has("--stack") && options.has("--by"))
+        throw usageError("size --stack lists stack use instead of the lists --by chooses from; give one of them");
 }
 
 bool isQualified(const std::string& name)
@@ -260,7 +323,9 @@ Answer nm(const std::string& file, const std::vector<std::string>& args, const P
     const Program program = loadModel(file, false);
     const std::optional<std::string> wantedModule = options.value("--module");
     const uint32_t module = wantedModule ? findModule(program, *wantedModule) : kNone;
-    const bool functions = options.has("--functions"), variables = options.has("--variables");
+    const bool functions = listsFunctions(options), variables = options.has("--variables");
+    const bool stack = options.has("--stack");
+    const std::vector<std::string> segments = stack ? recordedStackSegments(program, file) : std::vector<std::string>();
     std::vector<model::SymbolEntry> entries;
     for (const model::SymbolEntry& entry : model::listSymbols(program)) {
         const bool isFunction = entry.kind == model::SymbolEntry::Kind::Function;
@@ -297,6 +362,8 @@ Answer nm(const std::string& file, const std::vector<std::string>& args, const P
                           {"Module", moduleName(program, entry.module)}};
         if (isFunction) {
             item["Described"] = program.functions[entry.index].isDescribed;
+            if (stack)
+                item["Stack"] = stackJson(program.functions[entry.index], segments);
         } else {
             const uint32_t function = program.variables[entry.index].function;
             item["Function"] = function < program.functions.size() ? program.functions[function].qualifiedName : "";
@@ -318,6 +385,8 @@ Answer size(const std::string& file, const ProgramOptions& options, AddressWidth
         if (*top == 0)
             throw usageError("--top 0 would show nothing; give at least 1");
     }
+    if (options.has("--stack"))
+        return stackSizes(file, top, widths);
     // Memories and modules need no function: a light build has them, at a fraction of the memory.
     const Program program = loadModel(file, by == "memory" || by == "module");
 

@@ -30,6 +30,24 @@ std::string hexDigits(uint64_t value, int digits)
     return buffer;
 }
 
+// At a function's entry the row's line is where its first code is listed (the opening brace, or
+// a first statement), and the function is named on an earlier line, which llvm-symbolizer's
+// verbose output gives as the function's start line. It follows the row as a note in
+// parentheses on the same line, as binutils' addr2line adds "(discriminator N)": one line per
+// address, and a script that reads "FUNCTION at FILE:LINE" still finds the row's line there.
+std::string declaration(const json::object& symbol, uint64_t address)
+{
+    const json::value* start = symbol.if_contains("StartAddress");
+    const uint64_t line = number(symbol, "StartLine");
+    const std::string file = text(symbol, "StartFileName");
+    if (!start || !start->is_number() || start->to_number<uint64_t>() != address || line == 0 || file.empty())
+        return {};
+    if (file == text(symbol, "FileName") && line == number(symbol, "Line"))
+        return {};
+    return file == text(symbol, "FileName") ? " (declared at line " + std::to_string(line) + ")"
+                                            : " (declared at " + printable(file) + ":" + std::to_string(line) + ")";
+}
+
 // As binutils' addr2line -f -p prints it: "?? ??:0" when nothing is known, "f at ??:?" for a
 // function without a line.
 void printSymbolized(std::ostream& out, const json::array& entries)
@@ -46,8 +64,23 @@ void printSymbolized(std::ostream& out, const json::array& entries)
             out << "?? ??:0\n";
         else
             out << (function.empty() ? "??" : function) << " at " << (file.empty() ? "??" : file) << ":"
-                << (line ? std::to_string(line) : "?") << "\n";
+                << (line ? std::to_string(line) : "?") << declaration(symbol, number(entry.get_object(), "Address"))
+                << "\n";
     }
+}
+
+// nm --stack: SEGMENT=BYTES for each stack segment of the program, "?" where the file does not
+// say, in the same order on every line, so that each figure is always the same field.
+std::string stackFields(const json::object& entry)
+{
+    const json::value* stack = entry.if_contains("Stack");
+    if (!stack || !stack->is_object())
+        return {};
+    std::string fields;
+    for (const auto& segment : stack->get_object())
+        fields += printable(segment.key()) + "=" +
+                  (segment.value().is_number() ? std::to_string(segment.value().to_number<uint64_t>()) : "?") + " ";
+    return fields;
 }
 
 // nm -S's columns without a header: value and size in hex without prefix, as wide as the
@@ -62,7 +95,8 @@ void printNameList(std::ostream& out, const json::array& entries, const TextRequ
         std::string shownMemory = printable(memory);
         shownMemory.resize(std::max<size_t>(shownMemory.size(), 6), ' ');
         out << hexDigits(number(entry, "Address"), digits) << " " << hexDigits(number(entry, "Size"), digits) << " "
-            << text(entry, "Kind") << " " << shownMemory << " " << printable(text(entry, "Name")) << "\n";
+            << text(entry, "Kind") << " " << shownMemory << " " << stackFields(entry) << printable(text(entry, "Name"))
+            << "\n";
     }
 }
 
@@ -99,6 +133,17 @@ void printSizes(std::ostream& out, const json::object& sizes, const TextRequest&
             const json::object& module = value.get_object();
             table.add({std::to_string(number(module, "Bytes")), tableCell(text(module, "Memory")),
                        tableCell(text(module, "Name"))});
+        }
+        table.finish();
+    }
+    if (const json::array* stack = section("Stack", "Stack bytes per stack segment and function, largest first")) {
+        Table table(out, {"Segment", "Bytes", "Entry", "Module", "Function"});
+        const int digits = request.widths.of("code");
+        for (const auto& value : *stack) {
+            const json::object& use = value.get_object();
+            table.add({tableCell(text(use, "Segment")), std::to_string(number(use, "Bytes")),
+                       address(number(use, "Address"), digits), tableCell(text(use, "Module")),
+                       tableCell(text(use, "Name"))});
         }
         table.finish();
     }

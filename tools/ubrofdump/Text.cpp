@@ -136,6 +136,9 @@ void printSummary(std::ostream& out, const json::object& summary)
         {"Segments", "Segments"}, {"Source files", "SourceFiles"}, {"Code areas", "CodeAreas"},
         {"Modules", "Modules"},   {"Functions", "Functions"},     {"Global symbols", "GlobalSymbols"}};
     for (const auto& [label, key] : rows) {
+        // A summary of a file the module did not read holds the program's rows alone.
+        if (!summary.contains(key))
+            continue;
         const json::value& value = field(summary, key);
         const std::string shown = value.is_string() ? cell(text(value), std::string(key) == "File" ? Keep::End : Keep::Start)
                                                     : std::to_string(number(value));

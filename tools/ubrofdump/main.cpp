@@ -30,6 +30,7 @@ struct Options {
     bool members = false;
     bool help = false;
     bool version = false;
+    bool newerVersions = false;
     std::optional<std::string> plugin;
     std::optional<std::string> pc;
     std::optional<std::string> scope;
@@ -62,7 +63,7 @@ public:
         if (report_)
             return *report_;
         try {
-            host_.emplace(options.plugin.value_or(Host::defaultModulePath()));
+            host_.emplace(options.plugin.value_or(Host::defaultModulePath()), options.newerVersions);
             factory_ = host_->parserFactory();
         } catch (const PluginError& e) {
             throw Failure{kNoModule, "no-module", e.what(), std::nullopt};
@@ -72,7 +73,7 @@ public:
         try {
             parser_ = factory_->createObjectfileParser(file);
         } catch (const tarn::CoreException& e) {
-            throw explainUnparsed(file, moduleStatus(e));
+            throw explainUnparsed(file, moduleStatus(e), options.newerVersions);
         } catch (const std::exception& e) {
             throw Failure{kUnreadable, "failed", file + " could not be read: " + e.what(), std::nullopt};
         }
@@ -82,6 +83,10 @@ public:
 
     bool reportLoaded() const { return report_.has_value(); }
     const PathMap& paths() const { return paths_; }
+
+    /// Set by a command that answers in part: why the rest is missing. The answer is printed,
+    /// then this failure, whose exit status the run ends with.
+    std::optional<Failure> unanswered;
 
 private:
     // Declared first, so destroyed last: everything the module's code made must go before it.
@@ -115,30 +120,50 @@ struct Command {
     Group group = Group::Module;
 };
 
+/// The module's counts, then the program's account. The program's part is read first and its
+/// model released before the module parses the file: the two are never in memory together.
+Answer summarise(Invocation& in)
+{
+    boost::json::object program;
+    std::optional<Failure> programFailure;
+    try {
+        program = programSummary(in.file);
+    } catch (const Failure& failure) {
+        programFailure = failure;
+    }
+    Answer answer;
+    try {
+        answer = in.report().summary();
+    } catch (const Failure& refused) {
+        // A version the module was not let read: the program's part is still worth showing, and
+        // the refusal follows it. A file neither reads fails with the module's report, or, when
+        // its bytes are at fault, with the program's account of where.
+        if (refused.code != "newer-version")
+            throw;
+        if (programFailure && programFailure->code == "damaged") {
+            programFailure->module = refused.module;
+            throw *programFailure;
+        }
+        if (programFailure)
+            throw;
+        in.unanswered = refused;
+        answer = Answer("Summary", boost::json::object{{"File", in.file}});
+    }
+    if (programFailure)
+        throw *programFailure;
+    for (auto& entry : program)
+        answer.value.as_object()[entry.key()] = std::move(entry.value());
+    return answer;
+}
+
 constexpr size_t kAnyNumber = static_cast<size_t>(-1);
 
 const Command kCommands[] = {
     {"summary", "FILE", 0, 0, 0,
      "counts of segments, sources, code areas, modules,\nfunctions and global symbols (the default command);\n"
-     "then, from the program: its format version, creation\ndate, processor, memories and largest modules",
-     [](Invocation& in) {
-         // The program's part first, its model released before the module parses the file:
-         // the two are never in memory together. A file neither reads fails as it always did,
-         // with the module's own report.
-         boost::json::object program;
-         std::optional<Failure> programFailure;
-         try {
-             program = programSummary(in.file);
-         } catch (const Failure& failure) {
-             programFailure = failure;
-         }
-         Answer answer = in.report().summary();
-         if (programFailure)
-             throw *programFailure;
-         for (auto& entry : program)
-             answer.value.as_object()[entry.key()] = std::move(entry.value());
-         return answer;
-     }},
+     "then, from the program: its format version, creation\ndate, processor, memories and largest modules; of\n"
+     "a version 10 or 11 file the program's part alone,\nunless --newer-versions",
+     summarise},
     {"segments", "FILE [--data]", 0, 0, kDataOption, "program segments, with their bytes on --data",
      [](Invocation& in) {
          in.request.withData = in.options.data;
@@ -202,12 +227,13 @@ const Command kCommands[] = {
     {"compiler", "FILE", 0, 0, 0, "machine, producer and base types",
      [](Invocation& in) { return in.report().compiler(); }},
     {"addr2line", "FILE ADDR...", 1, kAnyNumber, 0,
-     "function, source file and line of each address; ADDR\nmay also be a function's name, NAME[+OFFSET]",
+     "function, source file and line of each address, and\nat a function's entry the line of its name; ADDR may\n"
+     "also be a function's name, NAME[+OFFSET]",
      [](Invocation& in) { return addr2line(in.file, in.args, in.paths()); }, Group::Program},
     {"nm", "FILE [PATTERN] [nm options]", 0, 1, 0,
      "address, size, kind and qualified name of every\nfunction and variable, by address; PATTERN is a glob",
      [](Invocation& in) { return nm(in.file, in.args, in.options.program, in.request.widths); }, Group::Program},
-    {"size", "FILE [--by memory|module|function] [--top N]", 0, 0, 0,
+    {"size", "FILE [--by memory|module|function | --stack] [--top N]", 0, 0, 0,
      "bytes per memory, per module and per function,\nlargest first",
      [](Invocation& in) { return size(in.file, in.options.program, in.request.widths); }, Group::Program},
     {"export", "FILE --format FORMAT -o OUT [export options]", 0, 0, 0,
@@ -258,6 +284,10 @@ Options:
   --map-path FROM=TO    show source paths that begin with FROM as beginning with TO, with TO's
                         path separator after it (repeatable)
   --plugin PATH         the module file or module directory to load
+  --newer-versions      let the module read format versions 10 and 11, as a host does that
+                        sets the platform preference
+                        )" + std::string(kReadNewerVersionsPreference) + R"( to true; without it the
+                        debugger commands refuse them (the program commands always read them)
   --members             scope, symbols, lookup, context: a variable's members under the
                         variable too; they are always listed under its type
   --help, --version
@@ -266,10 +296,14 @@ Options of nm:
   --functions, --variables   only functions, only variables
   --module M                 only those of module M
   --size-sort, --name-sort   by size (smallest first) or by name instead of by address
-Kinds: T code (t: static), R a variable in code memory, D data, E EEPROM; lower case: static.
+  --stack                    functions only, each with its stack bytes per stack segment
+                             (SEGMENT=BYTES; ? where the file does not say)
+Kinds: T code (t: static), R a variable in code memory, D data (internal or the 8051's
+external xdata), E EEPROM; lower case: static.
 
 Options of size:
   --by memory|module|function   one list instead of all three
+  --stack                       stack bytes per stack segment and function instead
   --top N                       the N largest of each list
 
 )" + std::string(kExportOptionsHelp) + R"(
@@ -317,6 +351,8 @@ Options parseOptions(int argc, char** argv)
             flag(options.help);
         else if (name == "--version")
             flag(options.version);
+        else if (name == "--newer-versions")
+            flag(options.newerVersions);
         else if (name == "--plugin")
             options.plugin = value();
         else if (name == "--pc")
@@ -377,6 +413,10 @@ void checkOptions(const Command& command, const Options& options)
         throw usageError(std::string("--scope does not belong to ") + command.name + "; it belongs to lookup");
     if (options.scope && options.pc)
         throw usageError("lookup takes --pc or --scope, not both");
+    if (options.newerVersions && command.group == Group::Program)
+        throw usageError(std::string("--newer-versions does not belong to ") + command.name +
+                         ": it lets the debugger module read format versions 10 and 11, which the program "
+                         "commands read without it");
     checkProgramOptions(command.name, options.program);
 }
 
@@ -437,15 +477,25 @@ int run(int argc, char** argv)
     if (!options.json && invocation.reportLoaded())
         invocation.request.widths = invocation.report().addressWidths();
     int status = kOk;
-    if (answer.walk)
+    const std::optional<Failure>& unanswered = invocation.unanswered;
+    if (answer.walk) {
         status = writeTree(std::cout, answer, invocation.request, options.json);
-    else if (options.json)
-        printJson(std::cout, answerDocument(answer.key, std::move(answer.value)));
-    else if (!printProgramText(std::cout, answer, invocation.request) && !printExportText(std::cout, answer))
+    } else if (options.json) {
+        boost::json::object document = answerDocument(answer.key, std::move(answer.value));
+        if (unanswered)
+            document["Error"] = errorObject(*unanswered);
+        printJson(std::cout, document);
+    } else if (!printProgramText(std::cout, answer, invocation.request) && !printExportText(std::cout, answer)) {
         printText(std::cout, answer, invocation.request);
+    }
     // A full disk shows only here; the answer must not pass for written.
     if (!std::cout.flush())
         throw Failure{kUnreadable, "failed", "standard output could not be written", std::nullopt};
+    if (unanswered) {
+        if (!options.json)
+            printFailure(*unanswered, false);
+        return unanswered->exitStatus;
+    }
     return status;
 }
 
