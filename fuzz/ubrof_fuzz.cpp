@@ -1,35 +1,69 @@
-// libFuzzer target: any bytes, written to a file, parsed and walked through every view.
+// libFuzzer target: any bytes, written to a file, parsed, walked through every view, and the
+// program they describe run through every exporter.
+#include "fuzz/ProgramExports.h"
 #include "fuzz/ViewWalker.h"
+
+#include "host/CoreException.h"
+#include "parser/UbrofParser.h"
 
 #include <boost/filesystem.hpp>
 #include <cstdio>
+#include <cstdlib>
+#include <optional>
 #include <unistd.h>
 
 namespace {
 
-// The parser reads a path, and embedded sources are extracted beside it, so every
-// input gets the same file in a private scratch directory.
-const std::string& scratchFile()
+namespace fs = boost::filesystem;
+
+// The parser reads a path and extracts embedded sources into a folder beside it, so every input
+// gets the same file in a private folder; /dev/shm keeps the writes off the disk.
+const fs::path& scratchFolder()
 {
-    static const std::string path = [] {
-        const auto dir = boost::filesystem::temp_directory_path() /
-                         ("ubrof-fuzz-" + std::to_string(::getpid()));
-        boost::filesystem::create_directories(dir);
-        return (dir / "input.d90").string();
+    static const fs::path folder = [] {
+        const char* base = std::getenv("UBROF_FUZZ_SCRATCH");
+        fs::path root = base ? fs::path(base) : fs::exists("/dev/shm") ? fs::path("/dev/shm") : fs::temp_directory_path();
+        const fs::path dir = root / ("ubrof-fuzz-" + std::to_string(::getpid()));
+        fs::create_directories(dir);
+        return dir;
     }();
-    return path;
+    return folder;
+}
+
+// Time is what bounds a walk; an input whose walk outlasts it is still a finding if the parse or
+// the exporters hang, which the fuzzer's own -timeout catches.
+ubrof::walk::WalkLimits walkLimits()
+{
+    ubrof::walk::WalkLimits limits;
+    limits.time = std::chrono::seconds(2);
+    return limits;
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    const std::string& path = scratchFile();
+    const fs::path& folder = scratchFolder();
+    const std::string path = (folder / "input.d90").string();
     std::FILE* file = std::fopen(path.c_str(), "wb");
     if (!file)
         return 0;
     std::fwrite(data, 1, size, file);
     std::fclose(file);
-    ubrof::fuzz::walkFile(path);
+
+    std::optional<ubrof::UbrofParser> parser;
+    try {
+        parser.emplace(path);
+    } catch (const tarn::CoreException&) {
+    }
+    if (parser) {
+        ubrof::walk::walkViews(*parser, walkLimits());
+        if (const std::optional<ubrof::model::Program> program = ubrof::walk::programOf(path, *parser))
+            ubrof::walk::exportAll(*program);
+    }
+    // An input may embed a thousand sources; over millions of inputs their copies would fill the
+    // folder with names no later input reuses.
+    boost::system::error_code ignored;
+    fs::remove_all(folder / "embedded_source", ignored);
     return 0;
 }
