@@ -32,6 +32,10 @@ private:
 
 // A debugger reads a segment in pieces of about this size to show or download it.
 constexpr uint32_t kReadChunk = 4096;
+// Bytes read of one segment. A segment spans from its lowest byte to its highest, so two bytes
+// far apart make it gigabytes of fill that teach the walk nothing; this is more than any of the
+// processors' memories.
+constexpr uint64_t kSegmentBytes = 16u << 20;
 // Names looked up at every program counter: enough to find locals and globals shadowing each
 // other, few enough that the walk stays linear in the program counters.
 constexpr size_t kNamesPerPc = 8;
@@ -102,8 +106,9 @@ private:
             answer(size);
             answer(segment->getLoadAddress());
             pcs_.insert(start);
-            for (uint64_t offset = 0; offset < size && going(); offset += kReadChunk) {
-                segment->readData(data, start + offset, uint32_t(std::min<uint64_t>(kReadChunk, size - offset)));
+            const uint64_t read = std::min(size, kSegmentBytes);
+            for (uint64_t offset = 0; offset < read && going(); offset += kReadChunk) {
+                segment->readData(data, start + offset, uint32_t(std::min<uint64_t>(kReadChunk, read - offset)));
                 answer(data.size());
                 feed(data.data(), data.size());
             }
