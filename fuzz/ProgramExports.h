@@ -1,23 +1,15 @@
-// The exporters' share of a fuzz run: the program an input describes, and every exporter run on it.
+// The program model's share of a fuzz run: the program an input describes, and every exporter run on it.
 #pragma once
 
-#include "host/IObjectfileParser.h"
-#include "model/Program.h"
+#include "model/ProgramBuilder.h"
 
 #include <optional>
 #include <string>
 
 namespace ubrof::walk {
 
-/// The program model of a parsed input, or none when it has no program to export.
-///
-/// The model's builder (model::loadProgram) has not landed yet, so this assembles a Program from
-/// what the views show: memories, source files, functions, blocks, variables with their locations,
-/// line rows, and a processor the input's first code byte picks, so that every ELF target is
-/// reached. When the builder lands, the body becomes
-///     try { return model::loadProgram(path); } catch (const model::ModelError&) { return {}; }
-/// and nothing else in the fuzz target changes.
-std::optional<model::Program> programOf(const std::string& path, const tarn::IObjectfileParser& parser);
+/// The program model of the file at path, or none when the model refuses it with ModelError.
+std::optional<model::Program> programOf(const std::string& path, const model::BuildOptions& options = {});
 
 struct ExportCounts {
     unsigned written = 0; ///< outputs an exporter produced

@@ -1,5 +1,5 @@
-// libFuzzer target: any bytes, written to a file, parsed, walked through every view, and the
-// program they describe run through every exporter.
+// libFuzzer target: any bytes, written to a file, parsed and walked through every view, built into
+// the program model, and that program run through every exporter.
 #include "fuzz/ProgramExports.h"
 #include "fuzz/ViewWalker.h"
 
@@ -50,17 +50,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     std::fwrite(data, 1, size, file);
     std::fclose(file);
-
     std::optional<ubrof::UbrofParser> parser;
     try {
         parser.emplace(path);
     } catch (const tarn::CoreException&) {
     }
-    if (parser) {
+    if (parser)
         ubrof::walk::walkViews(*parser, walkLimits());
-        if (const std::optional<ubrof::model::Program> program = ubrof::walk::programOf(path, *parser))
-            ubrof::walk::exportAll(*program);
-    }
+    // The model reads formats the views refuse, so it gets every input, in both of its builds.
+    if (const auto program = ubrof::walk::programOf(path))
+        ubrof::walk::exportAll(*program);
+    ubrof::model::BuildOptions light;
+    light.light = true;
+    if (const auto program = ubrof::walk::programOf(path, light))
+        ubrof::walk::exportAll(*program);
+
     // An input may embed a thousand sources; over millions of inputs their copies would fill the
     // folder with names no later input reuses.
     boost::system::error_code ignored;

@@ -3,11 +3,10 @@
 #include "parser/Vocabulary.h"
 
 namespace ubrof {
-namespace {
 
 // Kind-8 values above 31 name groups of registers (pairs, fours, eights); the debugger reads
 // such a group from the register file starting at its first register.
-uint32_t registerOfCode(uint32_t code)
+uint32_t TarnUbrofParser::registerOfCode(uint32_t code)
 {
     if (code < 32)
         return code;
@@ -23,8 +22,6 @@ uint32_t registerOfCode(uint32_t code)
         return 8 * code - 592;
     return 0;
 }
-
-} // namespace
 
 int16_t TarnUbrofParser::getSymbolClass(uint32_t context, int32_t* tag) const
 {

@@ -198,7 +198,28 @@ int CParser::handleSrcStat()
 
 int CParser::handleSourceRange()
 {
-    skipBytes(14);
+    // Only the model reads where a definition stands; a cut tag is left to fail as it always did.
+    if (!facts_ || facts_->light || remaining() < 14) {
+        skipBytes(14);
+        return 0;
+    }
+    const uint32_t reference = readWord16();
+    const uint32_t line = readWord32();
+    const uint32_t column = readWord16();
+    skipBytes(6);
+    if (symbolTable_.symbols.empty())
+        return 0;
+    ProgramFacts::SourcePosition position;
+    position.symbol = static_cast<uint32_t>(symbolTable_.symbols.size() - 1);
+    if (blockTree_.currentTopLevel >= 0) {
+        const std::vector<uint32_t>& files =
+            blockTree_.blocks[static_cast<size_t>(blockTree_.currentTopLevel)].files;
+        if (reference < files.size())
+            position.file = files[reference];
+    }
+    position.line = line;
+    position.column = column;
+    facts_->sourcePositions.push_back(position);
     return 0;
 }
 

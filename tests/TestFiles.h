@@ -77,6 +77,12 @@ inline std::string fileText(const std::string& path)
     return text.str();
 }
 
+/// Whether the shared collection of real UBROF files is beside the repository.
+inline bool realFilesPresent()
+{
+    return boost::filesystem::is_directory(UBROF_REAL_FILES_DIR);
+}
+
 /// Path of a file in the shared collection of real UBROF files.
 inline std::string realFile(const std::string& relative)
 {
@@ -87,3 +93,15 @@ inline std::string realFile(const std::string& relative)
 }
 
 } // namespace ubrof::test
+
+/// Opens a test that reads real UBROF files: a clone without the shared folder beside it skips
+/// the test, saying where the files are expected; a continuous-integration run (CI set) must
+/// have them and fails instead.
+#define UBROF_NEED_REAL_FILES()                                                                        \
+    do {                                                                                               \
+        if (!::ubrof::test::realFilesPresent()) {                                                      \
+            if (std::getenv("CI"))                                                                     \
+                FAIL() << "CI is set, and the real UBROF files are not at " << UBROF_REAL_FILES_DIR;   \
+            GTEST_SKIP() << "the real UBROF files are expected at " << UBROF_REAL_FILES_DIR;          \
+        }                                                                                              \
+    } while (false)

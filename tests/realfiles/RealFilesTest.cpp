@@ -87,6 +87,7 @@ class OldFormat : public ::testing::TestWithParam<const char*> {};
 // declares their names but no scope or symbol uses them. Those are the only ones allowed missing.
 TEST_P(OldFormat, ParsesToTheEndWithTheProgramsNames)
 {
+    UBROF_NEED_REAL_FILES();
     ScratchDir dir;
     UbrofParser parser(copyInto(dir, GetParam()));
     const TarnUbrofParser& store = *parser.getStore();
@@ -115,6 +116,7 @@ TEST_P(OldFormat, ParsesToTheEndWithTheProgramsNames)
 // formats functions name themselves, so no scope may answer one, least of all symbol 0's.
 TEST_P(OldFormat, LocatesNoScopeThroughAnotherSymbol)
 {
+    UBROF_NEED_REAL_FILES();
     ScratchDir dir;
     UbrofParser parser(copyInto(dir, GetParam()));
     const TarnUbrofParser& store = *parser.getStore();
@@ -146,6 +148,7 @@ TEST_P(OldFormat, LocatesNoScopeThroughAnotherSymbol)
 // scopes start at their first statement, after any prologue, so they may start later.
 TEST(RealFiles, AgreesWithTheLinkerMap)
 {
+    UBROF_NEED_REAL_FILES();
     ScratchDir dir;
     UbrofParser parser(copyInto(dir, "avr-mobit-nmea/nmea.d90"));
     const TarnUbrofParser& store = *parser.getStore();
@@ -179,6 +182,7 @@ INSTANTIATE_TEST_SUITE_P(RealFiles, OldFormat,
 
 TEST(RealFiles, RefusesNewerFormatsAndRelocatableObjects)
 {
+    UBROF_NEED_REAL_FILES();
     ScratchDir dir;
     size_t newer = 0, relocatable = 0;
     for (const fs::directory_entry& folder : fs::directory_iterator(realFile(""))) {
