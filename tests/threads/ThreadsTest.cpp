@@ -80,8 +80,7 @@ class Threads : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        if (!fs::is_directory(UBROF_REAL_FILES_DIR))
-            GTEST_SKIP() << UBROF_REAL_FILES_DIR << " is missing";
+        UBROF_NEED_REAL_FILES();
         files = oldFormatCopies(dir);
         ASSERT_EQ(3u, files.size()) << "the shared folder holds three files of versions below 9";
         for (const std::string& file : files) {
