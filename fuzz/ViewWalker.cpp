@@ -20,16 +20,6 @@ namespace {
 using Context = tarn::ISymbolContext;
 using Clock = std::chrono::steady_clock;
 
-class Frame : public tarn::IStackTraceContext {
-public:
-    explicit Frame(uint64_t pc) : pc_(pc) {}
-    uint64_t getProgramCounter() const override { return pc_; }
-    uint64_t getFramePointer() const override { return 0; }
-
-private:
-    uint64_t pc_;
-};
-
 // A debugger reads a segment in pieces of about this size to show or download it.
 constexpr uint32_t kReadChunk = 4096;
 // Bytes read of one segment. A segment spans from its lowest byte to its highest, so two bytes
@@ -216,7 +206,7 @@ private:
         for (int32_t dimension : context.getArrayDimensions())
             answer(uint64_t(dimension));
         answer(boost::json::serialize(context.getProperties()));
-        const auto location = context.getLocation(boost::make_shared<Frame>(pc));
+        const auto location = context.getLocation(frameAt(pc));
         answer(location->getAddressingMode());
         for (const tarn::MemoryPiece& piece : location->getPieces()) {
             answer(piece.address);
@@ -338,7 +328,22 @@ private:
     std::unordered_set<std::string> types_;
 };
 
+class Frame : public tarn::IStackTraceContext {
+public:
+    explicit Frame(uint64_t pc) : pc_(pc) {}
+    uint64_t getProgramCounter() const override { return pc_; }
+    uint64_t getFramePointer() const override { return 0; }
+
+private:
+    uint64_t pc_;
+};
+
 } // namespace
+
+boost::shared_ptr<tarn::IStackTraceContext> frameAt(uint64_t pc)
+{
+    return boost::make_shared<Frame>(pc);
+}
 
 WalkResult walkViews(const tarn::IObjectfileParser& parser, const WalkLimits& limits)
 {

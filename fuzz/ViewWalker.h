@@ -3,6 +3,9 @@
 #pragma once
 
 #include "host/IObjectfileParser.h"
+#include "host/IStackTraceContext.h"
+
+#include <boost/shared_ptr.hpp>
 
 #include <chrono>
 #include <cstddef>
@@ -34,6 +37,9 @@ struct WalkResult {
     /// Why the file did not parse.
     std::string error;
 };
+
+/// A stack frame stopped at pc, as a debugger hands one to getLocation.
+boost::shared_ptr<tarn::IStackTraceContext> frameAt(uint64_t pc);
 
 /// Walks the binary, source, compiler and symbol views of parser.
 WalkResult walkViews(const tarn::IObjectfileParser& parser, const WalkLimits& limits = {});

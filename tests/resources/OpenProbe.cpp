@@ -2,24 +2,14 @@
 // (parses it and asks each view what a debugger asks when it first shows the file), or with
 // --model as the program commands do (builds its program model). Prints "parsed" or "refused: "
 // and the reason, and exits 0 either way; anything else is a fault.
+#include "fuzz/ViewWalker.h"
 #include "host/CoreException.h"
 #include "model/ProgramBuilder.h"
 #include "parser/UbrofParser.h"
 
-#include <boost/make_shared.hpp>
 #include <cstdio>
 
 namespace {
-
-class Frame : public tarn::IStackTraceContext {
-public:
-    explicit Frame(uint64_t pc) : pc_(pc) {}
-    uint64_t getProgramCounter() const override { return pc_; }
-    uint64_t getFramePointer() const override { return 0; }
-
-private:
-    uint64_t pc_;
-};
 
 // A debugger reads what it shows or downloads, in pieces; past this a memory is far larger than
 // any of the processors' own, and reading it all would measure the copy, not the module.
@@ -53,7 +43,7 @@ void open(const std::string& path)
             child->getProperties();
             for (const auto& function : child->getChildren(tarn::ISymbolContext::CodeSymbol)) {
                 const uint64_t pc = function->getAddress();
-                function->getLocation(boost::make_shared<Frame>(pc));
+                function->getLocation(ubrof::walk::frameAt(pc));
                 if (const auto scope = symbols->getScopeContextFromPc(pc))
                     scope->getChildren(tarn::ISymbolContext::DataSymbol);
                 symbols->lookupSymbolFromPc("main", pc, false);
