@@ -27,6 +27,13 @@ const fs::path& scratchFolder()
         fs::create_directories(dir);
         return dir;
     }();
+    // A run that ends normally leaves nothing behind; one that crashes keeps the input there.
+    // Registered once the path exists, so that it runs before the path is destroyed.
+    static const bool removedAtExit = std::atexit([] {
+        boost::system::error_code ignored;
+        fs::remove_all(scratchFolder(), ignored);
+    }) == 0;
+    (void)removedAtExit;
     return folder;
 }
 
