@@ -24,7 +24,9 @@ struct ElfTarget {
 
     uint16_t machine = 0; ///< EM_AVR, EM_MSP430, EM_8051, EM_RL78
     uint32_t flags = 0;   ///< e_flags
-    std::string device;   ///< lower-case device name a simulator takes (AVR); else empty
+    /// Lower-case name of the device a simulator runs the program on (AVR): the processor's own,
+    /// or a close relative's for a few the simulator lacks; else empty.
+    std::string device;
     Window code, data, eeprom;
     unsigned registerBytes = 1; ///< width of one register, for DW_OP_piece
     /// DWARF register whose value is the frame base of frame-offset locations; none: such locations

@@ -33,7 +33,12 @@ private:
     void findTopFunctions();
     uint32_t functionSymbol(uint32_t block);
     void collectDrafts();
+    void indexCode();
+    bool isLocalLabel(uint32_t symbol) const;
     void placeEnds();
+    /// Gives each function the code its module writes right after it, or makes a function of a
+    /// piece that begins there at a label. Needs the ends placed; they must be placed again after.
+    void claimTrailingCode();
     void emitFunctions();
     void emitBlocksAndVariables(uint32_t function, const Draft& draft);
     void emitModuleVariables();
@@ -52,7 +57,8 @@ private:
     /// Per module block, built only when a function names itself: its code symbols by text.
     std::unordered_map<uint32_t, std::unordered_map<std::string, uint32_t>> symbolsByText_;
     std::vector<Draft> drafts_;
-    std::vector<uint32_t> codeRuns_; ///< the code runs of the facts, by address
+    std::vector<uint32_t> codeRuns_;    ///< the code runs of the facts, by address
+    std::vector<uint32_t> codeSymbols_; ///< the code symbols the file wrote, by address
     /// Static locals already made variables of their functions: memory, address and name.
     std::vector<std::tuple<MemorySpace, uint32_t, std::string>> statics_;
 };

@@ -56,6 +56,8 @@ struct MemoryImage {
         uint64_t end = 0;    ///< one past the last byte written
         uint64_t bytes = 0;  ///< bytes written, gaps not counted
         uint32_t runCount = 0;
+        /// The runs' [low, end) spans, merged: no more than the runs they stand for.
+        std::vector<std::pair<uint32_t, uint64_t>> spans;
     };
     std::optional<Extent> extent;
     bool empty() const { return runs.empty() && (!extent || extent->bytes == 0); }
@@ -194,9 +196,10 @@ struct Function {
     std::vector<uint32_t> variables; ///< parameters and locals at function level, parameters first
     /// Stack bytes used, per stack segment name, when the file records it.
     std::vector<std::pair<std::string, uint32_t>> stackUse;
-    /// False for a function the file names only by its symbol (library code built without
-    /// debug records): it has no blocks, variables or lines, and its end is where the next
-    /// symbol or its module's bytes end.
+    /// False for a function the file names only by its symbol (library or assembler code built
+    /// without debug records, or a piece of code the compiler wrote for several functions to jump
+    /// to, "?Subroutine0"): it has no blocks, variables or lines, and it runs over the bytes its
+    /// module writes there, up to the next symbol that is not a label of a branch inside it.
     bool isDescribed = true;
     uint32_t size() const { return end - entry; }
 };
@@ -233,7 +236,9 @@ struct Module {
 
 struct Processor {
     Family family = Family::Unknown;
-    std::string name; ///< as the file records it ("ATmega16"); empty when it does not
+    /// As the file records it ("ATmega16"); for an AVR program that records none, the device
+    /// whose register header its sources include; empty when neither says.
+    std::string name;
 };
 
 struct Program {

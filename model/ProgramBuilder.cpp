@@ -53,19 +53,49 @@ void fillHeader(BuildContext& context)
             }
 }
 
-Family familyOfCpuName(const std::string& name)
+// The AVR device whose register header a source file is ("iom16.h": ATmega16), or empty. Only
+// the prefixes whose device names they stand for without doubt are read.
+std::string avrDeviceOfHeader(const std::string& path)
 {
-    const std::string cpu = lowered(name);
-    // 8051 derivatives named AT89 share the AT prefix of the AVR parts.
-    if (startsWith(cpu, "at89") || startsWith(cpu, "8051") || startsWith(cpu, "cc25") || startsWith(cpu, "cc85"))
-        return Family::I8051;
-    if (startsWith(cpu, "at") || startsWith(cpu, "avr"))
-        return Family::Avr;
-    if (startsWith(cpu, "msp430") || startsWith(cpu, "cc430"))
-        return Family::Msp430;
-    if (startsWith(cpu, "rl78") || startsWith(cpu, "r5f1"))
-        return Family::Rl78;
-    return Family::Unknown;
+    const size_t slash = path.find_last_of("/\\");
+    const std::string name = lowered(path.substr(slash == std::string::npos ? 0 : slash + 1));
+    if (name.size() < 5 || !startsWith(name, "io") || name.compare(name.size() - 2, 2, ".h") != 0)
+        return {};
+    const std::string stem = name.substr(2, name.size() - 4);
+    static const std::pair<const char*, const char*> kPrefixes[] = {
+        {"m", "ATmega"}, {"tn", "ATtiny"}, {"xm", "ATxmega"}, {"usb", "AT90USB"}, {"can", "AT90CAN"}, {"pwm", "AT90PWM"},
+    };
+    for (const auto& [prefix, device] : kPrefixes) {
+        const std::string rest = startsWith(stem, prefix) ? stem.substr(std::string(prefix).size()) : std::string();
+        // A number must follow ("iomacro.h" is no device's), then letters and digits only.
+        if (rest.empty() || !std::isdigit(static_cast<unsigned char>(rest[0])) ||
+            !std::all_of(rest.begin(), rest.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)); }))
+            continue;
+        std::string upper = rest;
+        for (char& c : upper)
+            c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        return device + upper;
+    }
+    return {};
+}
+
+// An AVR program that names no CPU still includes the register header of the one device it is
+// compiled for, and its source table lists it. Two different device headers leave it unnamed.
+void nameAvrDeviceByHeader(Program& program)
+{
+    std::string device;
+    for (const SourceFile& file : program.files) {
+        const std::string named = avrDeviceOfHeader(file.path);
+        if (named.empty() || named == device)
+            continue;
+        if (!device.empty())
+            return;
+        device = named;
+    }
+    if (device.empty())
+        return;
+    program.processor.name = device;
+    program.processor.family = Family::Avr;
 }
 
 // The processor as the file says it, strongest evidence first: the CPU it names, the core it
@@ -79,7 +109,7 @@ void fillProcessor(BuildContext& context)
     std::map<std::string, std::string> attributes(program.attributes.begin(), program.attributes.end());
     if (const auto cpu = attributes.find("__cpu_name"); cpu != attributes.end()) {
         processor.name = cpu->second;
-        processor.family = familyOfCpuName(cpu->second);
+        processor.family = familyOfProcessor(cpu->second);
     }
     if (processor.family == Family::Unknown)
         if (const auto core = attributes.find("__core"); core != attributes.end()) {
@@ -195,9 +225,11 @@ void fillMemories(BuildContext& context)
             extent.low = static_cast<uint32_t>(merged.front().first);
             extent.end = merged.back().second;
             extent.runCount = static_cast<uint32_t>(merged.size());
-            for (const auto& [low, high] : merged)
+            for (const auto& [low, high] : merged) {
                 extent.bytes += high - low;
-            image.extent = extent;
+                extent.spans.emplace_back(static_cast<uint32_t>(low), high);
+            }
+            image.extent = std::move(extent);
         } else {
             // The image holds each address's last write, as the device would after loading.
             image.runs.reserve(merged.size());
@@ -338,6 +370,9 @@ Program buildProgram(const TarnUbrofParser& store, const BuildOptions& options)
     fillEntryPoint(context);
     fillMemories(context);
     fillModules(context);
+    if (program.processor.name.empty() &&
+        (program.processor.family == Family::Avr || program.processor.family == Family::Unknown))
+        nameAvrDeviceByHeader(program);
     if (!options.light) {
         program.types = types.records();
         detail::CodeBuilder(context).build();

@@ -47,11 +47,16 @@ int16_t TarnUbrofParser::parseFile(const std::string& path)
                        lineTable, fileIndex, fileLineRanges);
         if (keepFacts)
             reader.keepFacts(&facts);
-        if (reader.parse(path.c_str()) != 1)
+        reader.acceptNewerVersions(readNewerVersions);
+        if (reader.parse(path.c_str()) != 1) {
+            parseError = reader.describeFailure();
             return StoreNotUbrof;
+        }
     }
-    if (!buildCodeAreas())
+    if (!buildCodeAreas()) {
+        parseError = "the code areas would hold more text than a real program needs";
         return StoreNotUbrof;
+    }
     createMemberSymbols();
     filePath = path;
     stateFlags |= 2;

@@ -164,6 +164,11 @@ public:
     /// that a debugger host does not pay for tables it never asks about.
     ProgramFacts facts;
     bool keepFacts = false;
+    /// Format versions 10 and 11 are read only when this is set before the parse; the module
+    /// reads them when its host opts in, the program model always.
+    bool readNewerVersions = false;
+    /// What made the last parse fail and where, for messages; empty after success.
+    std::string parseError;
 
     /// Text the code-area table may hold in all: far beyond any real program, and a bound on
     /// what a hostile file can make the store copy.

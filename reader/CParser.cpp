@@ -2,8 +2,12 @@
 #include "reader/CParser.h"
 
 #include "reader/ReaderError.h"
+#include "reader/TagCodes.h"
+#include "reader/VarNumber.h"
 
 #include <sys/stat.h>
+
+#include <cinttypes>
 
 namespace ubrof {
 
@@ -56,6 +60,7 @@ int CParser::parse(const char* path)
     fileSize_ = (fstat(fileno(file_), &info) == 0 && info.st_size > 0) ? uint64_t(info.st_size) : 0;
     position_ = 0;
     lastError_ = nullptr;
+    failure_ = Failure{};
 
     auto closeFile = [this] {
         std::fclose(file_);
@@ -63,16 +68,32 @@ int CParser::parse(const char* path)
     };
     try {
         for (;;) {
+            failure_.tagOffset = position_;
+            failure_.tagCode = -1;
             const uint8_t code = static_cast<uint8_t>(readByte());
+            failure_.tagCode = code;
+            if (tagObserver_)
+                tagObserver_(failure_.tagOffset, code);
             if (const TagEntry* entry = tagIndex_[code]) {
+                const uint64_t end = isNewerFormat() ? declaredEnd(code) : 0;
                 if ((this->*entry->handler)() != 0)
                     throw ReaderError{kTagProcessingError};
+                if (end != 0 && position_ != end)
+                    failTag("its length says it ends at offset " + std::to_string(end) + ", its fields at " +
+                            std::to_string(position_));
                 if (code == 0xFF)
                     break;
-            } else if (!skipUnknownTag(code)) {
+            } else if (!readNewerTag(code) && !skipUnknownTag(code)) {
                 throw ReaderError{kUnknownTag};
             }
         }
+        // Versions 10 and 11 end at their last byte in every known file. A t_ubrof_eof with more
+        // after it is a read out of step that met a 0xFF, which would otherwise lose the rest.
+        if (isNewerFormat() && remaining() != 0)
+            failTag(std::to_string(remaining()) + " bytes follow the end of the file's tags");
+        if (isNewerFormat() && facts_)
+            facts_->newer.endOffset = position_;
+        failure_ = Failure{};
     } catch (const ReaderError& error) {
         lastError_ = error.text;
         closeFile();
@@ -100,6 +121,12 @@ int CParser::skipUnknownTag(uint8_t code)
             const uint32_t count = readWord32();
             // A count beyond what is left can only end in a failed read.
             if (count > remaining())
+                throw ReaderError{kUnexpectedEndOfFile};
+            skipBytes(static_cast<int32_t>(count));
+        } else if (skip == 0xFC && isNewerFormat()) {
+            // Versions 10 and 11 count the bytes with a variable-length number.
+            const uint32_t count = readVarNumber();
+            if (count > remaining() || count > uint32_t(INT32_MAX))
                 throw ReaderError{kUnexpectedEndOfFile};
             skipBytes(static_cast<int32_t>(count));
         } else
@@ -130,6 +157,18 @@ uint32_t CParser::readWord32()
     value = (value << 8) | readByte();
     value = (value << 8) | readByte();
     return (value << 8) | readByte();
+}
+
+uint32_t CParser::readVarNumber()
+{
+    VarNumber number;
+    do {
+        if (!number.add(static_cast<uint8_t>(readByte())))
+            failTag("a variable-length number longer than five bytes");
+    } while (!number.complete());
+    if (!number.fitsUnsigned())
+        failTag("a variable-length number beyond 32 bits");
+    return number.value();
 }
 
 void CParser::readBytes(uint8_t* destination, uint32_t count)
@@ -179,6 +218,44 @@ void CParser::seek(uint64_t position)
     if (std::fseek(file_, static_cast<long>(position), SEEK_SET) != 0)
         throw ReaderError{kUnexpectedEndOfFile};
     position_ = position;
+}
+
+uint32_t CParser::readTypeIndex()
+{
+    if (!isNewerFormat())
+        return readWord16();
+    const uint32_t index = readVarNumber();
+    if (index > 0xFFFF)
+        failTag("type index " + std::to_string(index) + " beyond the 65536 a file can have");
+    return index;
+}
+
+void CParser::failTag(std::string detail)
+{
+    failure_.detail = std::move(detail);
+    throw ReaderError{kTagProcessingError};
+}
+
+std::string CParser::describeFailure() const
+{
+    if (!lastError_)
+        return std::string();
+    std::string text = lastError_;
+    char where[96];
+    if (failure_.tagCode < 0) {
+        std::snprintf(where, sizeof where, " at offset %" PRIu64 ", where a tag should begin", failure_.tagOffset);
+        return text + where;
+    }
+    const uint8_t code = static_cast<uint8_t>(failure_.tagCode);
+    const char* name = tagName(code);
+    if (!name)
+        name = newerTagName(code);
+    std::snprintf(where, sizeof where, " in tag 0x%02X%s%s%s at offset %" PRIu64, code, name ? " (" : "",
+                  name ? name : "", name ? ")" : "", failure_.tagOffset);
+    text += where;
+    if (!failure_.detail.empty())
+        text += ": " + failure_.detail;
+    return text;
 }
 
 void CParser::dropPendingLineRecord()

@@ -2,6 +2,8 @@
 // that the store's own tables have no place for. Nothing the module answers is read from here.
 #pragma once
 
+#include "reader/NewerFacts.h"
+
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -68,6 +70,11 @@ struct ProgramFacts {
 
     /// Symbols the reader made rather than read: the plain-named twin of an "_A_" register.
     std::vector<uint32_t> derivedSymbols; ///< ascending
+
+    // ---- Files of format versions 10 and 11.
+
+    /// What only files of format versions 10 and 11 carry (reader/NewerFacts.h).
+    NewerFormatFacts newer;
 
 private:
     uint8_t originsSet_ = 0; ///< memory classes whose next write follows a t_org

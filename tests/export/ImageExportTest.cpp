@@ -71,16 +71,6 @@ std::string binaryOf(const Program& program, MemorySpace space)
     return bytes.str();
 }
 
-/// objcopy's reading of a HEX or S-record file as a binary from its lowest address, gaps 0xFF.
-std::string objcopyToBinary(const ScratchDir& dir, const std::string& input, const char* format)
-{
-    const std::string output = dir.path(std::string("objcopy-") + format + ".bin");
-    const test::ToolResult run = test::runTool({"objcopy", "-I", format, "-O", "binary", "--gap-fill", "0xff", input, output});
-    EXPECT_EQ(0, run.status) << run.err;
-    EXPECT_EQ("", run.err);
-    return readFile(output);
-}
-
 TEST(ImageExport, HexAndSRecordsReadBackAsTheBinaryImageThroughObjcopy)
 {
     REQUIRE_TOOL("objcopy");
@@ -104,8 +94,8 @@ TEST(ImageExport, HexAndSRecordsReadBackAsTheBinaryImageThroughObjcopy)
         exporter::writeIntelHex(c.program, c.space, hex);
         exporter::writeSRecords(c.program, c.space, srec);
         const std::string binary = binaryOf(c.program, c.space);
-        EXPECT_EQ(binary, objcopyToBinary(dir, hex, "ihex"));
-        EXPECT_EQ(binary, objcopyToBinary(dir, srec, "srec"));
+        EXPECT_EQ(binary, test::objcopyToBinary(dir, hex, "ihex"));
+        EXPECT_EQ(binary, test::objcopyToBinary(dir, srec, "srec"));
     }
 }
 

@@ -42,23 +42,32 @@ std::optional<Failure> refuseSpecialFile(const std::string& path)
                    std::nullopt};
 }
 
-Failure explainUnparsed(const std::string& path, const ModuleStatus& module)
+namespace {
+
+// The causes any reader of the file meets alike: no file, a directory, no permission, no bytes,
+// not UBROF. Otherwise nothing, and version holds the format version the header names (0 when
+// the header is cut short).
+std::optional<Failure> explainAnyReader(const std::string& path, const std::optional<ModuleStatus>& module,
+                                        int& version)
 {
+    const auto unreadable = [&module](const char* code, std::string message) {
+        return Failure{kUnreadable, code, std::move(message), module};
+    };
+    version = 0;
     if (path.empty())
-        return unreadable("no-such-file", "the file name is empty; give the path of a UBROF file", module);
+        return unreadable("no-such-file", "the file name is empty; give the path of a UBROF file");
     struct stat info {};
     if (stat(path.c_str(), &info) != 0) {
         if (errno == ENOENT || errno == ENOTDIR)
-            return unreadable("no-such-file", "there is no file " + path + "; check the path", module);
-        return unreadable("cannot-read", path + " cannot be read: " + std::strerror(errno), module);
+            return unreadable("no-such-file", "there is no file " + path + "; check the path");
+        return unreadable("cannot-read", path + " cannot be read: " + std::strerror(errno));
     }
     if (S_ISDIR(info.st_mode))
-        return unreadable("is-directory", path + " is a directory; give the path of a UBROF file in it", module);
+        return unreadable("is-directory", path + " is a directory; give the path of a UBROF file in it");
 
     const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK);
     if (fd < 0)
-        return unreadable("cannot-read", path + " cannot be read: " + std::strerror(errno) + "; check its permissions",
-                          module);
+        return unreadable("cannot-read", path + " cannot be read: " + std::strerror(errno) + "; check its permissions");
     uint8_t head[kVersionTagAt + 2] = {};
     size_t length = 0;
     while (length < sizeof head) {
@@ -70,24 +79,47 @@ Failure explainUnparsed(const std::string& path, const ModuleStatus& module)
     close(fd);
 
     if (length == 0)
-        return unreadable("empty-file",
-                          path + " is empty; the link that wrote it may have failed, so link the program again", module);
+        return unreadable("empty-file", path + " is empty; the link that wrote it may have failed, so link the program again");
     if (head[0] != kFileBegin)
-        return unreadable("not-ubrof",
-                          path + " is not a UBROF file: it begins with the byte " + hexByte(head[0]) +
-                              " where a UBROF file begins with 0xA5; give the debug file of a linked program "
-                              "(for example a .d90 file), not an object file, a listing or an image",
-                          module);
-    if (length == sizeof head && head[kVersionTagAt] == kVersionTag && head[kVersionTagAt + 1] >= kFirstUnreadVersion)
+        return unreadable("not-ubrof", path + " is not a UBROF file: it begins with the byte " + hexByte(head[0]) +
+                                           " where a UBROF file begins with 0xA5; give the debug file of a linked "
+                                           "program (for example a .d90 file), not an object file, a listing or an image");
+    if (length == sizeof head && head[kVersionTagAt] == kVersionTag)
+        version = head[kVersionTagAt + 1];
+    return std::nullopt;
+}
+
+const char* const kDamaged = " begins as a UBROF file but could not be read to its end: it is cut short or damaged";
+
+} // namespace
+
+Failure explainUnparsed(const std::string& path, const ModuleStatus& module)
+{
+    int version = 0;
+    if (auto failure = explainAnyReader(path, module, version))
+        return *failure;
+    if (version >= kFirstUnreadVersion)
         return unreadable("newer-version",
-                          path + " is in UBROF format version " + std::to_string(head[kVersionTagAt + 1]) +
+                          path + " is in UBROF format version " + std::to_string(version) +
                               "; the module reads versions up to 8, so link the program for version 8 or below "
                               "if the linker offers it",
                           module);
-    return unreadable("damaged",
-                      path + " begins as a UBROF file but could not be read to its end: it is cut short or damaged; "
-                             "link the program again",
-                      module);
+    return unreadable("damaged", path + kDamaged + "; link the program again", module);
+}
+
+Failure explainUnbuilt(const std::string& path, const std::string& reason)
+{
+    int version = 0;
+    if (auto failure = explainAnyReader(path, std::nullopt, version))
+        return *failure;
+    // The reader's reason begins with the path, which the sentence has already named.
+    const std::string why = reason.compare(0, path.size() + 2, path + ": ") == 0 ? reason.substr(path.size() + 2) : reason;
+    if (version >= kFirstUnreadVersion)
+        return Failure{kUnreadable, "newer-version",
+                       path + " is in UBROF format version " + std::to_string(version) +
+                           " and could not be read to its end (" + why + "); versions up to 8 are read whole",
+                       std::nullopt};
+    return Failure{kUnreadable, "damaged", path + kDamaged + " (" + why + "); link the program again", std::nullopt};
 }
 
 } // namespace ubrofdump

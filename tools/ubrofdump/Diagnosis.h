@@ -18,4 +18,8 @@ std::optional<Failure> refuseSpecialFile(const std::string& path);
 /// do, keeping the module's own report.
 Failure explainUnparsed(const std::string& path, const ModuleStatus& module);
 
+/// The Failure for a file the program model could not be built from, reason being the model's
+/// own: the same causes, but format versions 10 and 11 are read there.
+Failure explainUnbuilt(const std::string& path, const std::string& reason);
+
 } // namespace ubrofdump
