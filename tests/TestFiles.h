@@ -5,6 +5,7 @@
 
 #include <boost/filesystem.hpp>
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -13,6 +14,23 @@
 #include <vector>
 
 namespace ubrof::test {
+
+/// With UBROF_SEED_DIR set, every file a test saves is also kept there, named by its content, as a
+/// seed for the fuzzer (scripts/fuzz sets it). Larger files would slow every mutation of the fuzzer
+/// more than they could teach it.
+inline void keepAsSeed(const std::vector<uint8_t>& bytes)
+{
+    const char* folder = std::getenv("UBROF_SEED_DIR");
+    if (!folder || !*folder || bytes.size() > (1u << 20))
+        return;
+    uint64_t hash = 0xCBF29CE484222325ull;
+    for (uint8_t byte : bytes)
+        hash = (hash ^ byte) * 0x100000001B3ull;
+    char name[32];
+    std::snprintf(name, sizeof name, "writer-%016llx", static_cast<unsigned long long>(hash));
+    std::ofstream(std::string(folder) + "/" + name, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
 
 /// A fresh directory for one test, removed with it.
 class ScratchDir {
@@ -37,15 +55,14 @@ public:
     /// Saves the writer's bytes as name and answers the path.
     std::string save(const UbrofWriter& writer, const std::string& name = "test.d90") const
     {
-        const std::string file = path(name);
-        writer.save(file);
-        return file;
+        return save(writer.bytes(), name);
     }
 
     std::string save(const std::vector<uint8_t>& bytes, const std::string& name = "test.d90") const
     {
         const std::string file = path(name);
         UbrofWriter::save(file, bytes);
+        keepAsSeed(bytes);
         return file;
     }
 

@@ -132,7 +132,8 @@ void UbrofWriter::save(const std::string& path, const std::vector<uint8_t>& byte
     std::FILE* file = std::fopen(path.c_str(), "wb");
     if (!file)
         throw std::runtime_error("cannot write " + path);
-    const size_t written = std::fwrite(bytes.data(), 1, bytes.size(), file);
+    // An empty vector's data() may be null, which fwrite must not be given even for no bytes.
+    const size_t written = bytes.empty() ? 0 : std::fwrite(bytes.data(), 1, bytes.size(), file);
     const bool closed = std::fclose(file) == 0;
     if (written != bytes.size() || !closed)
         throw std::runtime_error("cannot write " + path);

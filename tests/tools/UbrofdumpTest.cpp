@@ -493,8 +493,11 @@ TEST(UbrofdumpTypes, AWideStructureCostsItsMembersOnce)
                                                  std::vector<std::string>{"symbols", "wide.d90", "--json"}}) {
         const DumpResult run = ubrofdump(dir, args);
         ASSERT_EQ(0, run.status) << run.err;
-        // The peak also counts the test's own pages that the child held before it became ubrofdump.
+        // The peak also counts the test's own pages that the child held before it became ubrofdump,
+        // and under the address sanitizer its shadow memory, which is no part of ubrofdump's cost.
+#if !defined(__SANITIZE_ADDRESS__)
         EXPECT_LT(run.peakKiB, 64 * 1024) << args.back();
+#endif
         EXPECT_LT(run.out.size(), 2u << 20) << args.back();
     }
 }
