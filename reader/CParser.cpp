@@ -3,7 +3,13 @@
 
 #include "reader/ReaderError.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 namespace ubrof {
 
@@ -40,8 +46,8 @@ CParser::CParser(UbrofFileHeader& fileHeader, NameTable& nameTable, TypeTable& t
 
 CParser::~CParser()
 {
-    if (file_)
-        std::fclose(file_);
+    if (file_ >= 0)
+        ::close(file_);
 }
 
 int CParser::parse(const char* path)
@@ -49,17 +55,22 @@ int CParser::parse(const char* path)
     if (!path || !*path)
         return 0;
     fileName_ = path;
-    file_ = std::fopen(path, "rb");
-    if (!file_)
+    file_ = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (file_ < 0)
         return 0;
     struct stat info;
-    fileSize_ = (fstat(fileno(file_), &info) == 0 && info.st_size > 0) ? uint64_t(info.st_size) : 0;
-    position_ = 0;
+    fileSize_ = (fstat(file_, &info) == 0 && info.st_size > 0) ? uint64_t(info.st_size) : 0;
+    // The file is read once, front to back; the kernel may read ahead and drop what was read.
+    posix_fadvise(file_, 0, 0, POSIX_FADV_SEQUENTIAL);
+    if (!block_)
+        block_.reset(new uint8_t[kBlockSize]);
+    next_ = end_ = block_.get();
+    blockOffset_ = 0;
     lastError_ = nullptr;
 
     auto closeFile = [this] {
-        std::fclose(file_);
-        file_ = nullptr;
+        ::close(file_);
+        file_ = -1;
     };
     try {
         for (;;) {
@@ -109,36 +120,41 @@ int CParser::skipUnknownTag(uint8_t code)
     return 0;
 }
 
-uint32_t CParser::readByte()
+void CParser::refill()
 {
-    const int c = getc_unlocked(file_);
-    if (c == EOF)
+    blockOffset_ = tell();
+    next_ = end_ = block_.get();
+    // A position past the end of the file is where a skip left the stream; nothing follows it.
+    if (blockOffset_ >= fileSize_)
         throw ReaderError{kUnexpectedEndOfFile};
-    ++position_;
-    return static_cast<uint32_t>(c);
-}
-
-uint32_t CParser::readWord16()
-{
-    const uint32_t high = readByte();
-    return (high << 8) | readByte();
-}
-
-uint32_t CParser::readWord32()
-{
-    uint32_t value = readByte();
-    value = (value << 8) | readByte();
-    value = (value << 8) | readByte();
-    return (value << 8) | readByte();
+    const size_t wanted = static_cast<size_t>(std::min<uint64_t>(kBlockSize, fileSize_ - blockOffset_));
+    size_t got = 0;
+    while (got < wanted) {
+        const ssize_t n = ::pread(file_, block_.get() + got, wanted - got, static_cast<off_t>(blockOffset_ + got));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        got += size_t(n);
+    }
+    if (got == 0)
+        throw ReaderError{kUnexpectedEndOfFile};
+    end_ = block_.get() + got;
 }
 
 void CParser::readBytes(uint8_t* destination, uint32_t count)
 {
     if (count > remaining())
         throw ReaderError{kUnexpectedEndOfFile};
-    if (std::fread(destination, 1, count, file_) != count)
-        throw ReaderError{kUnexpectedEndOfFile};
-    position_ += count;
+    while (count != 0) {
+        if (next_ == end_)
+            refill();
+        const uint32_t part = std::min<uint32_t>(count, static_cast<uint32_t>(end_ - next_));
+        std::memcpy(destination, next_, part);
+        next_ += part;
+        destination += part;
+        count -= part;
+    }
 }
 
 std::string CParser::readString(uint32_t count)
@@ -146,11 +162,16 @@ std::string CParser::readString(uint32_t count)
     // Checked before anything is allocated, so a hostile count costs nothing.
     if (count > remaining())
         throw ReaderError{kUnexpectedEndOfFile};
-    std::string text(count, '\0');
-    if (count != 0 && std::fread(&text[0], 1, count, file_) != count)
-        throw ReaderError{kUnexpectedEndOfFile};
-    position_ += count;
-    // Users of the text see it up to its first NUL, as a C string.
+    std::string text;
+    if (uint32_t(end_ - next_) >= count) {
+        // Users of the text see it up to its first NUL, as a C string.
+        const auto* nul = static_cast<const uint8_t*>(std::memchr(next_, 0, count));
+        text.assign(reinterpret_cast<const char*>(next_), nul ? size_t(nul - next_) : count);
+        next_ += count;
+        return text;
+    }
+    text.resize(count);
+    readBytes(reinterpret_cast<uint8_t*>(&text[0]), count);
     const size_t end = text.find('\0');
     if (end != std::string::npos)
         text.resize(end);
@@ -159,26 +180,26 @@ std::string CParser::readString(uint32_t count)
 
 void CParser::skipBytes(int32_t count)
 {
-    // Most skips are a few ignored bytes: reading them through the stream's buffer avoids
-    // a system call and a buffer refill per skip. A skip past the end still seeks, so that
-    // the failure comes from the next read.
-    if (count >= 0 && uint64_t(count) <= remaining() && count <= kSkipThroughBuffer) {
-        uint8_t scratch[kSkipThroughBuffer];
-        readBytes(scratch, static_cast<uint32_t>(count));
+    if (count >= 0 && count <= end_ - next_) {
+        next_ += count;
         return;
     }
-    if (count < 0 && uint64_t(-int64_t(count)) > position_)
+    const uint64_t position = tell();
+    if (count < 0 && uint64_t(-int64_t(count)) > position)
         throw ReaderError{kUnexpectedEndOfFile};
-    if (std::fseek(file_, count, SEEK_CUR) != 0)
-        throw ReaderError{kUnexpectedEndOfFile};
-    position_ = uint64_t(int64_t(position_) + count);
+    // A skip past the end succeeds; the failure comes from the next read.
+    seek(uint64_t(int64_t(position) + count));
 }
 
 void CParser::seek(uint64_t position)
 {
-    if (std::fseek(file_, static_cast<long>(position), SEEK_SET) != 0)
-        throw ReaderError{kUnexpectedEndOfFile};
-    position_ = position;
+    const uint64_t held = uint64_t(end_ - block_.get());
+    if (position >= blockOffset_ && position - blockOffset_ <= held) {
+        next_ = block_.get() + (position - blockOffset_);
+        return;
+    }
+    blockOffset_ = position;
+    next_ = end_ = block_.get();
 }
 
 void CParser::dropPendingLineRecord()

@@ -8,8 +8,8 @@
 #include "reader/TypeTable.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <map>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -50,18 +50,48 @@ public:
 
 private:
     // Byte-stream primitives: the only code that touches the file. Each raises
-    // ReaderError(kUnexpectedEndOfFile) when the item is not complete.
-    uint32_t readByte();
-    uint32_t readWord16();
-    uint32_t readWord32();
+    // ReaderError(kUnexpectedEndOfFile) when the item is not complete. The file is read in
+    // blocks of kBlockSize and decoded from the block, so a tag costs no call into the system.
+    uint32_t readByte()
+    {
+        if (next_ == end_)
+            refill();
+        return *next_++;
+    }
+    uint32_t readWord16()
+    {
+        if (end_ - next_ < 2) {
+            const uint32_t high = readByte();
+            return high << 8 | readByte();
+        }
+        const uint32_t value = uint32_t(next_[0]) << 8 | next_[1];
+        next_ += 2;
+        return value;
+    }
+    uint32_t readWord32()
+    {
+        if (end_ - next_ < 4) {
+            const uint32_t high = readWord16();
+            return high << 16 | readWord16();
+        }
+        const uint32_t value = uint32_t(next_[0]) << 24 | uint32_t(next_[1]) << 16 | uint32_t(next_[2]) << 8 | next_[3];
+        next_ += 4;
+        return value;
+    }
     void readBytes(uint8_t* destination, uint32_t count);
     /// A counted text, cut at its first NUL; the count is checked against what is left first.
     std::string readString(uint32_t count);
     void skipBytes(int32_t count);
-    static constexpr int32_t kSkipThroughBuffer = 4096;
-    uint64_t tell() const { return position_; }
+    uint64_t tell() const { return blockOffset_ + uint64_t(next_ - block_.get()); }
     void seek(uint64_t position);
-    uint64_t remaining() const { return position_ < fileSize_ ? fileSize_ - position_ : 0; }
+    uint64_t remaining() const
+    {
+        const uint64_t position = tell();
+        return position < fileSize_ ? fileSize_ - position : 0;
+    }
+    /// Reads the block that starts at tell(); raises the end-of-file error when there is none.
+    void refill();
+    static constexpr uint32_t kBlockSize = 64 * 1024;
 
     int skipUnknownTag(uint8_t code);
 
@@ -92,11 +122,14 @@ private:
 #include "reader/Tags.def"
 #undef UBROF_TAG
 
-    // The stream.
+    // The stream: the block holds the file's bytes from blockOffset_ on, up to end_.
     const char* fileName_ = nullptr;
-    std::FILE* file_ = nullptr;
+    int file_ = -1;
     uint64_t fileSize_ = 0;
-    uint64_t position_ = 0;
+    std::unique_ptr<uint8_t[]> block_;
+    const uint8_t* next_ = nullptr;
+    const uint8_t* end_ = nullptr;
+    uint64_t blockOffset_ = 0;
     const char* lastError_ = nullptr;
 
     const TagEntry* tagIndex_[256] = {};
