@@ -73,19 +73,18 @@ bool TarnUbrofParser::getCodeAreasInRange(tarn::Status& status, uint64_t start, 
             "StartAddress,  (0x%llx), was larger than end address, (0x%llx), when looking upcode area.",
             static_cast<unsigned long long>(start), static_cast<unsigned long long>(end))));
     }
-    auto startsBefore = [](const tarn::CodeArea& area, uint64_t address) { return area.startAddress < address; };
-    size_t p = static_cast<size_t>(
-        std::lower_bound(codeAreas.begin(), codeAreas.end(), start, startsBefore) - codeAreas.begin());
+    size_t p = codeAreas.lowerBound(start);
     // A range that begins before the first area but reaches it is answered from that area on.
-    if (!codeAreas.empty() && start < codeAreas.front().startAddress && end >= codeAreas.front().startAddress)
-        start = codeAreas.front().startAddress;
-    if (p < codeAreas.size() && codeAreas[p].startAddress == start) {
+    if (!codeAreas.empty() && start < codeAreas.startAddress(0) && end >= codeAreas.startAddress(0))
+        start = codeAreas.startAddress(0);
+    if (p < codeAreas.size() && codeAreas.startAddress(p) == start) {
         collectCodeAreas(p, end, out);
         return true;
     }
     // Otherwise the area that starts below the range answers for it, as long as the range does
     // not run past the last area's end.
-    if (p != 0 && end <= codeAreas.back().endAddress) {
+    if (p != 0 && end <= uint64_t(codeAreas.startAddress(codeAreas.size() - 1)) +
+                             lineTable.codeSize(codeAreas.lineRecord(codeAreas.size() - 1))) {
         collectCodeAreas(p - 1, end, out);
         return true;
     }
@@ -98,8 +97,21 @@ bool TarnUbrofParser::getCodeAreasInRange(tarn::Status& status, uint64_t start, 
 void TarnUbrofParser::collectCodeAreas(size_t position, uint64_t end, std::vector<tarn::CodeArea>& out) const
 {
     out.clear();
-    for (size_t i = position; i < codeAreas.size() && codeAreas[i].startAddress <= end; ++i)
-        out.push_back(codeAreas[i]);
+    // Neighbouring areas mostly share their scope: its name is looked up again only when an
+    // area starts outside the addresses over which the last answer holds.
+    uint64_t sameLow = 1, sameHigh = 0;
+    std::string name;
+    for (size_t i = position; i < codeAreas.size() && codeAreas.startAddress(i) <= end; ++i) {
+        tarn::CodeArea& area = out.emplace_back();
+        fillCodeArea(i, area);
+        const uint32_t pc = codeAreas.startAddress(i);
+        if (pc < sameLow || pc >= sameHigh) {
+            const int32_t scope = scopeAtAddress(pc, &sameLow, &sameHigh);
+            name = scope < 0 ? std::string()
+                             : nameTable.nameText(static_cast<uint32_t>(blockTree.blocks[size_t(scope)].nameIndex));
+        }
+        area.functionName = name;
+    }
 }
 
 } // namespace ubrof

@@ -95,9 +95,13 @@ TarnUbrofParser::SegmentIndex TarnUbrofParser::makeSegmentIndex(std::vector<Span
     return index;
 }
 
-int32_t TarnUbrofParser::SegmentIndex::at(uint32_t pc) const
+int32_t TarnUbrofParser::SegmentIndex::at(uint32_t pc, uint64_t* low, uint64_t* high) const
 {
     const auto after = std::upper_bound(bounds.begin(), bounds.end(), uint64_t(pc));
+    if (after != bounds.end() && high)
+        *high = std::min(*high, *after);
+    if (after != bounds.begin() && low)
+        *low = std::max(*low, *(after - 1));
     if (after == bounds.begin() || after == bounds.end())
         return -1;
     return winner[size_t(after - bounds.begin()) - 1];
@@ -148,7 +152,7 @@ void TarnUbrofParser::indexScopes()
             const FileLineRange& range = fileLineRanges[rangeIndex];
             const uint64_t last = uint64_t(range.firstLineRecord) + range.lineRecordCount - 1;
             if (last < lineTable.size())
-                claim(lineTable[last].address, uint64_t(lineTable[last].address) + lineTable[last].size);
+                claim(lineTable.address(last), uint64_t(lineTable.address(last)) + lineTable.codeSize(last));
         }
     }
     moduleHolding_ = makeSegmentIndex(std::move(holding), false);
@@ -165,7 +169,7 @@ int32_t TarnUbrofParser::scopeHolding(const std::vector<uint32_t>& scopes, uint3
     return -1;
 }
 
-int32_t TarnUbrofParser::innermostBelow(uint32_t scope, uint32_t pc) const
+int32_t TarnUbrofParser::innermostBelow(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const
 {
     const std::vector<BlockRecord>& blocks = blockTree.blocks;
     const bool indexed = scopesIndexed();
@@ -174,7 +178,7 @@ int32_t TarnUbrofParser::innermostBelow(uint32_t scope, uint32_t pc) const
     for (size_t depth = 0; depth < blocks.size(); ++depth) {
         int32_t child = -1;
         if (indexed) {
-            const int32_t position = childIndex_[scope].at(pc);
+            const int32_t position = childIndex_[scope].at(pc, low, high);
             child = position < 0 ? -1 : static_cast<int32_t>(blocks[scope].children[size_t(position)]);
         } else {
             child = scopeHolding(blocks[scope].children, pc);
@@ -198,8 +202,8 @@ bool TarnUbrofParser::lineRangesEndAt(const BlockRecord& module, uint32_t pc) co
         const uint64_t last = uint64_t(range.firstLineRecord) + range.lineRecordCount - 1;
         if (last >= lineTable.size())
             continue;
-        const LineRecord& record = lineTable[last];
-        if (record.address <= pc && pc - record.address < record.size)
+        const uint32_t address = lineTable.address(last);
+        if (address <= pc && pc - address < lineTable.codeSize(last))
             return true;
     }
     return false;
@@ -207,23 +211,34 @@ bool TarnUbrofParser::lineRangesEndAt(const BlockRecord& module, uint32_t pc) co
 
 int32_t TarnUbrofParser::findScopeAtAddress(uint32_t pc) const
 {
+    uint64_t low = 0, high = 0;
+    return scopeAtAddress(pc, &low, &high);
+}
+
+int32_t TarnUbrofParser::scopeAtAddress(uint32_t pc, uint64_t* low, uint64_t* high) const
+{
     const std::vector<BlockRecord>& blocks = blockTree.blocks;
     if (scopesIndexed()) {
-        const int32_t claimed = moduleClaiming_.at(pc);
+        // The answer holds over the piece of every index consulted on the way.
+        *low = 0;
+        *high = uint64_t(1) << 32;
+        const int32_t claimed = moduleClaiming_.at(pc, low, high);
         if (claimed >= 0) {
             const uint32_t module = blockTree.roots[size_t(claimed)];
-            const int32_t inner = innermostBelow(module, pc);
+            const int32_t inner = innermostBelow(module, pc, low, high);
             return inner >= 0 ? inner : static_cast<int32_t>(module);
         }
-        const int32_t held = moduleHolding_.at(pc);
+        const int32_t held = moduleHolding_.at(pc, low, high);
         return held >= 0 ? static_cast<int32_t>(blockTree.roots[size_t(held)]) : -1;
     }
+    *low = pc;
+    *high = uint64_t(pc) + 1;
     int32_t result = -1;
     for (uint32_t module : blockTree.roots) {
         if (module >= blocks.size() || !blocks[module].holds(pc))
             continue;
         result = static_cast<int32_t>(module);
-        const int32_t inner = innermostBelow(module, pc);
+        const int32_t inner = innermostBelow(module, pc, nullptr, nullptr);
         if (inner >= 0)
             return inner;
         if (lineRangesEndAt(blocks[module], pc))

@@ -4,8 +4,10 @@
 #include "host/CodeArea.h"
 #include "host/FileMapper.h"
 #include "host/Status.h"
+#include "parser/CodeAreaTable.h"
 #include "reader/BlockTree.h"
 #include "reader/DMemory.h"
+#include "reader/LineTable.h"
 #include "reader/ProgramFacts.h"
 #include "reader/Records.h"
 #include "reader/TypeTable.h"
@@ -137,6 +139,8 @@ public:
     bool getCodeAreasInRange(tarn::Status& status, uint64_t start, uint64_t end,
                              std::vector<tarn::CodeArea>& out) const;
     void collectCodeAreas(size_t position, uint64_t end, std::vector<tarn::CodeArea>& out) const;
+    /// The host's value of code area number area (of codeAreas), built on demand.
+    tarn::CodeArea codeArea(size_t area) const;
 
     // The tables, in declaration order. The reader fills them during parseFile; afterwards
     // they are only read.
@@ -152,20 +156,16 @@ public:
     DMemory eepromMemory;
     DMemory dataMemory;
     std::vector<SourceFileRecord> sourceFileTable;
-    std::vector<LineRecord> lineTable;
+    LineTable lineTable;
     BlockTree blockTree;
     FileIndex fileIndex;
     std::vector<FileLineRange> fileLineRanges;
-    std::vector<tarn::CodeArea> codeAreas;
+    CodeAreaTable codeAreas;
     tarn::FileMapper fileMapper;
     /// What only the program model reads; kept only when keepFacts is set before the parse, so
     /// that a debugger host does not pay for tables it never asks about.
     ProgramFacts facts;
     bool keepFacts = false;
-
-    /// Text the code-area table may hold in all: far beyond any real program, and a bound on
-    /// what a hostile file can make the store copy.
-    static constexpr uint64_t kMaxCodeAreaText = uint64_t(256) << 20;
 
 private:
     /// An address range [low, high) of the scope at position in its list.
@@ -181,12 +181,15 @@ private:
     struct SegmentIndex {
         std::vector<uint64_t> bounds; ///< piece i is [bounds[i], bounds[i + 1])
         std::vector<int32_t> winner;  ///< per piece: a position, or -1
-        /// The winning position at pc, or -1.
-        int32_t at(uint32_t pc) const;
+        /// The winning position at pc, or -1; narrows [*low, *high) to the piece of pc when given.
+        int32_t at(uint32_t pc, uint64_t* low = nullptr, uint64_t* high = nullptr) const;
     };
 
-    /// False when the areas would hold more than kMaxCodeAreaText of names.
-    bool buildCodeAreas();
+    void buildCodeAreas();
+    /// An area's fields, all but its function name.
+    void fillCodeArea(size_t area, tarn::CodeArea& built) const;
+    /// findScopeAtAddress, and the addresses [*low, *high) around pc over which its answer holds.
+    int32_t scopeAtAddress(uint32_t pc, uint64_t* low, uint64_t* high) const;
     void createMemberSymbols();
     /// The image of a memory class, after the checks every memory query makes.
     int32_t imageFor(uint8_t memoryClass, const DMemory** image) const;
@@ -195,7 +198,7 @@ private:
     /// The first of scopes, in order, that holds pc; -1 when none does.
     int32_t scopeHolding(const std::vector<uint32_t>& scopes, uint32_t pc) const;
     /// The innermost scope below scope that holds pc; -1 when no child does.
-    int32_t innermostBelow(uint32_t scope, uint32_t pc) const;
+    int32_t innermostBelow(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const;
     bool lineRangesEndAt(const BlockRecord& module, uint32_t pc) const;
     /// The category getTypeInfo gives a type; undefined for -1.
     uint32_t categoryOfType(int32_t type) const;

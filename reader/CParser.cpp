@@ -23,7 +23,7 @@ CParser::CParser(UbrofFileHeader& fileHeader, NameTable& nameTable, TypeTable& t
                  std::vector<GroupRecord>& groupTable, std::vector<ModuleRecord>& moduleTable,
                  BlockTree& blockTree, SymbolTable& symbolTable, DMemory& codeMemory,
                  DMemory& eepromMemory, DMemory& dataMemory,
-                 std::vector<SourceFileRecord>& sourceFileTable, std::vector<LineRecord>& lineTable,
+                 std::vector<SourceFileRecord>& sourceFileTable, LineTable& lineTable,
                  FileIndex& fileIndex, std::vector<FileLineRange>& fileLineRanges)
     : fileHeader_(fileHeader),
       nameTable_(nameTable),
@@ -220,7 +220,7 @@ void CParser::completePendingLineRecord(uint32_t count)
         return;
     pendingLineRecord = false;
     if (!lineTable_.empty())
-        lineTable_.back().size = count;
+        lineTable_.setCodeSize(lineTable_.size() - 1, count);
     if (blockTree_.current >= 0)
         blockTree_.widenBlock(static_cast<uint32_t>(blockTree_.current), codeAddress,
                               codeAddress + count);

@@ -3,6 +3,7 @@
 
 #include "reader/BlockTree.h"
 #include "reader/DMemory.h"
+#include "reader/LineTable.h"
 #include "reader/ProgramFacts.h"
 #include "reader/Records.h"
 #include "reader/TypeTable.h"
@@ -33,7 +34,7 @@ public:
             std::vector<GroupRecord>& groupTable, std::vector<ModuleRecord>& moduleTable,
             BlockTree& blockTree, SymbolTable& symbolTable, DMemory& codeMemory,
             DMemory& eepromMemory, DMemory& dataMemory,
-            std::vector<SourceFileRecord>& sourceFileTable, std::vector<LineRecord>& lineTable,
+            std::vector<SourceFileRecord>& sourceFileTable, LineTable& lineTable,
             FileIndex& fileIndex, std::vector<FileLineRange>& fileLineRanges);
     virtual ~CParser();
     CParser(const CParser&) = delete;
@@ -147,7 +148,7 @@ private:
     DMemory& eepromMemory_;
     DMemory& dataMemory_;
     std::vector<SourceFileRecord>& sourceFileTable_;
-    std::vector<LineRecord>& lineTable_;
+    LineTable& lineTable_;
     FileIndex& fileIndex_;
     std::vector<FileLineRange>& fileLineRanges_;
     ProgramFacts* facts_ = nullptr;

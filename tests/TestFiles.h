@@ -5,6 +5,7 @@
 
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <string>
 
 namespace ubrof::test {
@@ -47,6 +48,15 @@ public:
 private:
     boost::filesystem::path path_;
 };
+
+/// The peak resident memory of this process so far, in KiB: a test that must stay within a
+/// bound compares it before and after, with a generous margin.
+inline long peakResidentKiB()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
 
 /// Path of a file in the shared collection of real UBROF files.
 inline std::string realFile(const std::string& relative)

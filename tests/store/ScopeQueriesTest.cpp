@@ -110,11 +110,15 @@ TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRealFiles)
     for (const char* name : {"avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90", "avr-mobit-nmea/nmea.d90"}) {
         TarnUbrofParser store;
         ASSERT_EQ(0, store.initialize() ? store.parseFile(test::realFile(name)) : -1) << name;
-        const uint32_t end = store.codeAreas.empty() ? 0 : uint32_t(store.codeAreas.back().endAddress) + 0x10;
+        const size_t areas = store.codeAreas.size();
+        const uint32_t end = areas == 0 ? 0 : uint32_t(store.codeArea(areas - 1).endAddress) + 0x10;
         std::vector<int32_t> indexed;
         for (uint32_t pc = 0; pc < end; ++pc)
             indexed.push_back(store.findScopeAtAddress(pc));
-        for (const tarn::CodeArea& area : store.codeAreas)
+        std::vector<tarn::CodeArea> all;
+        store.collectCodeAreas(0, 0xFFFFFFFF, all);
+        ASSERT_EQ(areas, all.size());
+        for (const tarn::CodeArea& area : all)
             EXPECT_EQ(area.functionName, store.getScopeNameAtPc(uint32_t(area.startAddress))) << name;
         // A block in no list changes no answer but leaves the index stale, so the tree is walked.
         store.blockTree.blocks.emplace_back();

@@ -1,0 +1,104 @@
+// A growable table of plain records kept in fixed-size chunks: appending never moves a record.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace ubrof {
+
+/// Like a vector of T for appending and indexing, but a table of millions of records grows
+/// without the copy (and the moment of twice the memory) of a vector's reallocation, and its
+/// memory follows its size.
+template <typename T, unsigned ChunkBits = 14>
+class ChunkedVector {
+    static_assert(std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T>,
+                  "chunks are released without running destructors");
+
+public:
+    static constexpr size_t kChunkSize = size_t(1) << ChunkBits;
+
+    class const_iterator {
+    public:
+        using iterator_category = std::random_access_iterator_tag;
+        using value_type = T;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const T*;
+        using reference = const T&;
+
+        const_iterator() = default;
+        const_iterator(const ChunkedVector* table, size_t index) : table_(table), index_(index) {}
+        reference operator*() const { return (*table_)[index_]; }
+        pointer operator->() const { return &(*table_)[index_]; }
+        reference operator[](difference_type n) const { return (*table_)[size_t(difference_type(index_) + n)]; }
+        const_iterator& operator++() { ++index_; return *this; }
+        const_iterator operator++(int) { const_iterator old = *this; ++index_; return old; }
+        const_iterator& operator--() { --index_; return *this; }
+        const_iterator operator--(int) { const_iterator old = *this; --index_; return old; }
+        const_iterator& operator+=(difference_type n) { index_ = size_t(difference_type(index_) + n); return *this; }
+        const_iterator& operator-=(difference_type n) { return *this += -n; }
+        friend const_iterator operator+(const_iterator it, difference_type n) { return it += n; }
+        friend const_iterator operator+(difference_type n, const_iterator it) { return it += n; }
+        friend const_iterator operator-(const_iterator it, difference_type n) { return it -= n; }
+        friend difference_type operator-(const const_iterator& a, const const_iterator& b)
+        {
+            return difference_type(a.index_) - difference_type(b.index_);
+        }
+        friend bool operator==(const const_iterator& a, const const_iterator& b) { return a.index_ == b.index_; }
+        friend bool operator!=(const const_iterator& a, const const_iterator& b) { return a.index_ != b.index_; }
+        friend bool operator<(const const_iterator& a, const const_iterator& b) { return a.index_ < b.index_; }
+        friend bool operator>(const const_iterator& a, const const_iterator& b) { return a.index_ > b.index_; }
+        friend bool operator<=(const const_iterator& a, const const_iterator& b) { return a.index_ <= b.index_; }
+        friend bool operator>=(const const_iterator& a, const const_iterator& b) { return a.index_ >= b.index_; }
+
+    private:
+        const ChunkedVector* table_ = nullptr;
+        size_t index_ = 0;
+    };
+
+    ChunkedVector() = default;
+    ChunkedVector(ChunkedVector&&) noexcept = default;
+    ChunkedVector& operator=(ChunkedVector&&) noexcept = default;
+
+    size_t size() const { return size_; }
+    bool empty() const { return size_ == 0; }
+    T& operator[](size_t index) { return chunks_[index >> ChunkBits][index & (kChunkSize - 1)]; }
+    const T& operator[](size_t index) const { return chunks_[index >> ChunkBits][index & (kChunkSize - 1)]; }
+    T& back() { return (*this)[size_ - 1]; }
+    const T& back() const { return (*this)[size_ - 1]; }
+    const_iterator begin() const { return const_iterator(this, 0); }
+    const_iterator end() const { return const_iterator(this, size_); }
+
+    void push_back(const T& value) { emplace_back(value); }
+    template <typename... Args>
+    T& emplace_back(Args&&... args)
+    {
+        if ((size_ & (kChunkSize - 1)) == 0 && (size_ >> ChunkBits) == chunks_.size())
+            chunks_.emplace_back(static_cast<T*>(::operator new(sizeof(T) * kChunkSize)));
+        T* slot = &chunks_[size_ >> ChunkBits][size_ & (kChunkSize - 1)];
+        ::new (static_cast<void*>(slot)) T{std::forward<Args>(args)...};
+        ++size_;
+        return *slot;
+    }
+    /// Drops the last record; its chunk stays for the next one.
+    void pop_back() { --size_; }
+    void clear()
+    {
+        chunks_.clear();
+        size_ = 0;
+    }
+
+private:
+    struct Release {
+        void operator()(T* chunk) const { ::operator delete(chunk); }
+    };
+    std::vector<std::unique_ptr<T[], Release>> chunks_;
+    size_t size_ = 0;
+};
+
+} // namespace ubrof

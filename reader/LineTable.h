@@ -1,0 +1,82 @@
+// The store's statement records, packed to the widths the file gives their fields.
+#pragma once
+
+#include "reader/ChunkedVector.h"
+#include "reader/Records.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <vector>
+
+namespace ubrof {
+
+/// The LineRecords of a file in 16 bytes each instead of 28: lines and columns are 16-bit
+/// fields of t_src_stat and a statement's code arrives in one t_abs_var of at most 255 bytes.
+/// A record whose values do not fit (set by hand, or by a format with wider fields) is kept
+/// whole on the side, so every record reads back exactly as it was appended.
+class LineTable {
+public:
+    class const_iterator {
+    public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = LineRecord;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const LineRecord*;
+        using reference = LineRecord;
+
+        const_iterator(const LineTable* table, size_t index) : table_(table), index_(index) {}
+        LineRecord operator*() const { return (*table_)[index_]; }
+        const_iterator& operator++() { ++index_; return *this; }
+        bool operator==(const const_iterator& other) const { return index_ == other.index_; }
+        bool operator!=(const const_iterator& other) const { return index_ != other.index_; }
+
+    private:
+        const LineTable* table_;
+        size_t index_;
+    };
+
+    size_t size() const { return rows_.size(); }
+    bool empty() const { return rows_.empty(); }
+    /// The record as it was appended (and completed by setCodeSize).
+    LineRecord operator[](size_t index) const;
+    LineRecord back() const { return (*this)[size() - 1]; }
+    const_iterator begin() const { return const_iterator(this, 0); }
+    const_iterator end() const { return const_iterator(this, size()); }
+
+    void push_back(const LineRecord& record);
+    /// Removes the last record.
+    void pop_back();
+    /// The size of record index's code, as t_abs_var completes a statement.
+    void setCodeSize(size_t index, uint32_t size);
+
+    // The fields the queries search by, without unpacking the record.
+    uint32_t address(size_t index) const { return rows_[index].address; }
+    uint32_t codeSize(size_t index) const
+    {
+        const Row& row = rows_[index];
+        return row.wide ? wide_[row.wideIndex()].size : row.size;
+    }
+    uint8_t flags(size_t index) const { return rows_[index].flags; }
+
+private:
+    struct Row {
+        uint32_t address;
+        uint16_t line;
+        uint16_t lastLine; ///< line + lineSpan, modulo 2^16
+        uint16_t column;
+        uint16_t endColumn;
+        uint16_t size;
+        uint8_t flags;
+        uint8_t wide; ///< 1: the record is wide_[column | endColumn << 16]
+        uint32_t wideIndex() const { return uint32_t(column) | uint32_t(endColumn) << 16; }
+    };
+    static_assert(sizeof(Row) == 16, "a statement record is 16 bytes");
+
+    static bool fitsRow(const LineRecord& record);
+
+    ChunkedVector<Row> rows_;
+    std::vector<LineRecord> wide_;
+};
+
+} // namespace ubrof
