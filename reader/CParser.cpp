@@ -67,6 +67,7 @@ int CParser::parse(const char* path)
     next_ = end_ = block_.get();
     blockOffset_ = 0;
     lastError_ = nullptr;
+    lastErrorDetail_.clear();
 
     auto closeFile = [this] {
         ::close(file_);
@@ -86,6 +87,7 @@ int CParser::parse(const char* path)
         }
     } catch (const ReaderError& error) {
         lastError_ = error.text;
+        lastErrorDetail_ = error.detail;
         closeFile();
         return 0;
     } catch (...) {
@@ -200,6 +202,33 @@ void CParser::seek(uint64_t position)
     }
     blockOffset_ = position;
     next_ = end_ = block_.get();
+}
+
+void CParser::writeImage(DMemory& image, uint32_t address, uint32_t count)
+{
+    if (count > remaining())
+        throw ReaderError{kUnexpectedEndOfFile};
+    const uint64_t offset = tell();
+    if (uint32_t(end_ - next_) >= count) {
+        image.write(address, next_, count);
+        next_ += count;
+    } else {
+        uint8_t part[4096];
+        for (uint64_t at = address; count != 0;) {
+            const uint32_t n = std::min<uint32_t>(count, sizeof part);
+            readBytes(part, n);
+            // Past the top of the address space the bytes are read and dropped.
+            if (at <= 0xFFFFFFFF)
+                image.write(static_cast<uint32_t>(at), part, n);
+            at += n;
+            count -= n;
+        }
+    }
+    const uint64_t used = codeMemory_.allocatedBytes() + dataMemory_.allocatedBytes() + eepromMemory_.allocatedBytes();
+    if (used > imageBudget())
+        throw ReaderError{kOutOfMemory, "the memory images would take more than " + std::to_string(imageBudget()) +
+                                            " bytes (four times the file and 64 MiB) at file offset " +
+                                            std::to_string(offset)};
 }
 
 void CParser::dropPendingLineRecord()

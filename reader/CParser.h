@@ -45,6 +45,8 @@ public:
 
     /// The reader's text for the last failed parse, nullptr after success; for diagnostics.
     const char* lastError() const { return lastError_; }
+    /// For a failure at one of the reader's limits, which limit and at which offset of the file.
+    const std::string& lastErrorDetail() const { return lastErrorDetail_; }
 
     /// Where to keep the facts only the program model reads; none are kept without it.
     void keepFacts(ProgramFacts* facts) { facts_ = facts; }
@@ -96,6 +98,13 @@ private:
 
     int skipUnknownTag(uint8_t code);
 
+    /// Moves count bytes of the stream into image at address, within the images' budget.
+    void writeImage(DMemory& image, uint32_t address, uint32_t count);
+    /// Memory the three images may take in all: a file of n bytes can fill at most n bytes of
+    /// them, but every byte it places on a new page costs the whole page, so the bound is a
+    /// multiple of the file's size with room for real programs' scattered segments.
+    uint64_t imageBudget() const { return 4 * fileSize_ + (uint64_t(64) << 20); }
+
     // Line records (shared by the source and symbol tags).
     void dropPendingLineRecord();
     void completePendingLineRecord(uint32_t count);
@@ -132,6 +141,7 @@ private:
     const uint8_t* end_ = nullptr;
     uint64_t blockOffset_ = 0;
     const char* lastError_ = nullptr;
+    std::string lastErrorDetail_;
 
     const TagEntry* tagIndex_[256] = {};
     std::vector<std::pair<uint8_t, uint8_t>> skipInfo_; ///< (tag code, skip code) in file order

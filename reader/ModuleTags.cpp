@@ -200,7 +200,7 @@ int CParser::handleAbsVar()
     // An empty t_abs_var writes nothing, so it must not widen the image's range either
     // (at address 0 that range would wrap to cover the whole address space).
     if (count != 0)
-        readBytes(image->reserve(*address, count), count);
+        writeImage(*image, *address, count);
     *address += count;
     return 0;
 }

@@ -24,6 +24,7 @@ protected:
                        store->lineTable, store->fileIndex, store->fileLineRanges);
         const int result = reader.parse(path.c_str());
         const std::string error = reader.lastError() ? reader.lastError() : "";
+        detail = reader.lastErrorDetail();
         EXPECT_EQ(result == 1, error.empty()) << "result " << result << ", error " << error;
         return error;
     }
@@ -43,6 +44,7 @@ protected:
 
     ScratchDir dir;
     std::string path;
+    std::string detail; ///< what the last read's reader said about a limit it reached
     std::unique_ptr<TarnUbrofParser> store;
 };
 
