@@ -109,21 +109,50 @@ int32_t TarnUbrofParser::SegmentIndex::at(uint32_t pc, uint64_t* low, uint64_t* 
 
 void TarnUbrofParser::indexScopes()
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     auto covers = [&](uint32_t scope) {
         return scope < blocks.size() && blocks[scope].lowAddress < blocks[scope].highAddress;
     };
 
-    childIndex_.clear();
-    childIndex_.reserve(blocks.size());
-    for (const BlockRecord& block : blocks) {
-        std::vector<Span> children;
-        for (size_t i = 0; i < block.children.size(); ++i) {
-            const uint32_t child = block.children[i];
-            if (covers(child))
-                children.push_back({blocks[child].lowAddress, blocks[child].highAddress, int32_t(i)});
+    // Every scope's pieces go into one pair of arrays: a scope without children costs its slice.
+    childSlices_.clear();
+    childBounds_.clear();
+    childWinners_.clear();
+    childSlices_.reserve(blocks.size());
+    std::vector<Span> children;
+    for (uint32_t scope = 0; scope < blocks.size(); ++scope) {
+        children.clear();
+        const IndexRange list = blockTree.children(scope);
+        bool disjoint = true;
+        for (size_t i = 0; i < list.size(); ++i) {
+            const uint32_t child = list[i];
+            if (!covers(child))
+                continue;
+            if (!children.empty() && blocks[child].lowAddress < children.back().high)
+                disjoint = false;
+            children.push_back({blocks[child].lowAddress, blocks[child].highAddress, int32_t(i)});
         }
-        childIndex_.push_back(makeSegmentIndex(std::move(children), true));
+        const auto first = static_cast<uint32_t>(childBounds_.size());
+        if (disjoint) {
+            // Children side by side in address order, as compilers lay them out: the pieces
+            // are the children and the gaps between them.
+            for (const Span& span : children) {
+                if (childBounds_.size() == first || childBounds_.back() != span.low) {
+                    childBounds_.push_back(static_cast<uint32_t>(span.low));
+                    childWinners_.push_back(-1);
+                }
+                childWinners_.back() = span.position;
+                childBounds_.push_back(static_cast<uint32_t>(span.high));
+                childWinners_.push_back(-1);
+            }
+        } else {
+            const SegmentIndex index = makeSegmentIndex(children, true);
+            for (size_t i = 0; i < index.bounds.size(); ++i) {
+                childBounds_.push_back(static_cast<uint32_t>(index.bounds[i]));
+                childWinners_.push_back(i < index.winner.size() ? index.winner[i] : -1);
+            }
+        }
+        childSlices_.push_back({first, static_cast<uint32_t>(childBounds_.size()) - first});
     }
 
     // The plain walk answers with the first top-level scope that holds pc and claims it
@@ -142,11 +171,11 @@ void TarnUbrofParser::indexScopes()
             if (low < high)
                 claiming.push_back({low, high, int32_t(i)});
         };
-        for (uint32_t child : module.children) {
+        for (uint32_t child : blockTree.children(blockTree.roots[i])) {
             if (covers(child))
                 claim(blocks[child].lowAddress, blocks[child].highAddress);
         }
-        for (uint32_t rangeIndex : module.lineRanges) {
+        for (uint32_t rangeIndex : blockTree.lineRanges(blockTree.roots[i])) {
             if (rangeIndex >= fileLineRanges.size() || fileLineRanges[rangeIndex].lineRecordCount == 0)
                 continue;
             const FileLineRange& range = fileLineRanges[rangeIndex];
@@ -159,9 +188,24 @@ void TarnUbrofParser::indexScopes()
     moduleClaiming_ = makeSegmentIndex(std::move(claiming), true);
 }
 
-int32_t TarnUbrofParser::scopeHolding(const std::vector<uint32_t>& scopes, uint32_t pc) const
+int32_t TarnUbrofParser::childAt(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChildSlice& slice = childSlices_[scope];
+    const uint32_t* first = childBounds_.data() + slice.first;
+    const uint32_t* last = first + slice.count;
+    const uint32_t* after = std::upper_bound(first, last, pc);
+    if (after != last && high)
+        *high = std::min<uint64_t>(*high, *after);
+    if (after != first && low)
+        *low = std::max<uint64_t>(*low, *(after - 1));
+    if (after == first || after == last)
+        return -1;
+    return childWinners_[slice.first + size_t(after - first) - 1];
+}
+
+int32_t TarnUbrofParser::scopeHolding(IndexRange scopes, uint32_t pc) const
+{
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     for (uint32_t scope : scopes) {
         if (scope < blocks.size() && blocks[scope].holds(pc))
             return static_cast<int32_t>(scope);
@@ -171,17 +215,17 @@ int32_t TarnUbrofParser::scopeHolding(const std::vector<uint32_t>& scopes, uint3
 
 int32_t TarnUbrofParser::innermostBelow(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     const bool indexed = scopesIndexed();
     int32_t found = -1;
     // A tree filled by hand could loop; a real one is never deeper than it has blocks.
     for (size_t depth = 0; depth < blocks.size(); ++depth) {
         int32_t child = -1;
         if (indexed) {
-            const int32_t position = childIndex_[scope].at(pc, low, high);
-            child = position < 0 ? -1 : static_cast<int32_t>(blocks[scope].children[size_t(position)]);
+            const int32_t position = childAt(scope, pc, low, high);
+            child = position < 0 ? -1 : static_cast<int32_t>(blockTree.children(scope)[size_t(position)]);
         } else {
-            child = scopeHolding(blocks[scope].children, pc);
+            child = scopeHolding(blockTree.children(scope), pc);
         }
         if (child < 0)
             break;
@@ -191,9 +235,9 @@ int32_t TarnUbrofParser::innermostBelow(uint32_t scope, uint32_t pc, uint64_t* l
     return found;
 }
 
-bool TarnUbrofParser::lineRangesEndAt(const BlockRecord& module, uint32_t pc) const
+bool TarnUbrofParser::lineRangesEndAt(uint32_t module, uint32_t pc) const
 {
-    for (uint32_t rangeIndex : module.lineRanges) {
+    for (uint32_t rangeIndex : blockTree.lineRanges(module)) {
         if (rangeIndex >= fileLineRanges.size())
             continue;
         const FileLineRange& range = fileLineRanges[rangeIndex];
@@ -217,7 +261,7 @@ int32_t TarnUbrofParser::findScopeAtAddress(uint32_t pc) const
 
 int32_t TarnUbrofParser::scopeAtAddress(uint32_t pc, uint64_t* low, uint64_t* high) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     if (scopesIndexed()) {
         // The answer holds over the piece of every index consulted on the way.
         *low = 0;
@@ -241,7 +285,7 @@ int32_t TarnUbrofParser::scopeAtAddress(uint32_t pc, uint64_t* low, uint64_t* hi
         const int32_t inner = innermostBelow(module, pc, nullptr, nullptr);
         if (inner >= 0)
             return inner;
-        if (lineRangesEndAt(blocks[module], pc))
+        if (lineRangesEndAt(module, pc))
             return result;
     }
     return result;
@@ -257,12 +301,11 @@ int32_t TarnUbrofParser::findSymbolInScope(int32_t scope, const std::string& nam
         return symbol < symbols.size() && symbols[symbol].kind != 6 && symbols[symbol].kind != 9 &&
                nameTable.nameText(symbols[symbol].nameIndex) == name;
     };
-    const BlockRecord& block = blockTree.blocks[static_cast<size_t>(scope)];
-    for (uint32_t symbol : block.symbols) {
+    for (uint32_t symbol : blockTree.symbols(static_cast<uint32_t>(scope))) {
         if (matches(symbol))
             return static_cast<int32_t>(symbol);
     }
-    for (uint32_t group : block.groups) {
+    for (uint32_t group : blockTree.groups(static_cast<uint32_t>(scope))) {
         if (group >= groupTable.size())
             continue;
         for (uint32_t symbol : groupTable[group].symbols) {
@@ -275,7 +318,7 @@ int32_t TarnUbrofParser::findSymbolInScope(int32_t scope, const std::string& nam
 
 int32_t TarnUbrofParser::lookupName(int32_t scope, const std::string& name, int32_t* foundScope) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     int32_t walkEnd = -1;
     for (size_t depth = 0; scope >= 0 && static_cast<size_t>(scope) < blocks.size() && depth < blocks.size();
          ++depth) {
@@ -303,10 +346,10 @@ int32_t TarnUbrofParser::lookupName(int32_t scope, const std::string& name, int3
 
 int32_t TarnUbrofParser::findChildScopeByName(int32_t scope, const std::string& name) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     if (scope < 0 || static_cast<size_t>(scope) >= blocks.size())
         return -1;
-    for (uint32_t child : blocks[static_cast<size_t>(scope)].children) {
+    for (uint32_t child : blockTree.children(static_cast<uint32_t>(scope))) {
         if (child >= blocks.size() || blocks[child].nameIndex == 0)
             continue;
         if (nameTable.nameText(static_cast<uint32_t>(blocks[child].nameIndex)) == name)
@@ -317,12 +360,12 @@ int32_t TarnUbrofParser::findChildScopeByName(int32_t scope, const std::string& 
 
 int32_t TarnUbrofParser::findFunctionByName(const std::string& name) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     const std::vector<NameRecord>& names = nameTable.records;
     for (uint32_t module : blockTree.roots) {
         if (module >= blocks.size())
             continue;
-        for (uint32_t child : blocks[module].children) {
+        for (uint32_t child : blockTree.children(module)) {
             if (child >= blocks.size())
                 continue;
             // Only a stored text counts: a derived block name is not a function's name.
@@ -339,12 +382,11 @@ int32_t TarnUbrofParser::findFunctionByName(const std::string& name) const
 
 int32_t TarnUbrofParser::findModuleOfFile(uint32_t fileIndex) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     for (uint32_t module : blockTree.roots) {
         if (module >= blocks.size())
             continue;
-        const std::vector<uint32_t>& files = blocks[module].files;
-        if (std::find(files.begin(), files.end(), fileIndex) != files.end())
+        if (blockTree.moduleHasFile(module, fileIndex))
             return static_cast<int32_t>(module);
     }
     return -1;
@@ -352,7 +394,7 @@ int32_t TarnUbrofParser::findModuleOfFile(uint32_t fileIndex) const
 
 void TarnUbrofParser::getChildScopes(int32_t scope, std::vector<uint32_t>& out) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     if (scope == -1) {
         for (uint32_t module : blockTree.roots) {
             if (module < blocks.size() && !blocks[module].isHidden)
@@ -362,7 +404,7 @@ void TarnUbrofParser::getChildScopes(int32_t scope, std::vector<uint32_t>& out) 
     }
     if (scope < 0 || static_cast<size_t>(scope) >= blocks.size())
         return;
-    for (uint32_t child : blocks[static_cast<size_t>(scope)].children) {
+    for (uint32_t child : blockTree.children(static_cast<uint32_t>(scope))) {
         if (child < blocks.size())
             out.push_back(child);
     }
@@ -373,7 +415,7 @@ void TarnUbrofParser::getScopeSymbols(int32_t scope, std::vector<uint32_t>& out,
     if (scope < 0 || static_cast<size_t>(scope) >= blockTree.blocks.size())
         return;
     const std::vector<SymbolRecord>& symbols = symbolTable.symbols;
-    for (uint32_t symbol : blockTree.blocks[static_cast<size_t>(scope)].symbols) {
+    for (uint32_t symbol : blockTree.symbols(static_cast<uint32_t>(scope))) {
         if (symbol >= symbols.size())
             continue;
         // Function prototypes are declarations, not variables to list.
@@ -527,8 +569,9 @@ int16_t TarnUbrofParser::getScopeInfo(int32_t scope, std::string* name, std::str
     // Plain unsigned difference: a scope that never covered code (0xFFFFFFFF, 0) wraps to 1.
     *size = block.highAddress - block.lowAddress;
     *firstLineRecord = -1;
-    if (!block.lineRanges.empty() && block.lineRanges.front() < fileLineRanges.size())
-        *firstLineRecord = static_cast<int32_t>(fileLineRanges[block.lineRanges.front()].firstLineRecord);
+    const IndexRange ranges = blockTree.lineRanges(static_cast<uint32_t>(scope));
+    if (!ranges.empty() && ranges.front() < fileLineRanges.size())
+        *firstLineRecord = static_cast<int32_t>(fileLineRanges[ranges.front()].firstLineRecord);
     return StoreOk;
 }
 

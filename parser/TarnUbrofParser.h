@@ -194,18 +194,29 @@ private:
     /// The image of a memory class, after the checks every memory query makes.
     int32_t imageFor(uint8_t memoryClass, const DMemory** image) const;
     static SegmentIndex makeSegmentIndex(std::vector<Span> spans, bool lowestWins);
-    bool scopesIndexed() const { return childIndex_.size() == blockTree.blocks.size() && !childIndex_.empty(); }
+    bool scopesIndexed() const { return childSlices_.size() == blockTree.blocks.size() && !childSlices_.empty(); }
+    /// The position among scope's children of the one that holds pc, or -1; narrows [*low, *high)
+    /// to the piece of pc when given.
+    int32_t childAt(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const;
     /// The first of scopes, in order, that holds pc; -1 when none does.
-    int32_t scopeHolding(const std::vector<uint32_t>& scopes, uint32_t pc) const;
+    int32_t scopeHolding(IndexRange scopes, uint32_t pc) const;
     /// The innermost scope below scope that holds pc; -1 when no child does.
     int32_t innermostBelow(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const;
-    bool lineRangesEndAt(const BlockRecord& module, uint32_t pc) const;
+    bool lineRangesEndAt(uint32_t module, uint32_t pc) const;
     /// The category getTypeInfo gives a type; undefined for -1.
     uint32_t categoryOfType(int32_t type) const;
     /// The type record at type, after the checks every step of a type walk makes.
     int16_t typeRecordAt(int32_t type, const TypeRecord** record) const;
 
-    std::vector<SegmentIndex> childIndex_; ///< per scope: its first child that holds an address
+    /// Per scope, its slice of childBounds_ and childWinners_: the pieces of its children's
+    /// ranges, each with the position of the first child that holds it (or -1).
+    struct ChildSlice {
+        uint32_t first;
+        uint32_t count;
+    };
+    std::vector<ChildSlice> childSlices_;
+    std::vector<uint32_t> childBounds_;
+    std::vector<int32_t> childWinners_;
     SegmentIndex moduleHolding_;           ///< the last top-level scope that holds an address
     SegmentIndex moduleClaiming_; ///< the first that holds it in a child or a range's last record
 };

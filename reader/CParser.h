@@ -175,15 +175,10 @@ private:
     int32_t currentFile = -1;
     std::map<std::string, uint32_t> embeddedNameCounts;
     uint32_t embeddedCopies = 0; ///< embedded sources written to disk by this parse
-    uint32_t fileTableEntries = 0; ///< entries of module file tables grown by this parse
 
 public:
     /// Embedded sources written by one parse at the most.
     static constexpr uint32_t kMaxEmbeddedCopies = 1024;
-    /// Module file-table entries one parse may grow at the most. A table is as long as the
-    /// highest reference its module declares, so eleven bytes of t_file_ref can ask for 65536
-    /// entries, in every module; real modules declare a few dozen.
-    static constexpr uint32_t kMaxFileTableEntries = 1u << 20;
 };
 
 } // namespace ubrof

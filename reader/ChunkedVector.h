@@ -6,6 +6,7 @@
 #include <iterator>
 #include <memory>
 #include <new>
+#include <stdexcept>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -69,6 +70,12 @@ public:
     bool empty() const { return size_ == 0; }
     T& operator[](size_t index) { return chunks_[index >> ChunkBits][index & (kChunkSize - 1)]; }
     const T& operator[](size_t index) const { return chunks_[index >> ChunkBits][index & (kChunkSize - 1)]; }
+    const T& at(size_t index) const
+    {
+        if (index >= size_)
+            throw std::out_of_range("ChunkedVector::at");
+        return (*this)[index];
+    }
     T& back() { return (*this)[size_ - 1]; }
     const T& back() const { return (*this)[size_ - 1]; }
     const_iterator begin() const { return const_iterator(this, 0); }

@@ -76,7 +76,7 @@ int CParser::handleGrpRef()
         return 0;
     const uint32_t group = readWord16();
     if (blockTree_.current >= 0)
-        blockTree_.blocks[static_cast<size_t>(blockTree_.current)].groups.push_back(group);
+        blockTree_.addGroup(static_cast<uint32_t>(blockTree_.current), group);
     return 0;
 }
 
@@ -98,8 +98,6 @@ int CParser::handleBegLib()
     std::memcpy(module.attributes.data(), bytes, 3);
     toOleDate(bytes[5] + 1900u, bytes[4], bytes[3], 0, 0, 0, module.creationDate);
     module.name = readString(bytes[6]);
-    if (blockTree_.isFull())
-        return 1;
     const uint8_t hidden = module.name.compare(0, 1, "?") == 0 ? 1 : 0;
     moduleTable_.push_back(std::move(module));
     blockTree_.addBlock(ModuleBlock, static_cast<int32_t>(moduleTable_.size() - 1), hidden, -1);

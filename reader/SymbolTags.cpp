@@ -25,7 +25,7 @@ void CParser::registerDefinition()
     const uint32_t future = static_cast<uint32_t>(symbolTable_.symbols.size());
     if (recordContext == 2) {
         if (blockTree_.current >= 0)
-            blockTree_.blocks[static_cast<size_t>(blockTree_.current)].symbols.push_back(future);
+            blockTree_.addSymbol(static_cast<uint32_t>(blockTree_.current), future);
     } else if (recordContext == 1) {
         // The context is only 1 after t_grp, which made sure a group exists.
         if (!groupTable_.empty())
@@ -90,7 +90,7 @@ void CParser::readLocalSymbols(uint32_t blockIndex)
     for (uint32_t i = 0; i < count; ++i) {
         SymbolFields fields = readSymbolFields();
         // Locals belong to their function or block whatever the registration context says.
-        blockTree_.blocks[blockIndex].symbols.push_back(static_cast<uint32_t>(symbolTable_.symbols.size()));
+        blockTree_.addSymbol(blockIndex, static_cast<uint32_t>(symbolTable_.symbols.size()));
         appendNamedSymbol(std::move(fields));
         readLocationEntries(readWord16());
     }
@@ -230,8 +230,6 @@ int CParser::handleBlockBegin()
 
 int CParser::handleFuncBegin1()
 {
-    if (blockTree_.isFull())
-        return 1;
     const uint32_t block = blockTree_.addBlock(FunctionBlock, -1, 0, -1);
     NameRecord name;
     name.nameKind = 3;
@@ -248,8 +246,6 @@ int CParser::handleFuncBegin1()
 
 int CParser::handleBlockBegin1()
 {
-    if (blockTree_.isFull())
-        return 1;
     const uint32_t block = blockTree_.addBlock(LexicalBlock, -1, 0, -1);
     NameRecord name;
     name.nameKind = 3;
@@ -266,8 +262,6 @@ int CParser::handleBlockBegin1()
 
 int CParser::handleBlockBegin3()
 {
-    if (blockTree_.isFull())
-        return 1;
     const uint32_t block = blockTree_.addBlock(LexicalBlock, -1, 0, -1);
     const uint32_t nameIndex = readWord32();
     BlockRecord& record = blockTree_.blocks[block];

@@ -77,8 +77,8 @@ TEST_F(ModuleTags, RegistersDefinitionsByContext)
     ASSERT_EQ(4u, store->groupTable.size());
     EXPECT_EQ((std::vector<uint32_t>{0, 1}), store->groupTable[3].symbols);
     EXPECT_TRUE(store->groupTable[1].symbols.empty());
-    EXPECT_EQ((std::vector<uint32_t>{2}), store->blockTree.blocks[0].symbols);
-    EXPECT_EQ((std::vector<uint32_t>{3, 1}), store->blockTree.blocks[0].groups);
+    EXPECT_EQ((std::vector<uint32_t>{2}), store->blockTree.symbols(0));
+    EXPECT_EQ((std::vector<uint32_t>{3, 1}), store->blockTree.groups(0));
     // Outside a module t_grp_ref reads nothing: its bytes 0x4D 0x4D are read as two t_beg_file tags.
     EXPECT_EQ(4u, store->symbolTable.symbols.size());
     EXPECT_EQ("nowhere", symbolName(3));

@@ -84,7 +84,7 @@ TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRandomTrees)
         for (uint32_t i = 0, scopes = 1 + pick(40); i < scopes; ++i) {
             const int32_t parent = i == 0 || pick(4) == 0 ? -1 : static_cast<int32_t>(pick(i));
             const auto& tree = t.store.blockTree;
-            const size_t slot = parent < 0 ? tree.roots.size() : tree.blocks[parent].children.size();
+            const size_t slot = parent < 0 ? tree.roots.size() : tree.children(uint32_t(parent)).size();
             const bool sideBySide = parent < 0 ? round % 2 == 0 : parent % 2 == 0;
             const uint32_t base = parent < 0 ? 0 : tree.blocks[parent].lowAddress & 0xFFF;
             uint32_t low = sideBySide ? base + uint32_t(slot) * (parent < 0 ? 0x100 : 0x10) + pick(4) : pick(0x400);
