@@ -83,8 +83,8 @@ bool TarnUbrofParser::getCodeAreasInRange(tarn::Status& status, uint64_t start, 
     }
     // Otherwise the area that starts below the range answers for it, as long as the range does
     // not run past the last area's end.
-    if (p != 0 && end <= uint64_t(codeAreas.startAddress(codeAreas.size() - 1)) +
-                             lineTable.codeSize(codeAreas.lineRecord(codeAreas.size() - 1))) {
+    const size_t last = codeAreas.size() - 1;
+    if (p != 0 && end <= uint64_t(codeAreas.startAddress(last)) + lineTable.codeSize(codeAreas.lineRecord(last))) {
         collectCodeAreas(p - 1, end, out);
         return true;
     }
@@ -101,17 +101,19 @@ void TarnUbrofParser::collectCodeAreas(size_t position, uint64_t end, std::vecto
     // area starts outside the addresses over which the last answer holds.
     uint64_t sameLow = 1, sameHigh = 0;
     std::string name;
-    for (size_t i = position; i < codeAreas.size() && codeAreas.startAddress(i) <= end; ++i) {
+    codeAreas.visitFrom(position, [&](size_t, uint32_t lineRecord, uint32_t file, uint32_t pc) {
+        if (pc > end)
+            return false;
         tarn::CodeArea& area = out.emplace_back();
-        fillCodeArea(i, area);
-        const uint32_t pc = codeAreas.startAddress(i);
+        fillCodeArea(lineRecord, file, area);
         if (pc < sameLow || pc >= sameHigh) {
             const int32_t scope = scopeAtAddress(pc, &sameLow, &sameHigh);
             name = scope < 0 ? std::string()
                              : nameTable.nameText(static_cast<uint32_t>(blockTree.blocks[size_t(scope)].nameIndex));
         }
         area.functionName = name;
-    }
+        return true;
+    });
 }
 
 } // namespace ubrof

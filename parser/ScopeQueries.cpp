@@ -299,7 +299,7 @@ int32_t TarnUbrofParser::findSymbolInScope(int32_t scope, const std::string& nam
     // Kinds 6 and 9 are not variables the debugger can show by name.
     auto matches = [&](uint32_t symbol) {
         return symbol < symbols.size() && symbols[symbol].kind != 6 && symbols[symbol].kind != 9 &&
-               nameTable.nameText(symbols[symbol].nameIndex) == name;
+               nameTable.nameIs(symbols[symbol].nameIndex, name);
     };
     for (uint32_t symbol : blockTree.symbols(static_cast<uint32_t>(scope))) {
         if (matches(symbol))
@@ -352,7 +352,7 @@ int32_t TarnUbrofParser::findChildScopeByName(int32_t scope, const std::string& 
     for (uint32_t child : blockTree.children(static_cast<uint32_t>(scope))) {
         if (child >= blocks.size() || blocks[child].nameIndex == 0)
             continue;
-        if (nameTable.nameText(static_cast<uint32_t>(blocks[child].nameIndex)) == name)
+        if (nameTable.nameIs(static_cast<uint32_t>(blocks[child].nameIndex), name))
             return static_cast<int32_t>(child);
     }
     return -1;
@@ -361,7 +361,7 @@ int32_t TarnUbrofParser::findChildScopeByName(int32_t scope, const std::string& 
 int32_t TarnUbrofParser::findFunctionByName(const std::string& name) const
 {
     const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
-    const std::vector<NameRecord>& names = nameTable.records;
+    const NameRecords& names = nameTable.records;
     for (uint32_t module : blockTree.roots) {
         if (module >= blocks.size())
             continue;
@@ -372,8 +372,7 @@ int32_t TarnUbrofParser::findFunctionByName(const std::string& name) const
             const int32_t nameIndex = blocks[child].nameIndex;
             if (nameIndex < 0 || static_cast<size_t>(nameIndex) >= names.size())
                 continue;
-            const std::optional<std::string>& text = names[static_cast<size_t>(nameIndex)].text;
-            if (text && *text == name)
+            if (names.hasText(size_t(nameIndex)) && names.text(size_t(nameIndex)) == name)
                 return static_cast<int32_t>(child);
         }
     }

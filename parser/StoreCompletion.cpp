@@ -10,20 +10,7 @@ void TarnUbrofParser::buildCodeAreas()
     // The scope of every area is looked up when the area is returned, through this index.
     indexScopes();
 
-    codeAreas.clear();
-    size_t count = 0;
-    auto rangeEnd = [this](const FileLineRange& range) {
-        return std::min<uint64_t>(uint64_t(range.firstLineRecord) + range.lineRecordCount, lineTable.size());
-    };
-    for (const SourceFileRecord& file : sourceFileTable) {
-        for (uint32_t rangeIndex : file.lineRanges) {
-            if (rangeIndex < fileLineRanges.size()) {
-                const FileLineRange& range = fileLineRanges[rangeIndex];
-                count += size_t(rangeEnd(range) - std::min<uint64_t>(range.firstLineRecord, rangeEnd(range)));
-            }
-        }
-    }
-    codeAreas.reserve(count);
+    codeAreas.clear(lineTable);
     codeAreas.publicPaths.reserve(sourceFileTable.size());
     for (const SourceFileRecord& file : sourceFileTable) {
         const auto fileIndex = static_cast<uint32_t>(codeAreas.publicPaths.size());
@@ -32,8 +19,10 @@ void TarnUbrofParser::buildCodeAreas()
             if (rangeIndex >= fileLineRanges.size())
                 continue;
             const FileLineRange& range = fileLineRanges[rangeIndex];
-            for (uint64_t i = range.firstLineRecord, end = rangeEnd(range); i < end; ++i)
-                codeAreas.append(lineTable.address(i), static_cast<uint32_t>(i), fileIndex);
+            const uint64_t end = std::min<uint64_t>(uint64_t(range.firstLineRecord) + range.lineRecordCount,
+                                                    lineTable.size());
+            for (uint64_t i = range.firstLineRecord; i < end; ++i)
+                codeAreas.append(static_cast<uint32_t>(i), fileIndex);
         }
     }
     codeAreas.sortByStart();
@@ -42,15 +31,15 @@ void TarnUbrofParser::buildCodeAreas()
 tarn::CodeArea TarnUbrofParser::codeArea(size_t area) const
 {
     tarn::CodeArea built;
-    fillCodeArea(area, built);
+    fillCodeArea(codeAreas.lineRecord(area), codeAreas.file(area), built);
     built.functionName = getScopeNameAtPc(static_cast<uint32_t>(built.startAddress));
     return built;
 }
 
-void TarnUbrofParser::fillCodeArea(size_t area, tarn::CodeArea& built) const
+void TarnUbrofParser::fillCodeArea(uint32_t lineRecord, uint32_t file, tarn::CodeArea& built) const
 {
-    const LineRecord record = lineTable[codeAreas.lineRecord(area)];
-    built.fileName = codeAreas.publicPaths[codeAreas.file(area)];
+    const LineRecord record = lineTable[lineRecord];
+    built.fileName = codeAreas.publicPaths[file];
     built.startLine = record.line;
     built.endLine = record.line;
     built.startAddress = record.address;

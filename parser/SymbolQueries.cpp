@@ -252,7 +252,7 @@ int32_t TarnUbrofParser::getTypeOfSymbolNamed(const std::string& name) const
     // No match falls back to symbol 0, whose type the host then shows; an empty table gives -1.
     int32_t found = 0;
     for (size_t i = 0; i < symbols.size(); ++i) {
-        if (nameTable.nameText(symbols[i].nameIndex) == name) {
+        if (nameTable.nameIs(symbols[i].nameIndex, name)) {
             found = static_cast<int32_t>(i);
             break;
         }
@@ -401,7 +401,7 @@ int16_t TarnUbrofParser::getStructMember(int32_t type, std::string& text, int32_
     uint64_t chosen = members.size();
     if (position == -1) {
         for (uint64_t i = composite->op5; i < uint64_t(composite->op5) + composite->op4 && i < members.size(); ++i) {
-            if (nameTable.nameText(members[i].nameIndex) == text) {
+            if (nameTable.nameIs(members[i].nameIndex, text)) {
                 chosen = i;
                 break;
             }

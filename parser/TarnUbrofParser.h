@@ -187,7 +187,7 @@ private:
 
     void buildCodeAreas();
     /// An area's fields, all but its function name.
-    void fillCodeArea(size_t area, tarn::CodeArea& built) const;
+    void fillCodeArea(uint32_t lineRecord, uint32_t file, tarn::CodeArea& built) const;
     /// findScopeAtAddress, and the addresses [*low, *high) around pc over which its answer holds.
     int32_t scopeAtAddress(uint32_t pc, uint64_t* low, uint64_t* high) const;
     void createMemberSymbols();

@@ -166,9 +166,9 @@ int CParser::handleSymbolDef2()
     // A name "_A_X" declares the I/O register X. When the following attribute tag marks it,
     // the register is also made visible under its plain name; the look-ahead leaves the
     // stream where it was, so the attribute tag is then read as usual.
-    const std::string text = nameTable_.nameText(nameIndex);
-    if (text.compare(0, 3, "_A_") != 0)
+    if (!nameTable_.nameStartsWith(nameIndex, "_A_"))
         return 0;
+    const std::string text = nameTable_.nameText(nameIndex);
     const uint64_t position = tell();
     uint32_t attributeWord = 0;
     try {
@@ -196,7 +196,7 @@ int CParser::handleSymbolDef2()
     const uint32_t future = static_cast<uint32_t>(symbolTable_.symbols.size());
     registerDefinition();
     NameRecord twinName = symbolName(text.substr(3), future);
-    twinName.parent = nameTable_.records[nameIndex].parent;
+    twinName.parent = nameTable_.records.parent(nameIndex);
     const uint32_t twinNameIndex = nameTable_.append(std::move(twinName));
     appendSymbol(twinKind, twinSpace, twinValue, 1, twinNameIndex);
     return 0;
@@ -267,7 +267,7 @@ int CParser::handleBlockBegin3()
     BlockRecord& record = blockTree_.blocks[block];
     record.nameIndex = static_cast<int32_t>(nameIndex);
     // Without a name, or with one that does not exist, nothing makes the block a function.
-    if (nameIndex < nameTable_.records.size() && nameTable_.records[nameIndex].scopeKind != 3)
+    if (nameIndex < nameTable_.records.size() && nameTable_.records.scopeKind(nameIndex) != 3)
         record.kind = FunctionBlock;
     recordContext = 2;
     startNewLineRange = true;

@@ -39,7 +39,7 @@ TEST_F(SymbolTags, RecordsSymbolsNamesAndLocations)
     EXPECT_EQ(3, locations[2].addressSpace);
     EXPECT_EQ(0x10u, locations[2].value);
 
-    const std::vector<NameRecord>& names = store->nameTable.records;
+    const NameRecords& names = store->nameTable.records;
     ASSERT_EQ(6u, names.size());
     EXPECT_EQ(2u, names[1].nameKind);
     EXPECT_EQ(1u, names[1].number); // a symbol name knows its symbol
