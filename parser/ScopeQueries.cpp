@@ -331,17 +331,93 @@ int32_t TarnUbrofParser::lookupName(int32_t scope, const std::string& name, int3
         walkEnd = scope;
         scope = blocks[static_cast<size_t>(scope)].parent;
     }
-    for (uint32_t module : blockTree.roots) {
+    auto inModule = [&](uint32_t module) {
         if (static_cast<int32_t>(module) == walkEnd)
-            continue;
+            return -1;
         const int32_t symbol = findSymbolInScope(static_cast<int32_t>(module), name);
-        if (symbol >= 0) {
-            if (foundScope)
-                *foundScope = -1;
+        if (symbol >= 0 && foundScope)
+            *foundScope = -1;
+        return symbol;
+    };
+    if (!namesIndexed()) {
+        for (uint32_t module : blockTree.roots) {
+            if (const int32_t symbol = inModule(module); symbol >= 0)
+                return symbol;
+        }
+        return -1;
+    }
+    // Only the modules that list a symbol of the name's hash, or that reach groups, can hold
+    // it; they are asked in module order, as the plain walk would.
+    const uint32_t hash = hashName(name);
+    auto listed = std::lower_bound(moduleNames_.begin(), moduleNames_.end(), ModuleName{hash, 0});
+    auto grouped = modulesWithGroups_.begin();
+    for (;;) {
+        const bool moreListed = listed != moduleNames_.end() && listed->hash == hash;
+        const bool moreGrouped = grouped != modulesWithGroups_.end();
+        if (!moreListed && !moreGrouped)
+            return -1;
+        uint32_t position;
+        if (moreListed && (!moreGrouped || listed->module <= *grouped)) {
+            position = listed->module;
+            if (moreGrouped && *grouped == position)
+                ++grouped;
+            ++listed;
+        } else {
+            position = *grouped++;
+        }
+        if (const int32_t symbol = inModule(blockTree.roots[position]); symbol >= 0)
             return symbol;
+    }
+}
+
+uint32_t TarnUbrofParser::hashName(std::string_view name)
+{
+    uint32_t hash = 2166136261u;
+    for (unsigned char c : name)
+        hash = (hash ^ c) * 16777619u;
+    return hash;
+}
+
+bool TarnUbrofParser::namesIndexed() const
+{
+    return namesIndexedFor_ == std::array<size_t, 4>{blockTree.roots.size(), blockTree.blocks.size(),
+                                                     symbolTable.symbols.size(), nameTable.records.size()} &&
+           !blockTree.roots.empty();
+}
+
+void TarnUbrofParser::indexNames()
+{
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
+    const NameRecords& names = nameTable.records;
+    moduleNames_.clear();
+    modulesWithGroups_.clear();
+    functionNames_.clear();
+    uint32_t place = 0;
+    for (uint32_t position = 0; position < blockTree.roots.size(); ++position) {
+        const uint32_t module = blockTree.roots[position];
+        if (module >= blocks.size())
+            continue;
+        for (uint32_t symbol : blockTree.symbols(module)) {
+            if (symbol < symbolTable.symbols.size())
+                moduleNames_.push_back({hashName(nameTable.nameText(symbolTable.symbols[symbol].nameIndex)), position});
+        }
+        if (!blockTree.groups(module).empty())
+            modulesWithGroups_.push_back(position);
+        for (uint32_t child : blockTree.children(module)) {
+            const int32_t nameIndex = child < blocks.size() ? blocks[child].nameIndex : -1;
+            if (nameIndex >= 0 && size_t(nameIndex) < names.size() && names.hasText(size_t(nameIndex)))
+                functionNames_.push_back({hashName(names.text(size_t(nameIndex))), place, child});
+            ++place;
         }
     }
-    return -1;
+    std::sort(moduleNames_.begin(), moduleNames_.end());
+    moduleNames_.erase(std::unique(moduleNames_.begin(), moduleNames_.end(),
+                                   [](const ModuleName& a, const ModuleName& b) {
+                                       return a.hash == b.hash && a.module == b.module;
+                                   }),
+                       moduleNames_.end());
+    std::sort(functionNames_.begin(), functionNames_.end());
+    namesIndexedFor_ = {blockTree.roots.size(), blocks.size(), symbolTable.symbols.size(), names.size()};
 }
 
 int32_t TarnUbrofParser::findChildScopeByName(int32_t scope, const std::string& name) const
@@ -362,6 +438,15 @@ int32_t TarnUbrofParser::findFunctionByName(const std::string& name) const
 {
     const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     const NameRecords& names = nameTable.records;
+    if (namesIndexed()) {
+        const uint32_t hash = hashName(name);
+        for (auto it = std::lower_bound(functionNames_.begin(), functionNames_.end(), FunctionName{hash, 0, 0});
+             it != functionNames_.end() && it->hash == hash; ++it) {
+            if (names.text(size_t(blocks[it->block].nameIndex)) == name)
+                return static_cast<int32_t>(it->block);
+        }
+        return -1;
+    }
     for (uint32_t module : blockTree.roots) {
         if (module >= blocks.size())
             continue;

@@ -337,8 +337,9 @@ int16_t TarnUbrofParser::getTypeTarget(int32_t type, int32_t* target, uint32_t* 
 {
     if (!target || !mode)
         return StoreBadArgument;
-    // Qualifier chains are short in real files; a chain longer than the table must loop.
-    for (uint32_t step = 0; step <= typeTable.getCount(); ++step) {
+    // A chain that comes back to a type it passed answers as an undefined type would.
+    TypeChain chain(static_cast<uint32_t>(type));
+    for (;;) {
         const TypeRecord* followed = nullptr;
         if (const int16_t result = typeRecordAt(type, &followed))
             return result;
@@ -346,6 +347,8 @@ int16_t TarnUbrofParser::getTypeTarget(int32_t type, int32_t* target, uint32_t* 
         switch (record.kind) {
         case 36: case 42: case 43:
             type = static_cast<int32_t>(record.op2);
+            if (!chain.step(record.op2))
+                return StoreNotFound;
             continue;
         case 15: case 16: case 23: case 24: case 25: case 26: case 27: case 28: case 29: case 30:
         case 41: case 49:
@@ -364,7 +367,6 @@ int16_t TarnUbrofParser::getTypeTarget(int32_t type, int32_t* target, uint32_t* 
             return StoreNotFound;
         }
     }
-    return StoreNotFound;
 }
 
 int16_t TarnUbrofParser::getStructMember(int32_t type, std::string& text, int32_t position,
@@ -373,19 +375,23 @@ int16_t TarnUbrofParser::getStructMember(int32_t type, std::string& text, int32_
 {
     if (!memberType || !offset || !symbol || !memberCount)
         return StoreBadArgument;
+    // A typedef or qualifier that comes back to itself names no structure.
     const TypeRecord* composite = nullptr;
-    for (uint32_t step = 0; step <= typeTable.getCount() && !composite; ++step) {
+    TypeChain chain(static_cast<uint32_t>(type));
+    while (!composite) {
         const TypeRecord* followed = nullptr;
         if (const int16_t result = typeRecordAt(type, &followed))
             return result;
         const TypeRecord& record = *followed;
         switch (record.kind) {
         case 36: case 42: case 43:
-            type = static_cast<int32_t>(record.op2);
+        case 49: {
+            const uint32_t next = record.kind == 49 ? record.op1 : record.op2;
+            type = static_cast<int32_t>(next);
+            if (!chain.step(next))
+                return StoreNotFound;
             break;
-        case 49:
-            type = static_cast<int32_t>(record.op1);
-            break;
+        }
         case 17: case 18: case 52:
             composite = &record;
             break;
@@ -393,8 +399,6 @@ int16_t TarnUbrofParser::getStructMember(int32_t type, std::string& text, int32_
             return StoreNotFound;
         }
     }
-    if (!composite)
-        return StoreNotFound;
 
     const std::vector<MemberRecord>& members = typeTable.members;
     *memberCount = composite->op4;

@@ -52,6 +52,7 @@ int16_t TarnUbrofParser::parseFile(const std::string& path)
     }
     buildCodeAreas();
     createMemberSymbols();
+    indexNames();
     filePath = path;
     stateFlags |= 2;
     return StoreOk;

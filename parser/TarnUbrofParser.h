@@ -12,7 +12,9 @@
 #include "reader/Records.h"
 #include "reader/TypeTable.h"
 
+#include <array>
 #include <cstdint>
+#include <string_view>
 #include <string>
 #include <vector>
 
@@ -100,6 +102,9 @@ public:
     /// Indexes every scope's children by address for findScopeAtAddress. The parse calls it; a
     /// tree filled by hand needs it called again, and one whose block count changed since is walked.
     void indexScopes();
+    /// Indexes the modules' symbols and functions by name for lookupName and findFunctionByName,
+    /// as indexScopes does for addresses; a store whose tables changed since is searched in full.
+    void indexNames();
 
     // Scopes, symbols and types by context number.
     int16_t getScopeAtPc(uint32_t pc, int32_t* scope) const;
@@ -215,6 +220,32 @@ private:
         uint32_t count;
     };
     std::vector<ChildSlice> childSlices_;
+    /// A module that lists a symbol of a name (position in roots), by a hash of the name.
+    struct ModuleName {
+        uint32_t hash;
+        uint32_t module;
+        bool operator<(const ModuleName& other) const
+        {
+            return hash != other.hash ? hash < other.hash : module < other.module;
+        }
+    };
+    /// A function of a module by a hash of its name; place is its place in the walk over
+    /// the modules' children, which decides between functions of one name.
+    struct FunctionName {
+        uint32_t hash;
+        uint32_t place;
+        uint32_t block;
+        bool operator<(const FunctionName& other) const
+        {
+            return hash != other.hash ? hash < other.hash : place < other.place;
+        }
+    };
+    std::vector<ModuleName> moduleNames_;
+    std::vector<uint32_t> modulesWithGroups_; ///< positions in roots, ascending
+    std::vector<FunctionName> functionNames_;
+    std::array<size_t, 4> namesIndexedFor_{}; ///< table sizes when indexNames ran
+    bool namesIndexed() const;
+    static uint32_t hashName(std::string_view name);
     std::vector<uint32_t> childBounds_;
     std::vector<int32_t> childWinners_;
     SegmentIndex moduleHolding_;           ///< the last top-level scope that holds an address
