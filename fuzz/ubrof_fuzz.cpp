@@ -1,5 +1,6 @@
-// libFuzzer target: any bytes, written to a file, parsed and walked through every view.
+// libFuzzer target: any bytes, written to a file, parsed, walked through every view and built into a program.
 #include "fuzz/ViewWalker.h"
+#include "model/ProgramBuilder.h"
 
 #include <boost/filesystem.hpp>
 #include <cstdio>
@@ -31,5 +32,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     std::fwrite(data, 1, size, file);
     std::fclose(file);
     ubrof::fuzz::walkFile(path);
+    // The program model reads the same store with the facts kept beside it.
+    try {
+        ubrof::model::loadProgram(path);
+    } catch (const ubrof::model::ModelError&) {
+    }
     return 0;
 }

@@ -85,14 +85,14 @@ void UbrofCompilerInformation::setDefaults()
     }
 }
 
-std::string UbrofCompilerInformation::getMachine() const { return "IAR"; }
+std::string UbrofCompilerInformation::getMachine() const { return "Nordic"; }
 
 bool UbrofCompilerInformation::isBigEndian() const { return false; }
 
 std::string UbrofCompilerInformation::getProducer() const
 {
     std::ostringstream text;
-    text << "IAR  " << store->symbolTable.compilerVersion;
+    text << "Nordic  " << store->symbolTable.compilerVersion;
     return text.str();
 }
 

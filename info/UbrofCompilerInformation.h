@@ -17,7 +17,7 @@ public:
 
     std::string getMachine() const override;
     bool isBigEndian() const override;
-    /// "IAR  " followed by the compiler version.
+    /// "Nordic  " (two blanks) followed by the compiler version.
     std::string getProducer() const override;
     std::map<int32_t, tarn::BaseTypeInfo> getBaseTypes() const override;
     /// Built on the first call; every call answers the same record.

@@ -5,8 +5,24 @@
 
 namespace ubrof::model {
 
+uint32_t MemoryImage::lowAddress() const
+{
+    if (!runs.empty())
+        return runs.front().address;
+    return extent ? extent->low : 0;
+}
+
+uint64_t MemoryImage::endAddress() const
+{
+    if (!runs.empty())
+        return runs.back().end();
+    return extent ? extent->end : 0;
+}
+
 uint64_t MemoryImage::byteCount() const
 {
+    if (runs.empty())
+        return extent ? extent->bytes : 0;
     uint64_t count = 0;
     for (const ByteRun& run : runs)
         count += run.bytes.size();

@@ -49,10 +49,19 @@ struct MemoryImage {
     MemorySpace space = MemorySpace::Code;
     std::string name;           ///< "code", "data", "eeprom"
     std::vector<ByteRun> runs;  ///< sorted, non-overlapping; a later write wins over an earlier one
-    bool empty() const { return runs.empty(); }
-    uint32_t lowAddress() const { return runs.empty() ? 0 : runs.front().address; }
+    /// What the runs span, without their bytes: a light build (BuildOptions::light) fills this
+    /// and leaves runs empty. The queries below read it only when runs is empty.
+    struct Extent {
+        uint32_t low = 0;
+        uint64_t end = 0;    ///< one past the last byte written
+        uint64_t bytes = 0;  ///< bytes written, gaps not counted
+        uint32_t runCount = 0;
+    };
+    std::optional<Extent> extent;
+    bool empty() const { return runs.empty() && (!extent || extent->bytes == 0); }
+    uint32_t lowAddress() const;
     /// One past the last byte written.
-    uint64_t endAddress() const { return runs.empty() ? 0 : runs.back().end(); }
+    uint64_t endAddress() const;
     /// Bytes written, gaps not counted.
     uint64_t byteCount() const;
 };
@@ -185,6 +194,10 @@ struct Function {
     std::vector<uint32_t> variables; ///< parameters and locals at function level, parameters first
     /// Stack bytes used, per stack segment name, when the file records it.
     std::vector<std::pair<std::string, uint32_t>> stackUse;
+    /// False for a function the file names only by its symbol (library code built without
+    /// debug records): it has no blocks, variables or lines, and its end is where the next
+    /// symbol or its module's bytes end.
+    bool isDescribed = true;
     uint32_t size() const { return end - entry; }
 };
 
@@ -209,7 +222,10 @@ struct Module {
     std::string name;
     uint32_t file = kNone;        ///< its main source file
     std::vector<uint32_t> files;  ///< every source file it names
-    std::vector<AddressRange> ranges; ///< what its functions and variables occupy, merged
+    /// What its functions and variables occupy, merged: every byte the module writes (its
+    /// functions' code, its tables, its interrupt vectors) and its variables' storage, device
+    /// registers excepted, which every module that uses one declares anew.
+    std::vector<AddressRange> ranges;
     std::vector<uint32_t> functions;
     std::vector<uint32_t> variables;  ///< of module scope
     uint64_t size(MemorySpace space) const;

@@ -3,11 +3,10 @@
 #include "parser/Vocabulary.h"
 
 namespace ubrof {
-namespace {
 
 // Kind-8 values above 31 name groups of registers (pairs, fours, eights); the debugger reads
 // such a group from the register file starting at its first register.
-uint32_t registerOfCode(uint32_t code)
+uint32_t TarnUbrofParser::registerOfCode(uint32_t code)
 {
     if (code < 32)
         return code;
@@ -23,8 +22,6 @@ uint32_t registerOfCode(uint32_t code)
         return 8 * code - 592;
     return 0;
 }
-
-} // namespace
 
 int16_t TarnUbrofParser::getSymbolClass(uint32_t context, int32_t* tag) const
 {
@@ -113,15 +110,19 @@ int16_t TarnUbrofParser::getSymbolLocation(uint32_t context, uint32_t pc, Symbol
 
     size_t symbolIndex = static_cast<size_t>(index);
     if (kind == ScopeContext) {
-        // A function's address lives in the symbol that bears its name.
-        const uint32_t nameIndex = static_cast<uint32_t>(blockTree.blocks[symbolIndex].nameIndex);
-        symbolIndex = 0;
-        for (size_t i = 0; i < symbols.size(); ++i) {
-            if (symbols[i].nameIndex == nameIndex) {
+        // A function's address lives in the symbol that shares its name record. Most scopes
+        // have none (modules, blocks, and every function of the older formats, whose names
+        // are records of their own); they answer no location rather than another symbol's.
+        const int32_t nameIndex = blockTree.blocks[symbolIndex].nameIndex;
+        symbolIndex = symbols.size();
+        for (size_t i = 0; nameIndex >= 0 && i < symbols.size(); ++i) {
+            if (symbols[i].nameIndex == static_cast<uint32_t>(nameIndex)) {
                 symbolIndex = i;
                 break;
             }
         }
+        if (symbolIndex == symbols.size())
+            return StoreNotFound;
     }
     const SymbolRecord& symbol = symbols[symbolIndex];
 

@@ -118,6 +118,8 @@ public:
     int32_t getTypeIndexOfContext(uint32_t context) const;
     int32_t getSymbolOffset(uint32_t context) const;
     int16_t getSymbolLocation(uint32_t context, uint32_t pc, SymbolLocation* location) const;
+    /// The first register of a kind-8 location value (0 for a value that names none).
+    static uint32_t registerOfCode(uint32_t code);
     int16_t getScopeInfo(int32_t scope, std::string* name, std::string* fileName, uint32_t* kind,
                          uint32_t* lowAddress, uint32_t* size, int32_t* firstLineRecord) const;
     uint32_t getContextAddress(uint32_t context) const;

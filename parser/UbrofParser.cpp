@@ -9,7 +9,8 @@
 
 namespace ubrof {
 
-UbrofParser::UbrofParser(const std::string& path) : store(boost::make_shared<TarnUbrofParser>())
+UbrofParser::UbrofParser(const std::string& path)
+try : store(boost::make_shared<TarnUbrofParser>())
 {
     using tarn::CoreException;
     using tarn::ErrorCode;
@@ -26,6 +27,18 @@ UbrofParser::UbrofParser(const std::string& path) : store(boost::make_shared<Tar
         throw CoreException(boost::make_shared<Status>(ErrorCode::ObjectfileParseFailed,
                                                        "Failed to parse nordic object file %s.",
                                                        path.c_str()));
+} catch (const tarn::CoreException&) {
+    throw;
+} catch (const std::exception& e) {
+    // The host catches CoreException only: whatever else stops a parse (memory exhausted, a
+    // table at its limit) leaves as one, with the file and the cause.
+    throw tarn::CoreException(boost::make_shared<tarn::Status>(
+        tarn::ErrorCode::ObjectfileParseFailed, "Failed to parse nordic object file %s: %s.", path.c_str(),
+        e.what()));
+} catch (...) {
+    throw tarn::CoreException(boost::make_shared<tarn::Status>(
+        tarn::ErrorCode::ObjectfileParseFailed, "Failed to parse nordic object file %s: unknown failure.",
+        path.c_str()));
 }
 
 std::string UbrofParser::getObjectFileFormat()

@@ -12,13 +12,14 @@ class TarnUbrofParser;
 
 class UbrofParser : public tarn::IObjectfileParser {
 public:
-    /// Throws tarn::CoreException when the file cannot be checked or parsed.
+    /// Throws tarn::CoreException, and no other exception, when the file cannot be checked or parsed.
     explicit UbrofParser(const std::string& path);
     UbrofParser(const UbrofParser&) = default;
     UbrofParser& operator=(const UbrofParser&) = default;
     ~UbrofParser() override = default;
 
     void loadSymbolicInfo(bool) override {}
+    // The views are made in info/, their own layer: nothing here includes a layer above.
     boost::shared_ptr<tarn::ISourceInformation> createSourceInformation() const override;
     boost::shared_ptr<tarn::IBinaryInformation> createBinaryInformation() const override;
     boost::shared_ptr<tarn::ISymbolInformation> createSymbolInformation() const override;

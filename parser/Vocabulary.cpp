@@ -1,4 +1,4 @@
-// Vocabulary: the one definition of every shared string and the MemoryClass tables.
+// Vocabulary: the one definition of every shared string and the memory-space tables.
 #include "parser/Vocabulary.h"
 
 namespace ubrof {
@@ -66,20 +66,6 @@ const std::string ID = "ID", ExeID = "ExeID", Name = "Name", Class = "Class", Ty
                   TypeID = "TypeID", BaseTypeID = "BaseTypeID", IndexTypeID = "IndexTypeID", Size = "Size",
                   Length = "Length", Offset = "Offset", Address = "Address", Value = "Value", Memory = "Memory",
                   MultiLocation = "MultiLocation";
-}
-
-uint8_t memoryClassOfName(const std::string& memoryName)
-{
-    // Order decides names holding two keywords: "flashio" is code, "regio" is I/O.
-    static const struct {
-        const char* keyword;
-        uint8_t memoryClass;
-    } rules[] = {{"flash", CodeMemory}, {"func", CodeMemory},       {"io", IoMemory},
-                 {"eeprom", EepromMemory}, {"reg", RegisterMemory}};
-    for (const auto& rule : rules)
-        if (memoryName.find(rule.keyword) != std::string::npos)
-            return rule.memoryClass;
-    return DataMemory;
 }
 
 const std::string& segmentMemorySpace(uint8_t memoryClass)

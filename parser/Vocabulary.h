@@ -1,5 +1,7 @@
-// Vocabulary: the fixed strings shared with the host debugger and the MemoryClass code of a memory range.
+// Vocabulary: the fixed strings shared with the host debugger and the memory space of each MemoryClass.
 #pragma once
+
+#include "reader/MemoryClass.h"
 
 #include <cstdint>
 #include <string>
@@ -61,19 +63,6 @@ namespace SymbolKeys {
 extern const std::string ID, ExeID, Name, Class, TypeClass, TypeID, BaseTypeID, IndexTypeID, Size, Length, Offset,
     Address, Value, Memory, MultiLocation;
 }
-
-/// Kind of memory a memory range of the file describes; single bits, 0 and other values mean unknown.
-enum MemoryClass : uint8_t {
-    CodeMemory = 1,
-    DataMemory = 2,
-    EepromMemory = 4,
-    IoMemory = 8,
-    RegisterMemory = 16
-};
-
-/// Class of a memory by case-sensitive keywords in its name; the first keyword found in the order
-/// "flash", "func", "io", "eeprom", "reg" decides, none gives DataMemory.
-uint8_t memoryClassOfName(const std::string& memoryName);
 
 /// Memory space of a program segment: prog, data or eeprom; anything else is downloaded as prog.
 const std::string& segmentMemorySpace(uint8_t memoryClass);

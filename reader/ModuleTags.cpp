@@ -166,14 +166,21 @@ int CParser::handleOrg()
 {
     segmentType = readByte();
     const uint32_t address = readWord32();
-    if (segmentType == 2 || segmentType == 7)
+    uint8_t memoryClass = 0;
+    if (segmentType == 2 || segmentType == 7) {
         dataAddress = address;
-    else if (segmentType == 4)
-        ; // bytes of this segment type are not kept anywhere
-    else if (segmentType == 3 && ubrofVersion >= 2.0)
+        memoryClass = 2;
+    } else if (segmentType == 4) {
+        // bytes of this segment type are not kept anywhere
+    } else if (segmentType == 3 && ubrofVersion >= 2.0) {
         eepromAddress = address;
-    else
+        memoryClass = 4;
+    } else {
         codeAddress = address;
+        memoryClass = 1;
+    }
+    if (facts_)
+        facts_->noteOrigin(memoryClass);
     return 0;
 }
 
@@ -186,19 +193,34 @@ int CParser::handleAbsVar()
     }
     DMemory* image = &codeMemory_;
     uint32_t* address = &codeAddress;
+    uint8_t memoryClass = 1;
+    bool completesStatement = false;
     if (segmentType == 2 || segmentType == 7) {
         image = &dataMemory_;
         address = &dataAddress;
+        memoryClass = 2;
     } else if (segmentType == 3 && ubrofVersion >= 2.0) {
         image = &eepromMemory_;
         address = &eepromAddress;
+        memoryClass = 4;
     } else {
+        completesStatement = pendingLineRecord;
         completePendingLineRecord(count);
     }
     // An empty t_abs_var writes nothing, so it must not widen the image's range either
     // (at address 0 that range would wrap to cover the whole address space).
     if (count != 0)
         writeImage(*image, *address, count);
+    if (facts_ && count != 0) {
+        const bool code = memoryClass == 1 && !facts_->light;
+        const uint32_t statement =
+            code && !lineTable_.empty() ? static_cast<uint32_t>(lineTable_.size() - 1) : ProgramFacts::kNone;
+        int32_t block = blockTree_.current;
+        while (facts_->light && block >= 0 && blockTree_.blocks[size_t(block)].kind != ModuleBlock)
+            block = blockTree_.blocks[size_t(block)].parent;
+        facts_->noteWrite(memoryClass, *address, count, static_cast<uint32_t>(block), statement,
+                          code && completesStatement);
+    }
     *address += count;
     return 0;
 }

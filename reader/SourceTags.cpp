@@ -1,14 +1,14 @@
 // Source-file and line tags: declared and embedded source files, statements.
 #include "reader/CParser.h"
 
+#include "reader/EmbeddedSourceFile.h"
 #include "reader/OleDate.h"
 #include "reader/ReaderError.h"
 
 #include <boost/filesystem.hpp>
 
-#include <cstdio>
 #include <locale>
-#include <memory>
+#include <optional>
 
 namespace ubrof {
 namespace {
@@ -86,7 +86,8 @@ int CParser::handleNewFile()
 int CParser::handleFile()
 {
     const uint32_t lineCount = readWord16();
-    const std::string base = finalComponent(readString(readByte()));
+    const std::string stored = readString(readByte());
+    const std::string base = finalComponent(stored);
     const size_t dot = base.rfind('.');
     std::string stem = dot == std::string::npos ? base : base.substr(0, dot);
     const std::string extension = dot == std::string::npos ? std::string() : base.substr(dot);
@@ -101,32 +102,38 @@ int CParser::handleFile()
     }
 
     namespace fs = boost::filesystem;
-    const fs::path directory = fs::path(fileName_).parent_path() / "embedded_source";
-    const std::string target = (directory / (stem + extension)).string();
+    const fs::path parent = fs::path(fileName_).parent_path();
+    std::string name = (parent / EmbeddedSourceFile::kFolder / (stem + extension)).string();
 
     // Without a copy on disk the debugger merely shows no text; the statements still count.
     // Real programs embed a handful of files; past kMaxEmbeddedCopies a hostile file could
-    // otherwise turn every few bytes of its own into a file on the user's disk.
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(nullptr, &std::fclose);
+    // otherwise turn every few bytes of its own into a file on the user's disk. Past the cap
+    // the record keeps the name the file stored, as a declared file does, and names no copy:
+    // the copy's name may still hold an earlier parse's text, which must never pass for this
+    // file's.
+    std::optional<EmbeddedSourceFile> copy;
     if (embeddedCopies < kMaxEmbeddedCopies) {
         ++embeddedCopies;
-        fs::create_directories(directory);
-        out.reset(std::fopen(target.c_str(), "wb"));
+        copy.emplace(parent.string(), stem + extension);
+    } else {
+        name = stored;
     }
+    static const uint8_t lineEnd[] = {'\r', '\n'};
     std::vector<uint8_t> line;
     for (uint32_t i = 0; i < lineCount; ++i) {
         line.resize(readWord16());
         if (!line.empty())
             readBytes(line.data(), static_cast<uint32_t>(line.size()));
-        if (out) {
-            std::fwrite(line.data(), 1, line.size(), out.get());
-            std::fwrite("\r\n", 1, 2, out.get());
+        if (copy) {
+            copy->append(line.data(), line.size());
+            copy->append(lineEnd, sizeof lineEnd);
         }
     }
-    out.reset();
+    if (copy)
+        copy->commit();
 
     SourceFileRecord record;
-    record.name = target;
+    record.name = std::move(name);
     record.isEmbedded = 1;
     const uint32_t index = registerSourceFile(fileIndex_, sourceFileTable_, std::move(record));
     setModuleFile(blockTree_, 0, index);
@@ -176,7 +183,24 @@ int CParser::handleSrcStat()
 
 int CParser::handleSourceRange()
 {
-    skipBytes(14);
+    // Only the model reads where a definition stands; a cut tag is left to fail as it always did.
+    if (!facts_ || facts_->light || remaining() < 14) {
+        skipBytes(14);
+        return 0;
+    }
+    const uint32_t reference = readWord16();
+    const uint32_t line = readWord32();
+    const uint32_t column = readWord16();
+    skipBytes(6);
+    if (symbolTable_.symbols.empty())
+        return 0;
+    ProgramFacts::SourcePosition position;
+    position.symbol = static_cast<uint32_t>(symbolTable_.symbols.size() - 1);
+    if (blockTree_.currentTopLevel >= 0)
+        position.file = blockTree_.moduleFile(static_cast<uint32_t>(blockTree_.currentTopLevel), reference);
+    position.line = line;
+    position.column = column;
+    facts_->sourcePositions.push_back(position);
     return 0;
 }
 

@@ -199,6 +199,8 @@ int CParser::handleSymbolDef2()
     twinName.parent = nameTable_.records.parent(nameIndex);
     const uint32_t twinNameIndex = nameTable_.append(std::move(twinName));
     appendSymbol(twinKind, twinSpace, twinValue, 1, twinNameIndex);
+    if (facts_)
+        facts_->derivedSymbols.push_back(future);
     return 0;
 }
 

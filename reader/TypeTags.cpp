@@ -1,7 +1,7 @@
 // Type tags: type records, base-type sizes and memory descriptions.
 #include "reader/CParser.h"
 
-#include "parser/Vocabulary.h"
+#include "reader/MemoryClass.h"
 
 namespace ubrof {
 

@@ -1,10 +1,13 @@
-// Test support: a scratch directory per test, and writer-built files saved into it.
+// Test support: a scratch directory per test, writer-built files saved into it, and files read back.
 #pragma once
 
 #include "writer/UbrofWriter.h"
 
 #include <boost/filesystem.hpp>
+#include <cstdlib>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <sys/resource.h>
 #include <string>
 
@@ -58,6 +61,21 @@ inline long peakResidentKiB()
     return usage.ru_maxrss;
 }
 
+/// The whole content of a file, empty when it cannot be read.
+inline std::string fileText(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+/// Whether the shared collection of real UBROF files is beside the repository.
+inline bool realFilesPresent()
+{
+    return boost::filesystem::is_directory(UBROF_REAL_FILES_DIR);
+}
+
 /// Path of a file in the shared collection of real UBROF files.
 inline std::string realFile(const std::string& relative)
 {
@@ -68,3 +86,15 @@ inline std::string realFile(const std::string& relative)
 }
 
 } // namespace ubrof::test
+
+/// Opens a test that reads real UBROF files: a clone without the shared folder beside it skips
+/// the test, saying where the files are expected; a continuous-integration run (CI set) must
+/// have them and fails instead.
+#define UBROF_NEED_REAL_FILES()                                                                        \
+    do {                                                                                               \
+        if (!::ubrof::test::realFilesPresent()) {                                                      \
+            if (std::getenv("CI"))                                                                     \
+                FAIL() << "CI is set, and the real UBROF files are not at " << UBROF_REAL_FILES_DIR;   \
+            GTEST_SKIP() << "the real UBROF files are expected at " << UBROF_REAL_FILES_DIR;          \
+        }                                                                                              \
+    } while (false)

@@ -231,6 +231,13 @@ UbrofWriter& UbrofWriter::sourceRange()
     return *this;
 }
 
+UbrofWriter& UbrofWriter::sourceRange(uint16_t fileReference, uint32_t firstLine, uint16_t firstColumn,
+                                      uint32_t lastLine, uint16_t lastColumn)
+{
+    tag(uint8_t(Tag::t_source_range)).u16(fileReference).u32(firstLine).u16(firstColumn);
+    return u32(lastLine != 0 ? lastLine : firstLine).u16(lastColumn);
+}
+
 // ---- Symbol and scope tags.
 
 UbrofWriter& UbrofWriter::scopedName(const std::string& text, uint32_t parent)

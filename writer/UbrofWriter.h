@@ -131,6 +131,9 @@ public:
     UbrofWriter& srcStat(uint16_t firstLine, uint16_t lastLine, uint8_t kind = 0,
                          uint16_t firstColumn = 1, uint16_t lastColumn = 1);
     UbrofWriter& sourceRange();
+    /// Where the definition before it stands: a file reference of the module, lines and columns.
+    UbrofWriter& sourceRange(uint16_t fileReference, uint32_t firstLine, uint16_t firstColumn = 1,
+                             uint32_t lastLine = 0, uint16_t lastColumn = 1);
 
     // Symbol and scope tags.
     UbrofWriter& scopedName(const std::string& text, uint32_t parent = 0xFFFFFFFF); ///< form 1

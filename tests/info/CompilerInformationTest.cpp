@@ -18,8 +18,8 @@ TEST(CompilerInformation, BaseTypesComeFromTheTypeTableOverTheDefaults)
 {
     UbrofWriter w;
     const auto compiler = compilerOf(w.begFile1().version(8).begLib("main").aux1("2.50"));
-    EXPECT_EQ("IAR", compiler->getMachine());
-    EXPECT_EQ("IAR  2.5", compiler->getProducer());
+    EXPECT_EQ("Nordic", compiler->getMachine());
+    EXPECT_EQ("Nordic  2.5", compiler->getProducer());
 
     const auto types = compiler->getBaseTypes();
     std::vector<int32_t> ids;
@@ -48,7 +48,7 @@ TEST(CompilerInformation, AResizedDoubleWidensItsBaseTypeAndWord)
 {
     UbrofWriter w;
     const auto compiler = compilerOf(w.begFile1().version(8).begLib("main").sizeType(10, 8));
-    EXPECT_EQ("IAR  0", compiler->getProducer());
+    EXPECT_EQ("Nordic  0", compiler->getProducer());
     EXPECT_EQ(64u, compiler->getBaseTypes().at(14).bits);
     EXPECT_EQ(64, compiler->createCompilerInfo()->words[12]);
 }

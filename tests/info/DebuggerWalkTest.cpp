@@ -161,6 +161,18 @@ TEST_F(DebuggerWalk, DescribesContextsAsPropertyListsInTheHostsKeyOrder)
     EXPECT_EQ(main.at("ID"), main.at("TypeID")); // a code scope is its own type
 }
 
+TEST_F(DebuggerWalk, LocatesNoScopeThroughAnotherSymbol)
+{
+    // Neither main nor the block has a symbol of its own; count, the file's first symbol, must
+    // not lend them its place.
+    const Ctx::Ptr main = symbols->lookupGlobalSymbol("main", false);
+    ASSERT_TRUE(main);
+    EXPECT_EQ((Location{tarn::ILocation::Unknown, {{0, 0, "", 0, 14}}}), locationAt(main, 0x100));
+    EXPECT_EQ((Location{tarn::ILocation::Unknown, {{0, 0, "", 0, 8}}}),
+              locationAt(symbols->getScopeContextFromPc(0x106), 0x106));
+    EXPECT_EQ(0x100u, main->getAddress()); // the scope's own range still places it
+}
+
 TEST_F(DebuggerWalk, NamesContextsByIdsThatRoundTrip)
 {
     const Ctx::Ptr root = symbols->getSymbolContextFromID("not a number");

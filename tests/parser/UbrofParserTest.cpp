@@ -7,6 +7,20 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <fstream>
+
+// Under the address sanitizer, running out of memory aborts the process instead of throwing.
+#if defined(__SANITIZE_ADDRESS__)
+#define UBROF_ADDRESS_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define UBROF_ADDRESS_SANITIZER 1
+#endif
+#endif
+
 namespace ubrof {
 namespace {
 
@@ -64,6 +78,52 @@ TEST(UbrofParser, ReportsAFileCutShortAsAParseFailure)
     EXPECT_EQ(std::make_pair(tarn::ErrorCode::ObjectfileParseFailed,
                              "Failed to parse nordic object file " + path + "."),
               failureOf(path));
+}
+
+// Parses with 8 MiB of address space to spare; the exit status tells what left the constructor:
+// 0 the expected CoreException, 2 nothing, 3 another CoreException, 4 any other exception.
+[[noreturn]] void parseWithLittleMemory(const std::string& path)
+{
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlim_t room = rlim_t(pages) * rlim_t(sysconf(_SC_PAGESIZE)) + (rlim_t(8) << 20);
+    const rlimit limit{room, room};
+    setrlimit(RLIMIT_AS, &limit);
+    try {
+        UbrofParser parser(path);
+        _exit(2);
+    } catch (const tarn::CoreException& e) {
+        const std::string expected = "Failed to parse nordic object file " + path + ": ";
+        const bool right = e.getErrorCode() == tarn::ErrorCode::ObjectfileParseFailed &&
+                           e.getStatus()->getMessage().compare(0, expected.size(), expected) == 0;
+        _exit(right ? 0 : 3);
+    } catch (...) {
+        _exit(4);
+    }
+}
+
+// A host catches CoreException only, so nothing else may leave the constructor: not a folder
+// for embedded sources that cannot be made, nor memory that runs out.
+TEST(UbrofParser, LetsNoOtherExceptionOut)
+{
+    ScratchDir dir;
+    std::ofstream(dir.path("embedded_source")) << "a plain file where the copies would go";
+    UbrofWriter w;
+    w.begFile1().version(8).begLib("main").file("a.c", {"int a;"}).srcStat(1, 1).absVar({0}).end().eof();
+    EXPECT_NO_THROW(UbrofParser{dir.save(w)});
+
+    // A byte on each of 4,096 pages of code takes 16 MiB of image, which the limit below forbids.
+    UbrofWriter far;
+    far.begFile1().version(8).begLib("main");
+    for (uint32_t page = 0; page < 4096; ++page)
+        far.org(1, page << 12).absVar({1});
+    far.end().eof();
+    const std::string path = dir.save(far, "far.d90");
+    ASSERT_NO_THROW(UbrofParser{path}) << "the file itself is fine";
+#ifdef UBROF_ADDRESS_SANITIZER
+    GTEST_SKIP() << "needs memory exhaustion to throw";
+#endif
+    EXPECT_EXIT(parseWithLittleMemory(path), ::testing::ExitedWithCode(0), "");
 }
 
 } // namespace

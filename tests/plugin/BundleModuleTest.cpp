@@ -10,6 +10,10 @@
 #include <boost/pointer_cast.hpp>
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <memory>
+#include <sstream>
+
 namespace tarn {
 namespace {
 
@@ -98,6 +102,25 @@ TEST(BundleModule, FactoryMakesIndependentParsersAndPassesFailuresOn)
     } catch (const CoreException& e) {
         EXPECT_EQ(ErrorCode::ObjectfileParseFailed, e.getErrorCode());
     }
+}
+
+// The platform finds the bundle by its manifest function alone; everything else stays inside, so
+// that the module's code and the libraries it carries cannot clash with the host's.
+TEST(BundleModule, ExportsOnlyTheManifest)
+{
+    const std::string command = "nm -D --defined-only '" + kModule + "' 2>&1";
+    std::unique_ptr<FILE, int (*)(FILE*)> nm(popen(command.c_str(), "r"), &pclose);
+    ASSERT_TRUE(nm);
+    std::vector<std::string> names;
+    char line[4096];
+    while (std::fgets(line, sizeof line, nm.get())) {
+        std::istringstream fields(line);
+        std::string address, type, name;
+        fields >> address >> type >> name;
+        names.push_back(name.empty() ? line : name);
+    }
+    ASSERT_EQ(0, pclose(nm.release())) << command;
+    EXPECT_EQ(std::vector<std::string>{"pocoBuildManifest"}, names) << names.size() << " names exported";
 }
 
 } // namespace

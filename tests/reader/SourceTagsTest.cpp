@@ -4,23 +4,19 @@
 #include "reader/ReaderError.h"
 
 #include <boost/filesystem.hpp>
+#include <csignal>
 #include <fstream>
 #include <set>
-#include <sstream>
+
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace ubrof::test {
 namespace {
 
 using SourceTags = ReaderTest;
 namespace fs = boost::filesystem;
-
-std::string contents(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
-}
+using namespace std::string_literals;
 
 TEST_F(SourceTags, RegistersEachFileOnceWhateverItsCase)
 {
@@ -118,9 +114,9 @@ TEST_F(SourceTags, WritesEmbeddedSourcesBesideTheFile)
     EXPECT_EQ((std::set<std::string>{"a_emb.c", "a_emb1.c", "a_emb2.c", "Makefile_emb", "._emb.", "b_emb.c"}),
               written);
     EXPECT_EQ(2, std::distance(fs::directory_iterator(dir.dir()), fs::directory_iterator()));
-    EXPECT_EQ("int x;\r\n\r\ny\r\n", contents((copies / "a_emb.c").string()));
-    EXPECT_EQ("z\r\n", contents((copies / "a_emb1.c").string()));
-    EXPECT_EQ("", contents((copies / "a_emb2.c").string()));
+    EXPECT_EQ("int x;\r\n\r\ny\r\n", fileText((copies / "a_emb.c").string()));
+    EXPECT_EQ("z\r\n", fileText((copies / "a_emb1.c").string()));
+    EXPECT_EQ("", fileText((copies / "a_emb2.c").string()));
 
     ASSERT_EQ(6u, store->sourceFileTable.size());
     const SourceFileRecord& first = store->sourceFileTable[0];
@@ -137,21 +133,141 @@ TEST_F(SourceTags, WritesEmbeddedSourcesBesideTheFile)
     EXPECT_EQ((copies / "a_emb.c").string(), store->sourceFileTable[0].name);
 }
 
-TEST_F(SourceTags, WritesNoMoreEmbeddedCopiesThanTheCap)
+TEST_F(SourceTags, WritesNoMoreEmbeddedCopiesThanTheCapAndNamesNoCopyPastIt)
 {
+    const fs::path copies = fs::path(dir.dir()) / "embedded_source";
+    UbrofWriter earlier = fileStart();
+    earlier.begLib("m").file("y.c", {"old"}).end().eof();
+    ASSERT_EQ("", read(earlier));
+    ASSERT_EQ("old\r\n", fileText((copies / "y_emb.c").string()));
+
     UbrofWriter w = fileStart();
     w.begLib("m");
-    for (uint32_t i = 0; i <= CParser::kMaxEmbeddedCopies; ++i)
+    for (uint32_t i = 0; i < CParser::kMaxEmbeddedCopies; ++i)
         w.file("x.c", {"x"});
-    w.end().eof();
+    w.file("src/y.c", {"new"}).end().eof();
     ASSERT_EQ("", read(w));
 
-    const fs::path copies = fs::path(dir.dir()) / "embedded_source";
-    EXPECT_EQ(CParser::kMaxEmbeddedCopies,
+    EXPECT_EQ(CParser::kMaxEmbeddedCopies + 1,
               size_t(std::distance(fs::directory_iterator(copies), fs::directory_iterator())));
-    // The file past the cap is still a source of the module; it only has no copy on disk.
+    // The file past the cap is still a source of the module, under the name the file gave it:
+    // the copy y_emb.c holds the earlier parse's text, not this one's.
     ASSERT_EQ(CParser::kMaxEmbeddedCopies + 1, store->sourceFileTable.size());
-    EXPECT_FALSE(fs::exists(store->sourceFileTable.back().name));
+    EXPECT_EQ("src/y.c", store->sourceFileTable.back().name);
+    EXPECT_EQ(1, store->sourceFileTable.back().isEmbedded);
+    EXPECT_EQ("old\r\n", fileText((copies / "y_emb.c").string()));
+}
+
+TEST_F(SourceTags, ReadsOnWhenNoCopyCanBeWritten)
+{
+    // A plain file where the folder would be stops even a privileged user from writing copies.
+    const std::string blocker = dir.path("embedded_source");
+    std::ofstream(blocker) << "not a folder";
+    UbrofWriter w = fileStart();
+    w.begLib("m").file("a.c", {"int x;"}).srcStat(1, 1).absVar({0}).symbolDef(symbol("after")).end().eof();
+    ASSERT_EQ("", read(w));
+
+    ASSERT_EQ(1u, store->sourceFileTable.size());
+    EXPECT_EQ((fs::path(dir.dir()) / "embedded_source" / "a_emb.c").string(), store->sourceFileTable[0].name);
+    EXPECT_EQ((std::vector<uint32_t>{0}), store->sourceFileTable[0].lineRanges);
+    EXPECT_EQ("after", symbolName(0));
+    EXPECT_EQ("not a folder", fileText(blocker));
+}
+
+TEST_F(SourceTags, NeverWritesThroughAPlantedLink)
+{
+    const fs::path copies = fs::path(dir.dir()) / "embedded_source";
+    const std::string victim = dir.path("victim.txt");
+    std::ofstream(victim) << "mine";
+    UbrofWriter w = fileStart();
+    w.begLib("m").file("a.c", {"embedded"}).end().eof();
+    ASSERT_EQ("", read(w));
+
+    // A link in place of the copy is replaced, not followed.
+    fs::remove(copies / "a_emb.c");
+    fs::create_symlink(victim, copies / "a_emb.c");
+    ASSERT_EQ("", read(w));
+    EXPECT_EQ("mine", fileText(victim));
+    EXPECT_FALSE(fs::is_symlink(copies / "a_emb.c"));
+    EXPECT_EQ("embedded\r\n", fileText((copies / "a_emb.c").string()));
+
+    // A link in place of the folder is not entered: nothing is written, the parse goes on.
+    const fs::path elsewhere = fs::path(dir.dir()) / "elsewhere";
+    fs::create_directory(elsewhere);
+    fs::remove_all(copies);
+    fs::create_directory_symlink(elsewhere, copies);
+    ASSERT_EQ("", read(w));
+    EXPECT_TRUE(fs::is_empty(elsewhere));
+    EXPECT_TRUE(fs::is_symlink(copies));
+    EXPECT_EQ((copies / "a_emb.c").string(), store->sourceFileTable[0].name);
+}
+
+TEST_F(SourceTags, KeepsEveryStoredNameInsideTheFolder)
+{
+    // The file lies two folders down, so that a copy escaping by ".." would show above it.
+    const fs::path top(dir.dir());
+    fs::create_directories(top / "a" / "b");
+    UbrofWriter w = fileStart();
+    w.begLib("m").file("../../up.c", {"1"}).file("/tmp/absolute.c", {"2"}).file("C:\\dir\\drive.c", {"3"});
+    w.file("C:relative.c", {"4"}).file("..\\..\\back.c", {"5"}).file("nul\0/../../x.c"s, {"6"});
+    w.file("..", {"7"}).file(std::string(249, 'n') + ".c", {"8"}).file(std::string(251, 'o') + ".c", {"9"});
+    w.end().eof();
+    ASSERT_EQ("", read(w.bytes(), "a/b/test.d90"));
+
+    std::set<std::string> outside;
+    for (fs::recursive_directory_iterator it(top), end; it != end; ++it) {
+        const fs::path relative = fs::relative(it->path(), top);
+        if (relative != "a" && relative != "a/b" && relative != "a/b/test.d90" && relative != "a/b/embedded_source" &&
+            relative.parent_path() != "a/b/embedded_source")
+            outside.insert(relative.string());
+    }
+    EXPECT_EQ(std::set<std::string>{}, outside);
+    std::set<std::string> written;
+    for (const fs::directory_entry& entry : fs::directory_iterator(top / "a" / "b" / "embedded_source"))
+        written.insert(entry.path().filename().string());
+    // Over-long names are not written: their copy's name would be longer than a file name may be.
+    EXPECT_EQ((std::set<std::string>{"up_emb.c", "absolute_emb.c", "drive_emb.c", "C:relative_emb.c", "back_emb.c",
+                                     "nul_emb", "._emb.", std::string(249, 'n') + "_emb.c"}),
+              written);
+    EXPECT_EQ(9u, store->sourceFileTable.size());
+}
+
+TEST_F(SourceTags, WritesACopyWholeOrNotAtAll)
+{
+    const fs::path copies = fs::path(dir.dir()) / "embedded_source";
+    UbrofWriter w = fileStart();
+    w.begLib("m").file("a.c", {"first line", std::string(60000, 'x'), "last line"});
+    // Cut inside the last line: the parse fails, and neither a part nor a temporary file stays.
+    ASSERT_EQ(kUnexpectedEndOfFile, read(w.prefix(w.size() - 4)));
+    EXPECT_TRUE(fs::is_empty(copies));
+    ASSERT_EQ("", read(w.end().eof()));
+    EXPECT_EQ("first line\r\n" + std::string(60000, 'x') + "\r\nlast line\r\n",
+              fileText((copies / "a_emb.c").string()));
+    EXPECT_EQ(1, std::distance(fs::directory_iterator(copies), fs::directory_iterator()));
+}
+
+TEST_F(SourceTags, LeavesNothingOfACopyWhoseWriteFails)
+{
+    const fs::path copies = fs::path(dir.dir()) / "embedded_source";
+    UbrofWriter earlier = fileStart();
+    ASSERT_EQ("", read(earlier.begLib("m").file("a.c", {"old"}).end().eof()));
+    UbrofWriter w = fileStart();
+    w.begLib("m").file("a.c", {std::string(60000, 'x')}).end().eof();
+    const std::string big = dir.save(w);
+    // Files may not grow past 4 KiB, so the write fails half-way; the parse itself succeeds.
+    const auto parseWithSmallFiles = [&] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{4096, 4096};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        TarnUbrofParser parsed;
+        _exit(parsed.initialize() && parsed.parseFile(big) == 0 ? 0 : 1);
+    };
+    EXPECT_EXIT(parseWithSmallFiles(), ::testing::ExitedWithCode(0), "");
+    // Neither a part of the copy nor the earlier copy, which would pass for this file's text.
+    std::vector<std::string> left;
+    for (const fs::directory_entry& entry : fs::directory_iterator(copies))
+        left.push_back(entry.path().filename().string() + " " + std::to_string(fs::file_size(entry.path())));
+    EXPECT_EQ(std::vector<std::string>{}, left);
 }
 
 TEST_F(SourceTags, ModuleFileTablesHoldOnlyTheReferencesDeclared)

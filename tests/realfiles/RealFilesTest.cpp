@@ -87,6 +87,7 @@ class OldFormat : public ::testing::TestWithParam<const char*> {};
 // declares their names but no scope or symbol uses them. Those are the only ones allowed missing.
 TEST_P(OldFormat, ParsesToTheEndWithTheProgramsNames)
 {
+    UBROF_NEED_REAL_FILES();
     ScratchDir dir;
     UbrofParser parser(copyInto(dir, GetParam()));
     const TarnUbrofParser& store = *parser.getStore();
@@ -111,10 +112,43 @@ TEST_P(OldFormat, ParsesToTheEndWithTheProgramsNames)
     RecordProperty("found", std::to_string(found) + " of " + std::to_string(listed.size()));
 }
 
+// A scope answers a location only through a symbol that shares its name record; in these
+// formats functions name themselves, so no scope may answer one, least of all symbol 0's.
+TEST_P(OldFormat, LocatesNoScopeThroughAnotherSymbol)
+{
+    UBROF_NEED_REAL_FILES();
+    ScratchDir dir;
+    UbrofParser parser(copyInto(dir, GetParam()));
+    const TarnUbrofParser& store = *parser.getStore();
+    const auto same = [](const SymbolLocation& a, const SymbolLocation& b) {
+        return a.kind == b.kind && a.memoryClass == b.memoryClass && a.value == b.value;
+    };
+    size_t located = 0;
+    for (int32_t scope = 0; scope < int32_t(store.blockTree.blocks.size()); ++scope) {
+        SymbolLocation location;
+        if (store.getSymbolLocation(store.encodeContextId(ScopeContext, scope), 0xFFFFFFFF, &location) != 0)
+            continue;
+        ++located;
+        bool own = false;
+        for (int32_t symbol = 0; symbol < int32_t(store.symbolTable.symbols.size()); ++symbol) {
+            SymbolLocation its;
+            if (store.symbolTable.symbols[size_t(symbol)].nameIndex ==
+                    uint32_t(store.blockTree.blocks[size_t(scope)].nameIndex) &&
+                store.getSymbolLocation(store.encodeContextId(SymbolContext, symbol), 0xFFFFFFFF, &its) == 0)
+                own = own || same(location, its);
+        }
+        std::string name;
+        store.getScopeName(scope, name);
+        EXPECT_TRUE(own) << "scope " << name << " answers a location at " << std::hex << location.value;
+    }
+    std::printf("%s: %zu of %zu scopes located\n", GetParam(), located, store.blockTree.blocks.size());
+}
+
 // The linker's own account: every listed name it placed is a symbol at its address. Function
 // scopes start at their first statement, after any prologue, so they may start later.
 TEST(RealFiles, AgreesWithTheLinkerMap)
 {
+    UBROF_NEED_REAL_FILES();
     ScratchDir dir;
     UbrofParser parser(copyInto(dir, "avr-mobit-nmea/nmea.d90"));
     const TarnUbrofParser& store = *parser.getStore();
@@ -148,6 +182,7 @@ INSTANTIATE_TEST_SUITE_P(RealFiles, OldFormat,
 
 TEST(RealFiles, RefusesNewerFormatsAndRelocatableObjects)
 {
+    UBROF_NEED_REAL_FILES();
     ScratchDir dir;
     size_t newer = 0, relocatable = 0;
     for (const fs::directory_entry& folder : fs::directory_iterator(realFile(""))) {

@@ -107,6 +107,7 @@ TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRandomTrees)
 // Real trees hold hidden modules without code, overlapping modules and many line ranges.
 TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRealFiles)
 {
+    UBROF_NEED_REAL_FILES();
     for (const char* name : {"avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90", "avr-mobit-nmea/nmea.d90"}) {
         TarnUbrofParser store;
         ASSERT_EQ(0, store.initialize() ? store.parseFile(test::realFile(name)) : -1) << name;

@@ -72,6 +72,35 @@ TEST(SymbolLocation, RecordsAtOrBelowPcOverrideTheSymbolsOwn)
     EXPECT_EQ(258, TarnUbrofParser().getSymbolLocation(context, 0, &location));
 }
 
+// A scope is located only through a symbol of its own name: a function whose scope and symbol
+// share one name record answers the symbol's place; a scope without one answers nothing, never
+// the place of another symbol (symbol 0 here, where every nameless scope once pointed).
+TEST(SymbolLocation, AScopeAnswersOnlyThroughASymbolOfItsOwnName)
+{
+    UbrofWriter w;
+    w.begFile1().version(8).begLib("m").symbolDef({"first", 1, 2, 0x10, 6, {}});
+    w.scopedName("f").symbolDef2(1, 1, 0, 0x400, 0).org(1, 0x400).blockBegin3(1).absVar({0, 0}).blockEnd();
+    w.funcBegin1("g").absVar({0, 0}).blockBegin1().absVar({0}).blockEnd().blockEnd();
+    w.blockBegin3(0xFFFFFFFF).blockEnd();
+    // More symbols than scopes, so that every scope number is also a valid symbol index.
+    w.symbolDef({"a", 1, 2, 0x12, 6, {}}).symbolDef({"b", 1, 2, 0x14, 6, {}}).symbolDef({"c", 1, 2, 0x16, 6, {}});
+    w.end().eof();
+    test::ScratchDir dir;
+    TarnUbrofParser s;
+    ASSERT_EQ(0, s.initialize() ? s.parseFile(dir.save(w)) : -1);
+    ASSERT_EQ(5u, s.blockTree.blocks.size());
+    ASSERT_EQ(FunctionBlock, s.blockTree.blocks[1].kind);
+
+    EXPECT_EQ(Where(1, CodeMemory, 0x400), locate(s, s.encodeContextId(ScopeContext, 1)));
+    for (int32_t scope : {0, 2, 3, 4}) {
+        SymbolLocation location;
+        location.kind = location.memoryClass = location.value = 99;
+        EXPECT_EQ(-1, s.getSymbolLocation(s.encodeContextId(ScopeContext, scope), 0x400, &location)) << scope;
+        EXPECT_EQ(Where(99, 99, 99), Where(location.kind, location.memoryClass, location.value)) << scope;
+    }
+    EXPECT_EQ(Where(1, DataMemory, 0x10), locate(s, s.encodeContextId(SymbolContext, 0)));
+}
+
 // A typedef of a structure, a two-dimensional array and a bit field, each with a variable.
 class TypedSymbols : public ::testing::Test {
 protected:

@@ -1,5 +1,6 @@
-// ubrofdump on the bundled sample: every command's whole output, human and JSON, against golden
-// files in golden/ (UBROF_UPDATE_GOLDEN=1 rewrites them; see scripts/update-golden).
+// ubrofdump as a user runs it: whole outputs on the bundled sample against golden files in golden/
+// (UBROF_UPDATE_GOLDEN=1 rewrites them; see scripts/update-golden), and what it says about
+// numbers, contexts, bad files, source names, JSON and layout on writer-built files.
 #include "TestFiles.h"
 
 #include <boost/json/parse.hpp>
@@ -11,11 +12,14 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <regex>
 #include <sstream>
 
 namespace ubrof {
 namespace {
 
+namespace json = boost::json;
+using test::fileText;
 using test::ScratchDir;
 
 struct DumpResult {
@@ -24,16 +28,10 @@ struct DumpResult {
     std::string err;
 };
 
-std::string readFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-// Runs ubrofdump in dir, so that the sample's embedded source lands there and paths stay relative.
-DumpResult ubrofdump(const ScratchDir& dir, const std::vector<std::string>& args)
+// Runs program in dir, with extra environment variables, so that embedded sources land there
+// and paths stay relative.
+DumpResult runIn(const ScratchDir& dir, const std::string& program, const std::vector<std::string>& args,
+                 const std::vector<std::pair<std::string, std::string>>& environment = {})
 {
     const std::string outPath = dir.path("stdout"), errPath = dir.path("stderr");
     const pid_t child = fork();
@@ -42,20 +40,68 @@ DumpResult ubrofdump(const ScratchDir& dir, const std::vector<std::string>& args
         const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         if (out < 0 || err < 0 || chdir(dir.dir().c_str()) != 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0)
             _exit(127);
-        std::vector<char*> argv{const_cast<char*>(UBROFDUMP)};
+        for (const auto& [name, value] : environment)
+            setenv(name.c_str(), value.c_str(), 1);
+        std::vector<char*> argv{const_cast<char*>(program.c_str())};
         for (const std::string& arg : args)
             argv.push_back(const_cast<char*>(arg.c_str()));
         argv.push_back(nullptr);
-        execv(UBROFDUMP, argv.data());
+        execv(program.c_str(), argv.data());
         _exit(127);
     }
     DumpResult run;
     int status = 0;
     if (child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status))
         run.status = WEXITSTATUS(status);
-    run.out = readFile(outPath);
-    run.err = readFile(errPath);
+    run.out = fileText(outPath);
+    run.err = fileText(errPath);
     return run;
+}
+
+DumpResult ubrofdump(const ScratchDir& dir, const std::vector<std::string>& args)
+{
+    return runIn(dir, UBROFDUMP, args);
+}
+
+void copySample(const ScratchDir& dir)
+{
+    const std::string sample = fileText(UBROF_SAMPLE_FILE);
+    ASSERT_FALSE(sample.empty()) << "the build writes " << UBROF_SAMPLE_FILE;
+    std::ofstream(dir.path("sample.d90"), std::ios::binary) << sample;
+}
+
+// A JSON error document: the schema, then an Error with a code and a message, nothing else.
+void expectErrorDocument(const std::string& out, const std::string& code, const std::string& what)
+{
+    const json::value document = json::parse(out);
+    ASSERT_TRUE(document.is_object()) << what;
+    EXPECT_EQ(2, document.at("Schema").to_number<int>()) << what;
+    EXPECT_EQ(2u, document.get_object().size()) << what;
+    const json::object& error = document.at("Error").get_object();
+    EXPECT_EQ(code, error.at("Code").as_string()) << what;
+    EXPECT_FALSE(error.at("Message").as_string().empty()) << what;
+    for (const auto& entry : error)
+        EXPECT_TRUE(entry.key() == "Code" || entry.key() == "Message" || entry.key() == "Module") << entry.key();
+}
+
+// Enumeration numbers come with their names, and no key is spelled in a second way.
+void expectNamedEnumerations(const json::value& value, const std::string& what)
+{
+    if (value.is_array())
+        for (const auto& element : value.get_array())
+            expectNamedEnumerations(element, what);
+    if (!value.is_object())
+        return;
+    for (const auto& entry : value.get_object()) {
+        const std::string key = entry.key();
+        EXPECT_NE("Id", key) << what;
+        for (const char* enumeration : {"Class", "TypeClass", "StorageClass", "AddressingMode", "ByteOrder"}) {
+            if (key == enumeration) {
+                EXPECT_TRUE(value.get_object().contains(key + "Name")) << what << ": " << key;
+            }
+        }
+        expectNamedEnumerations(entry.value(), what);
+    }
 }
 
 struct GoldenCase {
@@ -79,14 +125,18 @@ const GoldenCase kCases[] = {
     {"sources", {"sources", "sample.d90"}, 0},
     {"sources-json", {"sources", "sample.d90", "--json"}, 0},
     {"sources-mapped", {"--map-path", kSource + "=src/", "sources", "sample.d90"}, 0},
+    {"sources-mapped-separators", {"--map-path", "c:/WORK=/home/me/work", "sources", "sample.d90"}, 0},
     {"lines", {"lines", "sample.d90"}, 0},
     {"lines-json", {"lines", "sample.d90", "--json"}, 0},
     {"lines-range", {"lines", "sample.d90", "0x100", "272"}, 0},
     {"lines-none", {"lines", "sample.d90", "0x300", "0x400"}, 3},
     {"lines-none-json", {"--json", "lines", "sample.d90", "0x300", "0x400"}, 3},
+    {"lines-reversed", {"lines", "sample.d90", "0x200", "0x100"}, 2},
     {"line2addr", {"line2addr", "sample.d90", "c:\\WORK\\thermo\\SENSOR.c", "19"}, 0},
     {"line2addr-json", {"--json", "--map-path", kSource + "=src/", "line2addr", "sample.d90", "src/main.c", "54"}, 0},
+    {"line2addr-base-name", {"line2addr", "sample.d90", "SENSOR.C", "0x13"}, 0},
     {"line2addr-none", {"line2addr", "sample.d90", kSource + "sensor.c", "22"}, 3},
+    {"line2addr-no-source", {"line2addr", "sample.d90", "sensr.c", "19"}, 3},
     {"scope", {"scope", "sample.d90", "0xa0"}, 0},
     {"scope-json", {"scope", "sample.d90", "0x108", "--json"}, 0},
     {"scope-none", {"scope", "sample.d90", "0x10"}, 3},
@@ -98,11 +148,14 @@ const GoldenCase kCases[] = {
     {"lookup-scope", {"lookup", "sample.d90", "sum", "--scope", "9"}, 0},
     {"lookup-function-json", {"lookup", "sample.d90", "average", "--json"}, 0},
     {"lookup-none", {"lookup", "sample.d90", "count"}, 3},
+    {"lookup-none-json", {"lookup", "sample.d90", "count", "--json"}, 3},
     {"context", {"context", "sample.d90", "33"}, 0},
     {"context-json", {"context", "sample.d90", "31", "--json"}, 0},
+    {"context-none", {"context", "sample.d90", "99999"}, 3},
     {"context-none-json", {"context", "sample.d90", "99999", "--json"}, 3},
     {"compiler", {"compiler", "sample.d90"}, 0},
     {"compiler-json", {"compiler", "sample.d90", "--json"}, 0},
+    {"usage-json", {"--json", "frobnicate", "sample.d90"}, 2},
 };
 
 class Golden : public ::testing::TestWithParam<GoldenCase> {};
@@ -111,9 +164,7 @@ TEST_P(Golden, MatchesTheWholeOutput)
 {
     const GoldenCase& c = GetParam();
     ScratchDir dir;
-    const std::string sample = readFile(UBROF_SAMPLE_FILE);
-    ASSERT_FALSE(sample.empty()) << "the build writes " << UBROF_SAMPLE_FILE;
-    std::ofstream(dir.path("sample.d90"), std::ios::binary) << sample;
+    copySample(dir);
 
     const DumpResult run = ubrofdump(dir, c.args);
     EXPECT_EQ(c.status, run.status);
@@ -126,18 +177,19 @@ TEST_P(Golden, MatchesTheWholeOutput)
             std::ofstream(errFile, std::ios::binary) << run.err;
         return;
     }
-    EXPECT_EQ(readFile(outFile), run.out);
+    EXPECT_EQ(fileText(outFile), run.out);
     // Anything on standard error that the golden files do not expect fails the case.
-    EXPECT_EQ(readFile(errFile), run.err);
+    EXPECT_EQ(fileText(errFile), run.err);
 
-    if (std::string(c.name).find("json") != std::string::npos) {
-        const boost::json::value document = boost::json::parse(run.out);
-        ASSERT_TRUE(document.is_object());
-        const auto& object = document.get_object();
-        ASSERT_FALSE(object.empty());
-        EXPECT_EQ("Schema", object.begin()->key());
-        EXPECT_EQ(1, object.begin()->value().to_number<int>());
-    }
+    if (std::string(c.name).find("json") == std::string::npos)
+        return;
+    EXPECT_EQ("", run.err) << "with --json, everything goes to standard output";
+    const json::value document = json::parse(run.out);
+    ASSERT_TRUE(document.is_object());
+    EXPECT_EQ("Schema", document.get_object().begin()->key());
+    EXPECT_EQ(2, document.at("Schema").to_number<int>());
+    EXPECT_EQ(c.status != 0, document.get_object().contains("Error"));
+    expectNamedEnumerations(document, c.name);
 }
 
 INSTANTIATE_TEST_SUITE_P(Ubrofdump, Golden, ::testing::ValuesIn(kCases),
@@ -149,58 +201,235 @@ INSTANTIATE_TEST_SUITE_P(Ubrofdump, Golden, ::testing::ValuesIn(kCases),
                              return name;
                          });
 
-TEST(UbrofdumpExit, FilesThatCannotBeReadGiveStatusOneAndNothingOnStandardOutput)
+TEST(UbrofdumpNumbers, HexAndDecimalReachTheModuleAsTheSameNumber)
 {
     ScratchDir dir;
-    UbrofWriter w;
-    w.begFile1().version(8).begLib("main").org(1, 0x100).absVar({1, 2, 3, 4}).end().eof();
-    dir.save(w.prefix(w.size() - 3), "cut.d90");
-    std::ofstream(dir.path("notes.txt")) << "not an object file\n";
-
-    const std::string unrecognized =
-        "ubrofdump: error 0x20027: Failed to initialize Nordic Parser. The file %s was not recognized as a Nordic Object file\n";
-    auto message = [](const std::string& format, const std::string& path) {
-        char text[512];
-        std::snprintf(text, sizeof text, format.c_str(), path.c_str());
-        return std::string(text);
+    copySample(dir);
+    const std::pair<std::vector<std::string>, std::vector<std::string>> pairs[] = {
+        {{"context", "sample.d90", "0x21"}, {"context", "sample.d90", "33"}},
+        {{"lookup", "sample.d90", "sum", "--scope", "0x9"}, {"lookup", "sample.d90", "sum", "--scope", "9"}},
+        {{"scope", "sample.d90", "0xA0"}, {"scope", "sample.d90", "160"}},
+        {{"symbols", "sample.d90", "--pc", "0xf4"}, {"symbols", "sample.d90", "--pc", "244"}},
+        {{"lines", "sample.d90", "0x100", "0x110"}, {"lines", "sample.d90", "256", "272"}},
+        {{"line2addr", "sample.d90", "main.c", "0x36"}, {"line2addr", "sample.d90", "main.c", "54"}},
     };
-    for (const auto& [file, expected] :
-         {std::make_pair(std::string("missing.d90"), message(unrecognized, "missing.d90")),
-          std::make_pair(std::string("notes.txt"), message(unrecognized, "notes.txt")),
-          std::make_pair(std::string("cut.d90"),
-                         message("ubrofdump: error 0x20027: Failed to parse nordic object file %s.\n", "cut.d90"))}) {
-        for (const char* command : {"summary", "symbols"}) {
-            const DumpResult run = ubrofdump(dir, {"--json", command, file});
-            EXPECT_EQ(1, run.status) << file;
-            EXPECT_EQ("", run.out) << file;
-            EXPECT_EQ(expected, run.err) << file;
-        }
+    for (const auto& [hex, decimal] : pairs) {
+        const DumpResult asHex = ubrofdump(dir, hex), asDecimal = ubrofdump(dir, decimal);
+        EXPECT_EQ(0, asHex.status) << hex[0] << ": " << asHex.err;
+        EXPECT_EQ(asDecimal.out, asHex.out) << hex[0];
     }
 }
 
-TEST(UbrofdumpExit, UsageErrorsGiveStatusTwo)
+// One module (scope 1), no symbols, then the type table: type k is context 2 + k. A kind-47
+// record has neither name nor tag, and one record follows it.
+TEST(UbrofdumpContexts, EveryNumberOfTheTablesIsAContextNamedOrNot)
 {
     ScratchDir dir;
-    const std::string sample = readFile(UBROF_SAMPLE_FILE);
-    std::ofstream(dir.path("sample.d90"), std::ios::binary) << sample;
-    for (const std::vector<std::string>& args :
-         std::vector<std::vector<std::string>>{{},
-                                               {"scope", "sample.d90"},
-                                               {"scope", "sample.d90", "12abc"},
-                                               {"lines", "sample.d90", "1", "2", "3"},
-                                               {"--frobnicate", "sample.d90"},
-                                               {"segments", "sample.d90", "--pc", "4"},
-                                               {"lookup", "sample.d90", "x", "--pc", "1", "--scope", "2"},
-                                               {"--map-path", "nothing", "sample.d90"},
-                                               {"lines", "sample.d90", "0x400", "0x300"}}) {
+    UbrofWriter w;
+    w.begFile1().version(8).begPgm("main").typeBare(120, 47).typePointer(121, 15, 1).end().eof();
+    dir.save(w, "bare.d90");
+
+    for (const char* id : {"122", "0x7a", "123"}) {
+        const DumpResult run = ubrofdump(dir, {"context", "bare.d90", id});
+        EXPECT_EQ(0, run.status) << id << ": " << run.err;
+    }
+    const json::value bare = json::parse(ubrofdump(dir, {"--json", "context", "bare.d90", "122"}).out);
+    EXPECT_EQ("122", bare.at("Context").at("ID").as_string());
+    EXPECT_EQ("", bare.at("Context").at("Name").as_string());
+    EXPECT_EQ("other", bare.at("Context").at("ClassName").as_string());
+
+    const DumpResult past = ubrofdump(dir, {"context", "bare.d90", "124"});
+    EXPECT_EQ(3, past.status);
+    EXPECT_EQ("ubrofdump: no context 124 in bare.d90\n", past.err);
+    EXPECT_EQ(3, ubrofdump(dir, {"context", "bare.d90", "4294967298"}).status) << "not context 2 by its low bits";
+}
+
+TEST(UbrofdumpMessages, FilesThatCannotBeReadSayWhyAndKeepTheModulesReport)
+{
+    ScratchDir dir;
+    UbrofWriter cut;
+    cut.begFile1().version(8).begLib("main").org(1, 0x100).absVar({1, 2, 3, 4}).end().eof();
+    dir.save(cut.prefix(cut.size() - 3), "cut.d90");
+    UbrofWriter newer;
+    newer.begFile1().version(10).begLib("main").end().eof();
+    dir.save(newer, "newer.d43");
+    std::ofstream(dir.path("notes.txt")) << "not an object file\n";
+    std::ofstream(dir.path("empty.d90"));
+    boost::filesystem::create_directory(dir.path("folder"));
+
+    const std::tuple<const char*, const char*, std::string> cases[] = {
+        {"missing.d90", "no-such-file", "there is no file missing.d90; check the path"},
+        {"folder", "is-directory", "folder is a directory; give the path of a UBROF file in it"},
+        {"empty.d90", "empty-file", "empty.d90 is empty; the link that wrote it may have failed"},
+        {"notes.txt", "not-ubrof", "notes.txt is not a UBROF file: it begins with the byte 0x6E"},
+        {"newer.d43", "newer-version", "newer.d43 is in UBROF format version 10; the module reads versions up to 8"},
+        {"cut.d90", "damaged", "cut.d90 begins as a UBROF file but could not be read to its end"},
+    };
+    for (const auto& [file, code, sentence] : cases) {
+        const DumpResult text = ubrofdump(dir, {"symbols", file});
+        EXPECT_EQ(1, text.status) << file;
+        EXPECT_EQ("", text.out) << file;
+        EXPECT_EQ(0u, text.err.find("ubrofdump: " + sentence)) << text.err;
+        EXPECT_NE(std::string::npos, text.err.find("\nubrofdump: the module answered error 0x20027: ")) << text.err;
+
+        const DumpResult asJson = ubrofdump(dir, {"--json", "symbols", file});
+        EXPECT_EQ(1, asJson.status) << file;
+        EXPECT_EQ("", asJson.err) << file;
+        expectErrorDocument(asJson.out, code, file);
+        const json::value document = json::parse(asJson.out);
+        EXPECT_EQ(0x20027, document.at("Error").at("Module").at("Code").to_number<int>()) << file;
+        EXPECT_NE(std::string::npos, std::string(document.at("Error").at("Module").at("Message").as_string()).find(file));
+    }
+}
+
+TEST(UbrofdumpMessages, AnUnknownCommandIsNamedWhereverItStands)
+{
+    ScratchDir dir;
+    copySample(dir);
+    for (const std::vector<std::string>& args : {std::vector<std::string>{"frobnicate", "sample.d90"},
+                                                 std::vector<std::string>{"sample.d90", "frobnicate"}}) {
         const DumpResult run = ubrofdump(dir, args);
-        EXPECT_EQ(2, run.status) << ::testing::PrintToString(args);
-        EXPECT_EQ("", run.out) << ::testing::PrintToString(args);
-        EXPECT_NE("", run.err) << ::testing::PrintToString(args);
+        EXPECT_EQ(2, run.status);
+        EXPECT_EQ(0u, run.err.find("ubrofdump: unknown command frobnicate; the commands are summary, ")) << run.err;
+    }
+}
+
+// Two sources of one base name in one module; only the first holds code, a statement at line 7.
+TEST(UbrofdumpMessages, SourcesAreNamedByAnyUniqueEndOfTheirPath)
+{
+    ScratchDir dir;
+    UbrofWriter w;
+    w.begFile1().version(8).begPgm("radio").fileRef(0, "C:\\work\\a\\radio.c").org(1, 0x100);
+    w.funcBegin1("send").srcStat(7, 7).absVar({0, 0}).blockEnd().fileRef(1, "C:\\work\\b\\Radio.c").end().eof();
+    dir.save(w, "radios.d90");
+
+    for (const char* name : {"a/RADIO.C", "a\\radio.c", "work/a/radio.c", "C:/work/a/radio.c"}) {
+        const DumpResult run = ubrofdump(dir, {"line2addr", "radios.d90", name, "7"});
+        EXPECT_EQ(0, run.status) << name << ": " << run.err;
+        EXPECT_NE(std::string::npos, run.out.find("0x0100   send")) << run.out;
+    }
+    const DumpResult both = ubrofdump(dir, {"line2addr", "radios.d90", "radio.c", "7"});
+    EXPECT_EQ(2, both.status);
+    EXPECT_EQ(0u, both.err.find("ubrofdump: radio.c matches 2 source files, C:\\work\\a\\radio.c and "
+                                "C:\\work\\b\\Radio.c; give more of the path\n"))
+        << both.err;
+    const DumpResult noCode = ubrofdump(dir, {"line2addr", "radios.d90", "b/radio.c", "7"});
+    EXPECT_EQ(3, noCode.status);
+    EXPECT_EQ(0u, noCode.err.find("ubrofdump: no code at line 7 of C:\\work\\b\\Radio.c; the file has no code\n"))
+        << noCode.err;
+    const DumpResult partOfAName = ubrofdump(dir, {"line2addr", "radios.d90", "dio.c", "7"});
+    EXPECT_EQ(3, partOfAName.status);
+    EXPECT_EQ(0u, partOfAName.err.find("ubrofdump: no source file matches dio.c; the closest are ")) << partOfAName.err;
+}
+
+TEST(UbrofdumpJson, EveryOutcomeIsOneDocumentWithTheTextFormsStatus)
+{
+    ScratchDir dir;
+    copySample(dir);
+    const std::tuple<std::vector<std::string>, int, const char*> cases[] = {
+        {{}, 2, "usage"},
+        {{"scope", "sample.d90"}, 2, "usage"},
+        {{"lines", "sample.d90", "1", "2", "3"}, 2, "usage"},
+        {{"lookup", "sample.d90", "x", "--pc", "1", "--scope", "2"}, 2, "usage"},
+        {{"--map-path", "nothing", "sample.d90"}, 2, "usage"},
+        {{"scope", "sample.d90", "12abc"}, 2, "usage"},
+        {{"--frobnicate", "sample.d90"}, 2, "usage"},
+        {{"segments", "sample.d90", "--pc", "4"}, 2, "usage"},
+        {{"lines", "sample.d90", "0x400", "0x300"}, 2, "usage"},
+        {{"lookup", "sample.d90", ""}, 2, "usage"},
+        {{"scope", "sample.d90", "0x10"}, 3, "not-found"},
+        {{"lookup", "sample.d90", "count"}, 3, "not-found"},
+        {{"lookup", "sample.d90", "sum", "--scope", "99999"}, 3, "not-found"},
+        {{"context", "sample.d90", "99999"}, 3, "not-found"},
+        {{"lines", "sample.d90", "0x300", "0x400"}, 3, "not-found"},
+        {{"line2addr", "sample.d90", "main.c", "1"}, 3, "not-found"},
+        {{"line2addr", "sample.d90", "nothing.c", "1"}, 3, "not-found"},
+        {{"summary", "missing.d90"}, 1, "no-such-file"},
+        {{"summary", "sample.d90", "--plugin", "/nonexistent/module"}, 4, "no-module"},
+    };
+    for (const auto& [args, status, code] : cases) {
+        const std::string what = ::testing::PrintToString(args);
+        const DumpResult text = ubrofdump(dir, args);
+        EXPECT_EQ(status, text.status) << what;
+        EXPECT_EQ("", text.out) << what;
+        EXPECT_NE("", text.err) << what;
+        std::vector<std::string> jsonArgs = args;
+        jsonArgs.insert(jsonArgs.begin(), "--json");
+        const DumpResult asJson = ubrofdump(dir, jsonArgs);
+        EXPECT_EQ(status, asJson.status) << what;
+        EXPECT_EQ("", asJson.err) << what;
+        expectErrorDocument(asJson.out, code, what);
     }
     const DumpResult help = ubrofdump(dir, {"--help"});
     EXPECT_EQ(0, help.status);
-    EXPECT_NE(std::string::npos, help.out.find("usage: ubrofdump"));
+    EXPECT_EQ(0u, help.out.find("usage: ubrofdump"));
+}
+
+// A code segment above 64 KiB and names longer than a column.
+TEST(UbrofdumpLayout, AddressesTakeTheirMemorysWidthAndColumnsStayNarrow)
+{
+    ScratchDir dir;
+    const std::string longName = "read_the_temperature_sensor_and_average_the_last_eight_samples";
+    const std::string longPath = "C:\\projects\\thermometer\\firmware\\sources\\sensor_readout.c";
+    UbrofWriter w;
+    w.begFile1().version(8).begPgm("sensor").fileRef(0, longPath).org(1, 0x12340);
+    w.funcBegin1(longName).srcStat(7, 7).absVar({0, 0, 0, 0}).blockEnd().org(2, 0x100).absVar({'h', 'i', 0, 0x7F});
+    w.end().eof();
+    dir.save(w, "wide.d90");
+
+    const DumpResult lines = ubrofdump(dir, {"lines", "wide.d90"});
+    ASSERT_EQ(0, lines.status) << lines.err;
+    EXPECT_NE(std::string::npos, lines.out.find("0x012340  0x012344  7      " + longName.substr(0, 37) + "...  ..." +
+                                                longPath.substr(longPath.size() - 37) + "\n"))
+        << lines.out;
+    const json::value areas = json::parse(ubrofdump(dir, {"--json", "lines", "wide.d90"}).out);
+    EXPECT_EQ(longName, areas.at("CodeAreas").at(0).at("Function").as_string());
+    EXPECT_EQ(longPath, areas.at("CodeAreas").at(0).at("File").as_string());
+
+    const DumpResult segments = ubrofdump(dir, {"segments", "wide.d90", "--data"});
+    EXPECT_NE(std::string::npos, segments.out.find("  0x012340  00 00 00 00" + std::string(12 * 3, ' ') + "  ....\n"))
+        << segments.out;
+    EXPECT_NE(std::string::npos, segments.out.find("  0x0100  68 69 00 7f" + std::string(12 * 3, ' ') + "  hi..\n"))
+        << segments.out;
+
+    // In the sample every memory fits 16 bits: every address of every command has four digits.
+    copySample(dir);
+    const std::regex address("0x[0-9a-f]+");
+    for (const std::vector<std::string>& args :
+         std::vector<std::vector<std::string>>{{"segments", "sample.d90", "--data"}, {"lines", "sample.d90"},
+                                               {"symbols", "sample.d90", "--pc", "0xf4"}, {"scope", "sample.d90", "0xa0"},
+                                               {"line2addr", "sample.d90", "main.c", "54"}}) {
+        const std::string out = ubrofdump(dir, args).out;
+        for (auto it = std::sregex_iterator(out.begin(), out.end(), address); it != std::sregex_iterator(); ++it)
+            EXPECT_EQ(6u, it->str().size()) << args[0] << ": " << it->str();
+    }
+}
+
+TEST(UbrofdumpRealFiles, Line2addrTakesTheBaseNameOfAStoredPath)
+{
+    UBROF_NEED_REAL_FILES();
+    ScratchDir dir;
+    boost::filesystem::copy_file(test::realFile("avr-mobit-nmea/nmea.d90"), dir.path("nmea.d90"));
+    const DumpResult byBaseName = ubrofdump(dir, {"line2addr", "nmea.d90", "radio.c", "182"});
+    EXPECT_EQ(0, byBaseName.status) << byBaseName.err;
+    EXPECT_EQ(ubrofdump(dir, {"line2addr", "nmea.d90", "D:\\work\\argos\\RS_RADIO\\radio.c", "182"}).out,
+              byBaseName.out);
+}
+
+TEST(ScriptsRun, RunsTheSampleButNamesAMistypedPath)
+{
+    ScratchDir dir;
+    const std::string run = std::string(UBROF_SOURCE_DIR) + "/scripts/run";
+    const std::vector<std::pair<std::string, std::string>> build{{"UBROF_BUILD_DIR", UBROF_BUILD_DIR}};
+
+    const DumpResult sample = runIn(dir, run, {}, build);
+    EXPECT_EQ(0, sample.status) << sample.err;
+    EXPECT_NE(std::string::npos, sample.out.find("sample.d90\nMachine:")) << sample.out;
+
+    const DumpResult typo = runIn(dir, run, {"firmwre/thermo.d90", "symbols"}, build);
+    EXPECT_NE(0, typo.status);
+    EXPECT_EQ("", typo.out);
+    EXPECT_NE(std::string::npos, typo.err.find("there is no file firmwre/thermo.d90")) << typo.err;
 }
 
 TEST(Ubrofgen, LargeProgramsHaveTheShapeAskedFor)
@@ -211,7 +440,7 @@ TEST(Ubrofgen, LargeProgramsHaveTheShapeAskedFor)
     ASSERT_EQ(0, std::system(command.c_str()));
     const DumpResult run = ubrofdump(dir, {"--json", "large.d90"});
     ASSERT_EQ(0, run.status) << run.err;
-    const auto summary = boost::json::parse(run.out).at("Summary");
+    const auto summary = json::parse(run.out).at("Summary");
     EXPECT_EQ(3, summary.at("Modules").to_number<int>());
     EXPECT_EQ(12, summary.at("Functions").to_number<int>());
     EXPECT_EQ(60, summary.at("CodeAreas").to_number<int>());
@@ -222,7 +451,7 @@ TEST(Ubrofgen, LargeProgramsHaveTheShapeAskedFor)
 TEST(UbrofdumpBuild, LinksNoneOfTheModulesCode)
 {
     // Symbol and debug names of the reader and the store would be in the executable if it linked them.
-    const std::string executable = readFile(UBROFDUMP);
+    const std::string executable = fileText(UBROFDUMP);
     ASSERT_FALSE(executable.empty());
     for (const char* name : {"TarnUbrofParser", "CParser", "UbrofSymbolContext", "DebuggerUbrofBundleActivator"})
         EXPECT_EQ(std::string::npos, executable.find(name)) << name;

@@ -274,6 +274,7 @@ TEST(TypeTags, RecordsGrowReplaceAndLetBareKindsAlone)
 
 TEST(TypeTags, RealFilesDescribeTheirMemoriesAndRenderEveryType)
 {
+    UBROF_NEED_REAL_FILES();
     auto store = std::make_unique<TarnUbrofParser>();
     store->initialize();
     ASSERT_EQ(0, store->parseFile(test::realFile("avr-ethradio/NikeE1B.d90")));

@@ -2,6 +2,7 @@
 #include "tools/ubrofdump/Report.h"
 
 #include "host/CodeArea.h"
+#include "host/CoreException.h"
 #include "host/ISourceInformation.h"
 #include "host/IStackTraceContext.h"
 
@@ -9,15 +10,26 @@
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
+#include <cstdio>
+#include <tuple>
 
 namespace ubrofdump {
 namespace {
 
 namespace json = boost::json;
+using SC = tarn::ISymbolContext;
 
 // Deeper than root, module, function, variable and member never happens in a well-formed
 // file; the bound keeps a hostile one from recursing without end.
 constexpr int kMaxDepth = 8;
+
+// Addresses of a memory no segment covers, and the least width of any: most of these
+// controllers' memories are 16-bit spaces, and a small program should not print its addresses
+// narrower than a large one on the same chip.
+constexpr int kLeastAddressDigits = 4;
+
+// A type index is 16 bits wide, so a type table holds at most this many records.
+constexpr uint64_t kMostTypeRecords = 0x10000;
 
 class Frame : public tarn::IStackTraceContext {
 public:
@@ -33,20 +45,23 @@ template <typename View>
 boost::shared_ptr<View> need(boost::shared_ptr<View> view, const char* what)
 {
     if (!view)
-        throw MissingView(std::string("the parser offers no ") + what + " information");
+        throw Failure{kUnreadable, "missing-view", std::string("the parser offers no ") + what + " information",
+                      std::nullopt};
     return view;
 }
 
-json::object statusJson(const tarn::Status& status)
+std::string hex(uint64_t value)
 {
-    return json::object{{"Code", static_cast<uint64_t>(status.getErrorCode())}, {"Message", status.getMessage()}};
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
+    return text;
 }
 
-json::object locationJson(const tarn::ISymbolContext::Ptr& context, uint64_t pc)
+json::object locationJson(const SC::Ptr& context, uint64_t pc)
 {
-    json::object location;
     const auto found = context->getLocation(boost::make_shared<Frame>(pc));
-    location["AddressingMode"] = found ? static_cast<int64_t>(found->getAddressingMode()) : int64_t(tarn::ILocation::Unknown);
+    const int64_t mode = found ? static_cast<int64_t>(found->getAddressingMode()) : int64_t(tarn::ILocation::Unknown);
+    json::object location{{"AddressingMode", mode}, {"AddressingModeName", addressingModeName(mode)}};
     json::array pieces;
     if (found) {
         for (const tarn::MemoryPiece& piece : found->getPieces())
@@ -60,9 +75,8 @@ json::object locationJson(const tarn::ISymbolContext::Ptr& context, uint64_t pc)
     return location;
 }
 
-std::vector<tarn::ISymbolContext::Ptr> childrenOf(const tarn::ISymbolContext::Ptr& context)
+std::vector<SC::Ptr> childrenOf(const SC::Ptr& context)
 {
-    using SC = tarn::ISymbolContext;
     std::vector<SC::Ptr> children = context->getChildren(SC::OtherSymbol);
     // The root's variables are those of its modules again; the modules list them.
     if (context->getId() == "0")
@@ -72,11 +86,6 @@ std::vector<tarn::ISymbolContext::Ptr> childrenOf(const tarn::ISymbolContext::Pt
         children.insert(children.end(), more.begin(), more.end());
     }
     return children;
-}
-
-tarn::ISymbolContext::Ptr root(const boost::shared_ptr<tarn::ISymbolInformation>& symbols)
-{
-    return symbols->getSymbolContextFromID("0");
 }
 
 // Counts the code areas a window of addresses at a time, so that no more than one window of
@@ -145,12 +154,21 @@ size_t countCodeAreas(const tarn::ISourceInformation& source)
     return count;
 }
 
-} // namespace
-
-json::object contextJson(const tarn::ISymbolContext::Ptr& context, uint64_t pc, int depth)
+// The context's property list with each enumeration's name beside its number, then what the
+// property list leaves out.
+json::object contextJson(const SC::Ptr& context, uint64_t pc, int depth = 0)
 {
-    json::object result = context->getProperties();
-    result["StorageClass"] = static_cast<int64_t>(context->getStorageClass());
+    json::object result;
+    for (const auto& [key, value] : context->getProperties()) {
+        result[key] = value;
+        if (key == "Class")
+            result["ClassName"] = symbolClassName(value.is_int64() ? value.get_int64() : -1);
+        else if (key == "TypeClass")
+            result["TypeClassName"] = typeClassName(value.is_int64() ? value.get_int64() : -1);
+    }
+    const int64_t storage = context->getStorageClass();
+    result["StorageClass"] = storage;
+    result["StorageClassName"] = storageClassName(storage);
     const auto type = context->getTypeContext();
     result["TypeName"] = type ? type->getName() : std::string();
     result["Location"] = locationJson(context, pc);
@@ -163,9 +181,43 @@ json::object contextJson(const tarn::ISymbolContext::Ptr& context, uint64_t pc, 
     return result;
 }
 
-Report::Report(boost::shared_ptr<tarn::IObjectfileParser> parser, std::string file)
-    : parser_(std::move(parser)), file_(std::move(file))
+SC::Ptr root(const boost::shared_ptr<tarn::ISymbolInformation>& symbols)
 {
+    return symbols->getSymbolContextFromID("0");
+}
+
+// Everything a context answers without a frame, to tell a record from no record.
+auto signature(const SC::Ptr& context)
+{
+    return std::make_tuple(context->getName(), int(context->getSymbolClass()), int(context->getStorageClass()),
+                           int(context->getTypeClass()), context->getSize(), context->getLength(),
+                           context->getOffset(), context->getAddress(), context->getValue(),
+                           bool(context->getTypeContext()), bool(context->getBaseTypeContext()),
+                           bool(context->getIndexTypeContext()), context->isBitField());
+}
+
+} // namespace
+
+int AddressWidths::of(const std::string& memory) const
+{
+    const auto found = digits.find(memory);
+    return found == digits.end() ? kLeastAddressDigits : found->second;
+}
+
+Report::Report(boost::shared_ptr<tarn::IObjectfileParser> parser, std::string file, const PathMap& paths)
+    : parser_(std::move(parser)), file_(std::move(file)), paths_(paths)
+{
+}
+
+std::vector<std::pair<std::string, std::string>> Report::sourcePaths() const
+{
+    tarn::Status status;
+    std::vector<std::string> files;
+    need(parser_->createSourceInformation(), "source")->getSourcefiles(status, files);
+    std::vector<std::pair<std::string, std::string>> paths;
+    for (const std::string& file : files)
+        paths.emplace_back(file, paths_.shown(file));
+    return paths;
 }
 
 Answer Report::summary() const
@@ -180,10 +232,10 @@ Answer Report::summary() const
     source->getSourcefiles(status, files);
     const size_t areas = countCodeAreas(*source);
     const auto top = root(symbols);
-    const auto modules = top->getChildren(tarn::ISymbolContext::OtherSymbol);
+    const auto modules = top->getChildren(SC::OtherSymbol);
     size_t functions = 0;
     for (const auto& module : modules)
-        functions += module->getChildren(tarn::ISymbolContext::CodeSymbol).size();
+        functions += module->getChildren(SC::CodeSymbol).size();
 
     json::object summary;
     summary["File"] = file_;
@@ -194,8 +246,8 @@ Answer Report::summary() const
     summary["CodeAreas"] = areas;
     summary["Modules"] = modules.size();
     summary["Functions"] = functions;
-    summary["GlobalSymbols"] = top->getChildren(tarn::ISymbolContext::DataSymbol).size();
-    return {"Summary", std::move(summary), std::nullopt};
+    summary["GlobalSymbols"] = top->getChildren(SC::DataSymbol).size();
+    return {"Summary", std::move(summary)};
 }
 
 Answer Report::segments(bool withData) const
@@ -204,7 +256,7 @@ Answer Report::segments(bool withData) const
     json::array list;
     for (const auto& segment : need(parser_->createBinaryInformation(), "binary")->getProgramSegments()) {
         json::object entry{{"Name", segment->getName()},
-                           {"MemoryType", segment->getMemoryType()},
+                           {"Memory", segment->getMemoryType()},
                            {"StartAddress", segment->getStartAddress()},
                            {"LoadAddress", segment->getLoadAddress()},
                            {"Size", segment->getSize()}};
@@ -221,85 +273,170 @@ Answer Report::segments(bool withData) const
         }
         list.push_back(std::move(entry));
     }
-    return {"Segments", std::move(list), std::nullopt};
+    return {"Segments", std::move(list)};
 }
 
 Answer Report::sources() const
 {
     tarn::Status status;
     std::vector<std::string> files;
-    const bool found = need(parser_->createSourceInformation(), "source")->getSourcefiles(status, files);
+    if (!need(parser_->createSourceInformation(), "source")->getSourcefiles(status, files))
+        throw notFound(file_ + " names no source file", moduleStatus(status));
     json::array list;
     for (const auto& file : files)
-        list.emplace_back(file);
-    return {"Sources", std::move(list), found ? std::nullopt : std::optional(statusJson(status))};
+        list.emplace_back(paths_.shown(file));
+    return {"Sources", std::move(list)};
 }
 
 Answer Report::lines(uint64_t start, uint64_t end) const
 {
     tarn::Status status;
     std::vector<tarn::CodeArea> areas;
-    const bool found =
-        need(parser_->createSourceInformation(), "source")->getCodeAreasFromAddressRange(status, start, end, areas);
+    bool found = false;
+    try {
+        found = need(parser_->createSourceInformation(), "source")->getCodeAreasFromAddressRange(status, start, end, areas);
+    } catch (const tarn::CoreException& e) {
+        if (e.getErrorCode() != tarn::ErrorCode::InvalidAddressRange)
+            throw;
+        throw usageError("the range is reversed: START " + hex(start) + " is above END " + hex(end) +
+                             "; give the lower address first",
+                         moduleStatus(e));
+    }
+    if (!found)
+        throw notFound("no code lies between " + hex(start) + " and " + hex(end), moduleStatus(status));
     json::array list;
     for (const tarn::CodeArea& area : areas)
         list.push_back(json::object{{"Function", area.functionName},
-                                    {"File", area.fileName},
+                                    {"File", paths_.shown(area.fileName)},
                                     {"StartLine", area.startLine},
                                     {"EndLine", area.endLine},
                                     {"StartAddress", area.startAddress},
                                     {"EndAddress", area.endAddress}});
-    return {"CodeAreas", std::move(list), found ? std::nullopt : std::optional(statusJson(status))};
+    return {"CodeAreas", std::move(list)};
 }
 
 Answer Report::lineToAddress(const std::string& source, uint32_t line) const
 {
+    const auto view = need(parser_->createSourceInformation(), "source");
+    const auto paths = sourcePaths();
+    if (paths.empty())
+        throw notFound(file_ + " names no source file");
+    const std::vector<size_t> matches = matchSources(source, paths);
+    std::vector<std::string> shown;
+    for (size_t i : matches)
+        shown.push_back(paths[i].second);
+    if (matches.empty()) {
+        for (const auto& path : paths)
+            shown.push_back(path.second);
+        const std::vector<std::string> near = closest(source, shown, 3);
+        throw notFound("no source file matches " + source + (near.size() == 1 ? "; the closest is " : "; the closest are ") +
+                       listed(near));
+    }
+    if (matches.size() > 1)
+        throw usageError(source + " matches " + std::to_string(matches.size()) + " source files, " + listed(shown) +
+                         "; give more of the path");
+    const auto& [stored, name] = paths[matches.front()];
+
     tarn::Status status;
     tarn::CodeLocation location;
     location.line = line;
     std::vector<tarn::AddressNamePair> addresses;
-    const bool found = need(parser_->createSourceInformation(), "source")
-                           ->getAddressesFromSingleStatement(status, source, location, addresses);
+    if (!view->getAddressesFromSingleStatement(status, stored, location, addresses)) {
+        // The lines that begin or end a code area of the file are those a breakpoint can take.
+        tarn::Status ignored;
+        std::vector<tarn::CodeArea> areas;
+        view->getCodeAreasFromAddressRange(ignored, 0, 0xFFFFFFFF, areas);
+        std::optional<uint32_t> below, above;
+        for (const tarn::CodeArea& area : areas) {
+            if (comparable(area.fileName) != comparable(stored))
+                continue;
+            for (uint32_t candidate : {area.startLine, area.endLine}) {
+                if (candidate < line && (!below || candidate > *below))
+                    below = candidate;
+                if (candidate > line && (!above || candidate < *above))
+                    above = candidate;
+            }
+        }
+        std::vector<std::string> nearest;
+        for (const auto& candidate : {below, above})
+            if (candidate)
+                nearest.push_back(std::to_string(*candidate));
+        const std::string hint = nearest.empty()      ? "; the file has no code"
+                                 : nearest.size() == 1 ? "; the nearest line with code is " + nearest.front()
+                                                       : "; the nearest lines with code are " + listed(nearest);
+        throw notFound("no code at line " + std::to_string(line) + " of " + name + hint, moduleStatus(status));
+    }
     json::array list;
     for (const auto& pair : addresses)
-        list.push_back(json::object{{"Address", pair.address}, {"Name", pair.name}});
-    return {"Addresses", std::move(list), found ? std::nullopt : std::optional(statusJson(status))};
+        list.push_back(json::object{{"Address", pair.address}, {"Function", pair.name}, {"File", name}, {"Line", line}});
+    return {"Addresses", std::move(list)};
 }
 
 Answer Report::scope(uint64_t pc) const
 {
     const auto context = need(parser_->createSymbolInformation(), "symbol")->getScopeContextFromPc(pc);
-    return {"Scope", context ? json::value(contextJson(context, pc)) : json::value(nullptr), std::nullopt};
+    if (!context)
+        throw notFound("no scope holds the address " + hex(pc));
+    return {"Scope", contextJson(context, pc)};
 }
 
 Answer Report::symbols(uint64_t pc) const
 {
-    return {"Symbols", contextJson(root(need(parser_->createSymbolInformation(), "symbol")), pc), std::nullopt};
+    return {"Symbols", contextJson(root(need(parser_->createSymbolInformation(), "symbol")), pc)};
 }
 
-Answer Report::lookup(const std::string& name, std::optional<uint64_t> pc, std::optional<std::string> scopeId) const
+Answer Report::lookup(const std::string& name, std::optional<uint64_t> pc, std::optional<uint64_t> scopeId) const
 {
     const auto symbols = need(parser_->createSymbolInformation(), "symbol");
-    tarn::ISymbolContext::Ptr found;
+    if (name.empty())
+        throw usageError("NAME is empty; give the name of a symbol");
+    SC::Ptr found;
     if (pc) {
         found = symbols->lookupSymbolFromPc(name, *pc, false);
     } else if (scopeId) {
-        std::string text = *scopeId;
-        found = symbols->lookupSymbol(name, symbols->getSymbolContextFromID(*scopeId), text, false);
+        if (*scopeId > kMaxContextId || !isContext(*scopeId))
+            throw notFound("no context " + std::to_string(*scopeId) + " in " + file_ + " to search from");
+        const std::string id = std::to_string(*scopeId);
+        std::string text = id;
+        found = symbols->lookupSymbol(name, symbols->getSymbolContextFromID(id), text, false);
     } else {
         found = symbols->lookupGlobalSymbol(name, false);
     }
-    return {"Lookup", found ? json::value(contextJson(found, pc.value_or(kNoPc))) : json::value(nullptr), std::nullopt};
+    if (!found)
+        throw notFound("no symbol " + name + " is visible " +
+                       (pc ? "at " + hex(*pc) : scopeId ? "from context " + std::to_string(*scopeId) : "globally"));
+    return {"Lookup", contextJson(found, pc.value_or(kNoPc))};
 }
 
-Answer Report::context(const std::string& id) const
+// The views never say how many contexts a file holds. Context numbers run without gaps through
+// the scopes, the symbols and the types, and a number past them all answers what no record
+// answers; the number no table can reach (the largest ID) shows what that is. So a number is a
+// context when it answers anything else, or when a number above it does: a type record without
+// name or tag answers like no record, and may stand anywhere in the type table. The look upwards
+// ends after as many numbers as a type table can hold records, since the records a file leaves
+// undefined answer a name. A nameless record at the very end of the type table answers exactly as
+// the numbers past it do; nothing a host sees tells them apart, so it alone is not found.
+bool Report::isContext(uint64_t id) const
 {
-    const auto context = need(parser_->createSymbolInformation(), "symbol")->getSymbolContextFromID(id);
-    // A number the file does not know still makes a context: one without name, class or type.
-    const bool unknown = context->getId() != "0" && context->getName().empty() &&
-                         context->getSymbolClass() == tarn::ISymbolContext::OtherSymbol &&
-                         context->getStorageClass() == tarn::ISymbolContext::NoStorage && !context->getTypeContext();
-    return {"Context", unknown ? json::value(nullptr) : json::value(contextJson(context, kNoPc)), std::nullopt};
+    if (id == 0)
+        return true;
+    const auto symbols = need(parser_->createSymbolInformation(), "symbol");
+    const auto nothing = signature(symbols->getSymbolContextFromID(std::to_string(kMaxContextId)));
+    const uint64_t last = std::min(id + kMostTypeRecords, kMaxContextId - 1);
+    for (uint64_t number = id; number <= last; ++number)
+        if (signature(symbols->getSymbolContextFromID(std::to_string(number))) != nothing)
+            return true;
+    return false;
+}
+
+Answer Report::context(uint64_t id) const
+{
+    const auto symbols = need(parser_->createSymbolInformation(), "symbol");
+    if (id > kMaxContextId)
+        throw notFound("no context " + std::to_string(id) + ": context IDs go up to " + std::to_string(kMaxContextId));
+    if (!isContext(id))
+        throw notFound("no context " + std::to_string(id) + " in " + file_);
+    return {"Context", contextJson(symbols->getSymbolContextFromID(std::to_string(id)), kNoPc)};
 }
 
 Answer Report::compiler() const
@@ -307,12 +444,13 @@ Answer Report::compiler() const
     const auto compiler = need(parser_->createCompilerInformation(), "compiler");
     json::array baseTypes;
     for (const auto& [id, info] : compiler->getBaseTypes())
-        baseTypes.push_back(json::object{{"Id", id},
+        baseTypes.push_back(json::object{{"ID", id},
                                          {"Name", info.name},
                                          {"Size", info.size},
                                          {"Bits", info.bits},
                                          {"Signed", info.isSigned},
-                                         {"ByteOrder", info.byteOrder}});
+                                         {"ByteOrder", info.byteOrder},
+                                         {"ByteOrderName", byteOrderName(info.byteOrder)}});
     json::object compilerInfo;
     if (const auto info = compiler->createCompilerInfo()) {
         compilerInfo["Words"] = json::array(info->words.begin(), info->words.end());
@@ -324,7 +462,27 @@ Answer Report::compiler() const
                         {"BigEndian", compiler->isBigEndian()}};
     result["BaseTypes"] = std::move(baseTypes);
     result["CompilerInfo"] = std::move(compilerInfo);
-    return {"Compiler", std::move(result), std::nullopt};
+    return {"Compiler", std::move(result)};
+}
+
+// One width per memory, from the highest address its segments reach, so that every command
+// prints a memory's addresses alike and never wider than the memory needs; whole bytes only.
+AddressWidths Report::addressWidths() const
+{
+    AddressWidths widths;
+    const auto binary = parser_->createBinaryInformation();
+    if (!binary)
+        return widths;
+    for (const auto& segment : binary->getProgramSegments()) {
+        const uint64_t size = segment->getSize();
+        const uint64_t highest = segment->getStartAddress() + (size ? size - 1 : 0);
+        int digits = 2;
+        while (digits < 16 && (highest >> (4 * digits)) != 0)
+            digits += 2;
+        int& width = widths.digits.emplace(segment->getMemoryType(), kLeastAddressDigits).first->second;
+        width = std::max(width, digits);
+    }
+    return widths;
 }
 
 } // namespace ubrofdump

@@ -1,8 +1,7 @@
 // Text: tables are rendered from the same JSON answers the --json form prints, so both agree.
 #include "tools/ubrofdump/Text.h"
 
-#include <boost/json/serialize.hpp>
-
+#include <algorithm>
 #include <cstdio>
 #include <vector>
 
@@ -11,7 +10,10 @@ namespace {
 
 namespace json = boost::json;
 
-std::string hex(uint64_t value, int digits = 8)
+// The memory-space name of code addresses: functions, code areas, statements and pcs.
+const std::string kCodeMemory = "prog";
+
+std::string hex(uint64_t value, int digits)
 {
     char text[32];
     std::snprintf(text, sizeof text, "0x%0*llx", digits, static_cast<unsigned long long>(value));
@@ -44,6 +46,47 @@ const json::value& field(const json::object& object, const char* key)
     return found ? *found : kNone;
 }
 
+bool isContinuation(char c)
+{
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+// Characters on a terminal: UTF-8 sequences count once.
+size_t displayWidth(const std::string& text)
+{
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) { return !isContinuation(c); }));
+}
+
+enum class Keep { Start, End };
+
+// Texts from the file may hold anything: a control character would break the row, so it shows
+// as '?'; a long text is cut to the column's width, keeping the end of a path (its file name).
+std::string cell(std::string text, Keep keep = Keep::Start)
+{
+    for (char& c : text)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+            c = '?';
+    const size_t width = displayWidth(text);
+    if (width <= kMaxColumnWidth)
+        return text;
+    static const std::string kEllipsis = "...";
+    size_t kept = kMaxColumnWidth - kEllipsis.size();
+    if (keep == Keep::Start) {
+        size_t at = 0;
+        for (; at < text.size(); ++at)
+            if (!isContinuation(text[at]) && kept-- == 0)
+                break;
+        return text.substr(0, at) + kEllipsis;
+    }
+    size_t at = text.size();
+    while (at > 0 && kept > 0) {
+        --at;
+        if (!isContinuation(text[at]))
+            --kept;
+    }
+    return kEllipsis + text.substr(at);
+}
+
 /// Left-aligned columns two blanks apart, each as wide as its widest cell.
 class Table {
 public:
@@ -57,14 +100,14 @@ public:
             for (size_t i = 0; i < row.size(); ++i) {
                 if (widths.size() <= i)
                     widths.push_back(0);
-                widths[i] = std::max(widths[i], row[i].size());
+                widths[i] = std::max(widths[i], displayWidth(row[i]));
             }
         for (const auto& row : rows_) {
             std::string line = " ";
             for (size_t i = 0; i < row.size(); ++i) {
                 line += " " + row[i];
                 if (i + 1 < row.size())
-                    line += std::string(widths[i] - row[i].size() + 1, ' ');
+                    line += std::string(widths[i] - displayWidth(row[i]) + 1, ' ');
             }
             while (!line.empty() && line.back() == ' ')
                 line.pop_back();
@@ -76,93 +119,74 @@ private:
     std::vector<std::vector<std::string>> rows_;
 };
 
-void printJsonAt(std::ostream& out, const json::value& value, int indent)
+std::string count(size_t n, const std::string& one, const std::string& many)
 {
-    const std::string inner(indent + 2, ' ');
-    if (value.is_object()) {
-        const json::object& object = value.get_object();
-        if (object.empty()) {
-            out << "{}";
-            return;
-        }
-        out << "{\n";
-        size_t i = 0;
-        for (const auto& entry : object) {
-            out << inner << json::serialize(json::value(entry.key())) << ": ";
-            printJsonAt(out, entry.value(), indent + 2);
-            out << (++i < object.size() ? ",\n" : "\n");
-        }
-        out << std::string(indent, ' ') << "}";
-    } else if (value.is_array()) {
-        const json::array& array = value.get_array();
-        bool plain = true;
-        for (const auto& element : array)
-            plain = plain && !element.is_object() && !element.is_array();
-        if (plain) {
-            out << "[";
-            for (size_t i = 0; i < array.size(); ++i)
-                out << (i ? ", " : "") << json::serialize(array[i]);
-            out << "]";
-            return;
-        }
-        out << "[\n";
-        for (size_t i = 0; i < array.size(); ++i) {
-            out << inner;
-            printJsonAt(out, array[i], indent + 2);
-            out << (i + 1 < array.size() ? ",\n" : "\n");
-        }
-        out << std::string(indent, ' ') << "]";
-    } else {
-        out << json::serialize(value);
-    }
+    return n == 1 ? "is 1 " + one : "are " + std::to_string(n) + " " + many;
 }
 
 void printSummary(std::ostream& out, const json::object& summary)
 {
     const std::pair<const char*, const char*> rows[] = {
-        {"File", "File"},       {"Machine", "Machine"},       {"Producer", "Producer"},
+        {"File", "File"},         {"Machine", "Machine"},         {"Producer", "Producer"},
         {"Segments", "Segments"}, {"Source files", "SourceFiles"}, {"Code areas", "CodeAreas"},
-        {"Modules", "Modules"}, {"Functions", "Functions"},   {"Global symbols", "GlobalSymbols"}};
+        {"Modules", "Modules"},   {"Functions", "Functions"},     {"Global symbols", "GlobalSymbols"}};
     for (const auto& [label, key] : rows) {
         const json::value& value = field(summary, key);
-        std::string shown = value.is_string() ? text(value) : std::to_string(number(value));
+        const std::string shown = value.is_string() ? cell(text(value), std::string(key) == "File" ? Keep::End : Keep::Start)
+                                                    : std::to_string(number(value));
         out << label << ":" << std::string(16 - std::string(label).size(), ' ') << shown << "\n";
     }
 }
 
-void printSegments(std::ostream& out, const json::array& segments, bool withData)
+// Sixteen bytes a line, as hex and as text, like a hex dump tool.
+void printData(std::ostream& out, uint64_t start, const std::string& data, int digits)
 {
-    out << "There " << (segments.size() == 1 ? "is 1 program segment" : "are " + std::to_string(segments.size()) + " program segments") << ":\n\n";
+    constexpr size_t kBytesPerLine = 16;
+    const size_t bytes = data.size() / 2;
+    for (size_t first = 0; first < bytes; first += kBytesPerLine) {
+        std::string hexPart, textPart;
+        for (size_t i = first; i < first + kBytesPerLine; ++i) {
+            if (i >= bytes) {
+                hexPart += "   ";
+                continue;
+            }
+            const std::string pair = data.substr(2 * i, 2);
+            const int byte = std::stoi(pair, nullptr, 16);
+            hexPart += " " + pair;
+            textPart += byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '.';
+        }
+        out << "  " << hex(start + first, digits) << " " << hexPart << "  " << textPart << "\n";
+    }
+}
+
+void printSegments(std::ostream& out, const json::array& segments, const TextRequest& request)
+{
+    out << "There " << count(segments.size(), "program segment", "program segments") << ":\n\n";
     Table table({"Nr", "Memory", "Start", "Load", "Size", "Name"});
     for (size_t i = 0; i < segments.size(); ++i) {
         const json::object& segment = segments[i].get_object();
-        table.add({std::to_string(i), text(field(segment, "MemoryType")), hex(number(field(segment, "StartAddress"))),
-                   hex(number(field(segment, "LoadAddress"))), hex(number(field(segment, "Size"))),
-                   text(field(segment, "Name"))});
+        const int digits = request.widths.of(text(field(segment, "Memory")));
+        table.add({std::to_string(i), cell(text(field(segment, "Memory"))),
+                   hex(number(field(segment, "StartAddress")), digits), hex(number(field(segment, "LoadAddress")), digits),
+                   hex(number(field(segment, "Size")), digits), cell(text(field(segment, "Name")))});
     }
     table.print(out);
-    if (!withData)
+    if (!request.withData)
         return;
     for (size_t i = 0; i < segments.size(); ++i) {
         const json::object& segment = segments[i].get_object();
-        const uint64_t start = number(field(segment, "StartAddress"));
-        const std::string data = text(field(segment, "Data"));
-        out << "\nData of segment " << i << " (" << text(field(segment, "MemoryType")) << "):\n";
-        for (size_t at = 0; at < data.size(); at += 32) {
-            out << "  " << hex(start + at / 2) << " ";
-            for (size_t byte = at; byte < std::min(data.size(), at + 32); byte += 2)
-                out << " " << data.substr(byte, 2);
-            out << "\n";
-        }
+        const std::string memory = text(field(segment, "Memory"));
+        out << "\nData of segment " << i << " (" << cell(memory) << "):\n";
+        printData(out, number(field(segment, "StartAddress")), text(field(segment, "Data")), request.widths.of(memory));
     }
 }
 
 void printSources(std::ostream& out, const json::array& sources)
 {
-    out << "There " << (sources.size() == 1 ? "is 1 source file" : "are " + std::to_string(sources.size()) + " source files") << ":\n\n";
+    out << "There " << count(sources.size(), "source file", "source files") << ":\n\n";
     Table table({"Nr", "File"});
     for (size_t i = 0; i < sources.size(); ++i)
-        table.add({std::to_string(i), text(sources[i])});
+        table.add({std::to_string(i), cell(text(sources[i]), Keep::End)});
     table.print(out);
 }
 
@@ -173,45 +197,38 @@ std::string lineRange(uint64_t first, uint64_t last)
 
 void printCodeAreas(std::ostream& out, const json::array& areas, const TextRequest& request)
 {
-    out << "Code areas from " << hex(request.start) << " to " << hex(request.end) << ":\n\n";
+    const int digits = request.widths.of(kCodeMemory);
+    if (!request.startGiven)
+        out << "All code areas:\n\n";
+    else if (!request.endGiven)
+        out << "Code areas from " << hex(request.start, digits) << " on:\n\n";
+    else
+        out << "Code areas from " << hex(request.start, digits) << " to " << hex(request.end, digits) << ":\n\n";
     Table table({"Start", "End", "Lines", "Function", "File"});
     for (const auto& value : areas) {
         const json::object& area = value.get_object();
-        table.add({hex(number(field(area, "StartAddress"))), hex(number(field(area, "EndAddress"))),
+        table.add({hex(number(field(area, "StartAddress")), digits), hex(number(field(area, "EndAddress")), digits),
                    lineRange(number(field(area, "StartLine")), number(field(area, "EndLine"))),
-                   text(field(area, "Function")), text(field(area, "File"))});
+                   cell(text(field(area, "Function"))), cell(text(field(area, "File")), Keep::End)});
     }
     table.print(out);
 }
 
-void printAddresses(std::ostream& out, const json::array& addresses)
+void printAddresses(std::ostream& out, const json::array& addresses, const TextRequest& request)
 {
+    if (!addresses.empty()) {
+        const json::object& first = addresses.front().get_object();
+        out << "Line " << number(field(first, "Line")) << " of " << cell(text(field(first, "File")), Keep::End)
+            << ":\n\n";
+    }
     Table table({"Address", "Function"});
     for (const auto& value : addresses)
-        table.add({hex(number(field(value.get_object(), "Address"))), text(field(value.get_object(), "Name"))});
+        table.add({hex(number(field(value.get_object(), "Address")), request.widths.of(kCodeMemory)),
+                   cell(text(field(value.get_object(), "Function")))});
     table.print(out);
 }
 
-const char* symbolClassName(int64_t value)
-{
-    static const char* const kNames[] = {"other", "label", "data", "code", "type"};
-    return value >= 0 && value < 5 ? kNames[value] : "?";
-}
-
-const char* typeClassName(int64_t value)
-{
-    static const char* const kNames[] = {"none", "unsigned", "signed", "float", "pointer",
-                                         "array", "composite", "memberptr", "function"};
-    return value >= 0 && value < 9 ? kNames[value] : "?";
-}
-
-const char* storageClassName(int64_t value)
-{
-    static const char* const kNames[] = {"-", "auto", "static", "member"};
-    return value >= 0 && value < 4 ? kNames[value] : "?";
-}
-
-std::string locationText(const json::object& location)
+std::string locationText(const json::object& location, const AddressWidths& widths)
 {
     const int64_t mode = signedNumber(field(location, "AddressingMode"));
     const json::value& piecesValue = field(location, "Pieces");
@@ -225,7 +242,7 @@ std::string locationText(const json::object& location)
     case 0:
         return "value";
     case 1:
-        return (memory.empty() ? "" : memory + ":") + hex(number(field(first, "Address")), 4);
+        return (memory.empty() ? "" : memory + ":") + hex(number(field(first, "Address")), widths.of(memory));
     case 2:
     case 11: {
         std::string registers;
@@ -235,26 +252,25 @@ std::string locationText(const json::object& location)
     }
     case 3:
         return "frame+" + std::to_string(signedNumber(field(first, "Offset")));
-    case 9:
-        return "computed";
     default:
-        return "mode " + std::to_string(mode);
+        return addressingModeName(mode);
     }
 }
 
 // A function or block is its code range: its value holds its low address, least significant
 // byte first, and its type context is the scope itself.
-std::string codeRange(const json::object& context)
+std::string codeRange(const json::object& context, const AddressWidths& widths)
 {
     const json::value& value = field(context, "Value");
     uint64_t low = 0;
     if (value.is_array())
         for (size_t i = value.get_array().size(); i-- > 0;)
             low = (low << 8) | (number(value.get_array()[i]) & 0xFF);
-    return hex(low, 4) + "-" + hex(low + signedNumber(field(context, "Size")), 4);
+    const int digits = widths.of(kCodeMemory);
+    return hex(low, digits) + "-" + hex(low + signedNumber(field(context, "Size")), digits);
 }
 
-void addContextRows(Table& table, const json::object& context, int depth)
+void addContextRows(Table& table, const json::object& context, int depth, const AddressWidths& widths)
 {
     const int64_t storage = signedNumber(field(context, "StorageClass"));
     const int64_t symbolClass = signedNumber(field(context, "Class"));
@@ -262,51 +278,51 @@ void addContextRows(Table& table, const json::object& context, int depth)
     const std::string type = text(field(context, "TypeName"));
     std::string location = "-";
     if (symbolClass == 3)
-        location = codeRange(context);
+        location = codeRange(context, widths);
     else if (!type.empty() && field(context, "Location").is_object())
-        location = locationText(field(context, "Location").get_object()); // modules have no type and no place
+        location = locationText(field(context, "Location").get_object(), widths); // modules have no type and no place
     table.add({text(field(context, "ID")), symbolClassName(symbolClass), storageClassName(storage),
                typeClassName(signedNumber(field(context, "TypeClass"))),
                std::to_string(signedNumber(field(context, "Size"))),
                storage == 3 ? std::to_string(signedNumber(field(context, "Offset"))) : "-", location,
-               type.empty() || symbolClass == 3 ? "-" : type,
-               std::string(2 * depth, ' ') + (name.empty() ? "<unnamed>" : name)});
+               type.empty() || symbolClass == 3 ? "-" : cell(type),
+               cell(std::string(2 * depth, ' ') + (name.empty() ? "<unnamed>" : name))});
     const json::value& children = field(context, "Children");
     if (children.is_array())
         for (const auto& child : children.get_array())
             if (child.is_object())
-                addContextRows(table, child.get_object(), depth + 1);
+                addContextRows(table, child.get_object(), depth + 1, widths);
 }
 
-void printContext(std::ostream& out, const std::string& title, const json::object& context)
+void printContext(std::ostream& out, const std::string& title, const json::object& context,
+                  const AddressWidths& widths)
 {
     out << title << ":\n\n";
     Table table({"ID", "Class", "Storage", "TypeClass", "Size", "Offset", "Location", "Type", "Name"});
-    addContextRows(table, context, 0);
+    addContextRows(table, context, 0, widths);
     table.print(out);
 }
 
-std::string atPc(uint64_t pc)
+std::string atPc(const TextRequest& request)
 {
-    return pc == kNoPc ? std::string(" (no pc: locations from the symbols alone)") : " at pc " + hex(pc);
+    return request.pc == kNoPc ? std::string(" (no pc: locations from the symbols alone)")
+                               : " at pc " + hex(request.pc, request.widths.of(kCodeMemory));
 }
 
 void printCompiler(std::ostream& out, const json::object& compiler)
 {
-    out << "Machine:     " << text(field(compiler, "Machine")) << "\n";
-    out << "Producer:    " << text(field(compiler, "Producer")) << "\n";
+    out << "Machine:     " << cell(text(field(compiler, "Machine"))) << "\n";
+    out << "Producer:    " << cell(text(field(compiler, "Producer"))) << "\n";
     out << "Big endian:  " << (field(compiler, "BigEndian").is_bool() && field(compiler, "BigEndian").get_bool() ? "yes" : "no")
         << "\n\nBase types:\n\n";
-    static const char* const kOrders[] = {"-", "little", "big"};
-    Table table({"Id", "Name", "Size", "Bits", "Signed", "Byte order"});
+    Table table({"ID", "Name", "Size", "Bits", "Signed", "Byte order"});
     if (field(compiler, "BaseTypes").is_array()) {
         for (const auto& value : field(compiler, "BaseTypes").get_array()) {
             const json::object& type = value.get_object();
-            const uint64_t order = number(field(type, "ByteOrder"));
-            table.add({std::to_string(signedNumber(field(type, "Id"))), text(field(type, "Name")),
+            table.add({std::to_string(signedNumber(field(type, "ID"))), cell(text(field(type, "Name"))),
                        std::to_string(number(field(type, "Size"))), std::to_string(number(field(type, "Bits"))),
                        field(type, "Signed").is_bool() && field(type, "Signed").get_bool() ? "yes" : "no",
-                       order < 3 ? kOrders[order] : std::to_string(order)});
+                       byteOrderName(signedNumber(field(type, "ByteOrder")))});
         }
     }
     table.print(out);
@@ -327,33 +343,28 @@ void printCompiler(std::ostream& out, const json::object& compiler)
 
 } // namespace
 
-void printJson(std::ostream& out, const json::value& value)
-{
-    printJsonAt(out, value, 0);
-    out << "\n";
-}
-
 void printText(std::ostream& out, const Answer& answer, const TextRequest& request)
 {
     const json::value& value = answer.value;
+    const AddressWidths& widths = request.widths;
     if (answer.key == "Summary" && value.is_object())
         printSummary(out, value.get_object());
     else if (answer.key == "Segments" && value.is_array())
-        printSegments(out, value.get_array(), request.withData);
+        printSegments(out, value.get_array(), request);
     else if (answer.key == "Sources" && value.is_array())
         printSources(out, value.get_array());
     else if (answer.key == "CodeAreas" && value.is_array())
         printCodeAreas(out, value.get_array(), request);
     else if (answer.key == "Addresses" && value.is_array())
-        printAddresses(out, value.get_array());
+        printAddresses(out, value.get_array(), request);
     else if (answer.key == "Scope" && value.is_object())
-        printContext(out, "Scope" + atPc(request.pc), value.get_object());
+        printContext(out, "Scope" + atPc(request), value.get_object(), widths);
     else if (answer.key == "Symbols" && value.is_object())
-        printContext(out, "Symbol tree" + atPc(request.pc), value.get_object());
+        printContext(out, "Symbol tree" + atPc(request), value.get_object(), widths);
     else if (answer.key == "Lookup" && value.is_object())
-        printContext(out, "Symbol " + request.subject + atPc(request.pc), value.get_object());
+        printContext(out, "Symbol " + cell(request.subject) + atPc(request), value.get_object(), widths);
     else if (answer.key == "Context" && value.is_object())
-        printContext(out, "Context " + request.subject, value.get_object());
+        printContext(out, "Context " + request.subject, value.get_object(), widths);
     else if (answer.key == "Compiler" && value.is_object())
         printCompiler(out, value.get_object());
 }

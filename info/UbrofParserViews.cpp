@@ -1,4 +1,4 @@
-// The four views of a parser, each a new object over the shared store.
+// The four views of a parser, each a new object over the shared store; made here, in the views' layer.
 #include "parser/UbrofParser.h"
 
 #include "info/UbrofBinaryInformation.h"

@@ -1,0 +1,316 @@
+// The ELF export of the sample judged by binutils and LLVM: header and layout, disassembly at each
+// function, the symbol table, addresses to lines, and DWARF that readelf and llvm-dwarfdump accept.
+#include "SampleProgram.h"
+#include "TestFiles.h"
+#include "Tools.h"
+
+#include "export/ElfExport.h"
+#include "export/ExportError.h"
+
+#include <iomanip>
+#include <map>
+#include <regex>
+#include <sstream>
+
+namespace ubrof {
+namespace {
+
+using model::MemorySpace;
+using model::Program;
+using test::runTool;
+using test::ScratchDir;
+using test::ToolResult;
+
+std::string hex(uint32_t value, int width = 8)
+{
+    std::ostringstream text;
+    text << std::hex << std::setw(width) << std::setfill('0') << value;
+    return text.str();
+}
+
+/// The ELF address of a variable of the sample, in GNU's AVR windows.
+uint32_t elfAddress(const model::Location& location)
+{
+    return location.address + (location.space == MemorySpace::Data     ? 0x800000
+                               : location.space == MemorySpace::Eeprom ? 0x810000
+                                                                        : 0);
+}
+
+class ElfExportTest : public test::SampleElfTest {
+protected:
+    ToolResult run(std::vector<std::string> argv)
+    {
+        ToolResult result = runTool(argv);
+        EXPECT_EQ(0, result.status) << argv[0] << ": " << result.err;
+        return result;
+    }
+};
+
+TEST_F(ElfExportTest, HeaderAndSegmentsFollowTheGnuAvrLayout)
+{
+    REQUIRE_TOOL("readelf");
+    const std::string header = run({"readelf", "-h", elf_}).out;
+    EXPECT_NE(std::string::npos, header.find("Machine:                           Atmel AVR 8-bit microcontroller"));
+    EXPECT_NE(std::string::npos, header.find("Flags:                             0x5, avr:5")) << header;
+    EXPECT_NE(std::string::npos, header.find("Type:                              EXEC (Executable file)"));
+
+    const std::string segments = run({"readelf", "-lW", elf_}).out;
+    EXPECT_TRUE(std::regex_search(segments, std::regex("LOAD +0x[0-9a-f]+ 0x00000000 0x00000000 0x00040 0x00040 R E 0x2")))
+        << segments;
+    EXPECT_TRUE(std::regex_search(segments, std::regex("LOAD +0x[0-9a-f]+ 0x00800067 0x00800067 0x0000a 0x0000a RW  0x1")));
+    EXPECT_TRUE(std::regex_search(segments, std::regex("LOAD +0x[0-9a-f]+ 0x00810000 0x00810000 0x00002 0x00002 RW  0x1")));
+    const std::string sections = run({"readelf", "-SW", elf_}).out;
+    for (const char* name : {".text", ".data", ".eeprom", ".mmcu", ".debug_info", ".debug_abbrev", ".debug_line",
+                             ".debug_loc", ".debug_aranges", ".symtab", ".strtab"})
+        EXPECT_NE(std::string::npos, sections.find(std::string(name) + " ")) << name;
+}
+
+TEST_F(ElfExportTest, ObjdumpShowsEachFunctionAtItsEntryWithTheImageBytes)
+{
+    REQUIRE_TOOL("avr-objdump");
+    const std::string listing = run({"avr-objdump", "-d", elf_}).out;
+    const std::vector<uint8_t>& code = program_.memory(MemorySpace::Code)->runs.front().bytes;
+    for (const model::Function& function : program_.functions) {
+        SCOPED_TRACE(function.name);
+        const std::string label = hex(function.entry) + " <" + function.name + ">:\n";
+        const size_t start = listing.find(label);
+        ASSERT_NE(std::string::npos, start) << listing;
+        const size_t end = listing.find("\n\n", start);
+        std::stringstream body(listing.substr(start + label.size(), end - start - label.size()));
+        std::string shown;
+        for (std::string line; std::getline(body, line);) {
+            // "  2a:\t08 83       \tst\tY, r16": the bytes are the second tab-separated field.
+            const size_t firstTab = line.find('\t'), secondTab = line.find('\t', firstTab + 1);
+            shown += line.substr(firstTab + 1, secondTab - firstTab - 1);
+        }
+        std::string expected;
+        for (uint32_t a = function.entry; a < function.end; ++a)
+            expected += hex(code[a], 2) + " ";
+        shown.erase(std::remove(shown.begin(), shown.end(), ' '), shown.end());
+        expected.erase(std::remove(expected.begin(), expected.end(), ' '), expected.end());
+        EXPECT_EQ(expected, shown);
+    }
+}
+
+TEST_F(ElfExportTest, NmListsEveryFunctionAndVariableWithItsAddressAndSize)
+{
+    REQUIRE_TOOL("avr-nm");
+    std::map<std::string, std::pair<std::string, std::string>> listed; // name -> address, size
+    std::stringstream out(run({"avr-nm", "-S", elf_}).out);
+    for (std::string address, size, kind, name; out >> address >> size >> kind >> name;)
+        listed[name] = {address, size};
+
+    size_t expected = 0;
+    for (const model::Function& function : program_.functions) {
+        ++expected;
+        EXPECT_EQ(std::make_pair(hex(function.entry), hex(function.size())), listed[function.qualifiedName])
+            << function.qualifiedName;
+    }
+    for (const model::Variable& variable : program_.variables) {
+        if (variable.location.kind != model::Location::Kind::Address)
+            continue;
+        ++expected;
+        EXPECT_EQ(std::make_pair(hex(elfAddress(variable.location)), hex(variable.size)),
+                  listed[variable.qualifiedName])
+            << variable.qualifiedName;
+    }
+    EXPECT_EQ(expected, listed.size());
+}
+
+TEST_F(ElfExportTest, SymbolBindingFollowsExternalAndFileSymbolsNameTheModules)
+{
+    REQUIRE_TOOL("readelf");
+    const std::string symbols = run({"readelf", "-sW", elf_}).out;
+    for (const char* line : {"FUNC    GLOBAL DEFAULT    1 main", "FUNC    LOCAL  DEFAULT    1 scale",
+                             "OBJECT  LOCAL  DEFAULT    2 handler", "OBJECT  LOCAL  DEFAULT  ABS main::calls",
+                             "OBJECT  GLOBAL DEFAULT    3 ee_setting", "FILE    LOCAL  DEFAULT  ABS main.c"})
+        EXPECT_NE(std::string::npos, symbols.find(line)) << line << "\n" << symbols;
+}
+
+TEST_F(ElfExportTest, Addr2lineAgreesWithTheLineTableAtEveryRow)
+{
+    REQUIRE_TOOL("avr-addr2line");
+    std::vector<std::string> argv = {"avr-addr2line", "-f", "-e", elf_};
+    for (const model::LineRow& row : program_.lines)
+        argv.push_back("0x" + hex(row.address));
+    std::stringstream out(run(argv).out);
+    for (const model::LineRow& row : program_.lines) {
+        SCOPED_TRACE(hex(row.address));
+        std::string function, place;
+        ASSERT_TRUE(std::getline(out, function) && std::getline(out, place));
+        const model::LineRow* expected = program_.lineAt(row.address);
+        ASSERT_NE(nullptr, expected);
+        std::string file = program_.files[expected->file].path;
+        std::replace(file.begin(), file.end(), '\\', '/');
+        EXPECT_EQ(program_.functions[expected->function].name, function);
+        EXPECT_EQ(file + ":" + std::to_string(expected->line), place);
+    }
+}
+
+TEST_F(ElfExportTest, ReadelfAndLlvmDwarfdumpFindNoFaultInTheDebugInformation)
+{
+    REQUIRE_TOOL("readelf");
+    REQUIRE_TOOL("llvm-dwarfdump");
+    const ToolResult dump = run({"readelf", "--debug-dump=info,line,aranges,loc", elf_});
+    EXPECT_EQ("", dump.err);
+    const ToolResult verify = run({"llvm-dwarfdump", "--verify", elf_});
+    EXPECT_NE(std::string::npos, verify.out.find("No errors.")) << verify.out;
+
+    // The pieces the exporter is asked for are there, as a DWARF reader sees them.
+    const std::string info = run({"llvm-dwarfdump", "--debug-info", elf_}).out;
+    for (const char* expected : {"DW_AT_producer\t(\"sample compiler 1.0\")", "DW_AT_name\t(\"C:/work/app/main.c\")",
+                                 "DW_AT_name\t(\"C:/work/app/cstartup.s90\")", "DW_AT_language\t(DW_LANG_C99)",
+                                 "DW_TAG_lexical_block", "DW_AT_frame_base\t(DW_OP_breg28 R29R28+0)",
+                                 "DW_AT_data_bit_offset\t(9)", "DW_AT_upper_bound\t(2)",
+                                 "DW_AT_location\t(DW_OP_addr 0x810000)",
+                                 "[0x0000002a, 0x0000003c): DW_OP_fbreg +0",
+                                 "DW_AT_location\t(DW_OP_reg24 R25R24, DW_OP_piece 0x1, DW_OP_reg25 R26R25, DW_OP_piece 0x1)"})
+        EXPECT_NE(std::string::npos, info.find(expected)) << expected << "\n" << info;
+}
+
+TEST(ElfExport, LocationListsFillTheGapsBetweenRangesWithTheDefaultLocation)
+{
+    REQUIRE_TOOL("llvm-dwarfdump");
+    Program program = test::sampleAvrProgram();
+    // x: on the frame below Y by default, in r16:r17 over the start of scale, a known value at its end.
+    model::Variable& x = program.variables[test::variableNamed(program, "x")];
+    x.location.kind = model::Location::Kind::FrameOffset;
+    x.location.offset = -3;
+    model::Location constant;
+    constant.kind = model::Location::Kind::Constant;
+    constant.address = 300;
+    x.ranges.push_back({0x3C, 0x40, constant});
+    ScratchDir dir;
+    exporter::writeElf(program, dir.path("sample.elf"));
+    const std::string info = runTool({"llvm-dwarfdump", "--debug-info", dir.path("sample.elf")}).out;
+    const std::string expected = "DW_AT_location\\t\\(0x[0-9a-f]+: \n"
+                                 " +\\[0x00000028, 0x00000034\\): DW_OP_reg16 [^\n]+, DW_OP_piece 0x1, DW_OP_reg17 [^\n]+, "
+                                 "DW_OP_piece 0x1\n"
+                                 " +\\[0x00000034, 0x0000003c\\): DW_OP_fbreg -3\n"
+                                 " +\\[0x0000003c, 0x00000040\\): DW_OP_constu 0x12c, DW_OP_stack_value\\)\n"
+                                 " +DW_AT_name\\t\\(\"x\"\\)";
+    EXPECT_TRUE(std::regex_search(info, std::regex(expected))) << info;
+    EXPECT_NE(std::string::npos, runTool({"llvm-dwarfdump", "--verify", dir.path("sample.elf")}).out.find("No errors."));
+}
+
+TEST(ElfExport, OtherFamiliesGetTheirMachineCodesAndKeepTheirAddresses)
+{
+    REQUIRE_TOOL("readelf");
+    REQUIRE_TOOL("llvm-dwarfdump");
+    struct Case {
+        model::Family family;
+        std::string processor, core, machine, flags, dataAt;
+    };
+    const std::vector<Case> cases = {
+        {model::Family::Msp430, "MSP430F5529", "430X", "Texas Instruments msp430 microcontroller", "0x2d", "00000200"},
+        {model::Family::Msp430, "MSP430G2553", "430", "Texas Instruments msp430 microcontroller", "0xb", "00000200"},
+        {model::Family::Rl78, "R5F100LE", "rl78_1", "Renesas RL78", "0x8", "00000200"},
+        {model::Family::I8051, "CC2530F256", "plain", "Intel 8051 and variants", "0x0", "01000200"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.processor);
+        Program program = test::tinyProgram(c.family, c.processor);
+        program.attributes = {{"__core", c.core}};
+        model::MemoryImage data;
+        data.space = MemorySpace::Data;
+        data.runs = {{0x200, {1, 2}}};
+        program.memories.push_back(data);
+        ScratchDir dir;
+        const std::string elf = dir.path("tiny.elf");
+        exporter::writeElf(program, elf);
+        const ToolResult header = runTool({"readelf", "-hSW", elf});
+        EXPECT_NE(std::string::npos, header.out.find("Machine:                           " + c.machine)) << header.out;
+        EXPECT_NE(std::string::npos, header.out.find("Flags:                             " + c.flags)) << header.out;
+        EXPECT_TRUE(std::regex_search(header.out, std::regex("\\.text +PROGBITS +00000100 ")));
+        EXPECT_TRUE(std::regex_search(header.out, std::regex("\\.data +PROGBITS +" + c.dataAt + " ")));
+        const ToolResult verify = runTool({"llvm-dwarfdump", "--verify", elf});
+        EXPECT_NE(std::string::npos, verify.out.find("No errors.")) << verify.out;
+    }
+}
+
+TEST(ElfExport, RefusesProgramsWhoseProcessorHasNoElfForm)
+{
+    auto refusal = [](const Program& program) -> std::string {
+        std::ostringstream out;
+        try {
+            exporter::writeElf(program, out);
+        } catch (const exporter::ExportError& error) {
+            EXPECT_TRUE(out.str().empty());
+            return error.what();
+        }
+        return "(no error)";
+    };
+    EXPECT_EQ("the program does not say which processor family it is for, so no ELF machine code can be chosen",
+              refusal(test::tinyProgram(model::Family::Unknown, "ATmega16")));
+    EXPECT_EQ("the program does not name its processor, so no ELF header can be made for it",
+              refusal(test::tinyProgram(model::Family::Avr, "")));
+    EXPECT_EQ("processor ATmega9999: not an AVR device whose architecture is known, so no ELF header can be made for it",
+              refusal(test::tinyProgram(model::Family::Avr, "ATmega9999")));
+
+    Program tooHigh = test::sampleAvrProgram();
+    tooHigh.variables[test::variableNamed(tooHigh, "counter")].location.address = 0x12345;
+    EXPECT_EQ("counter: data address 0x12345 lies beyond the 0x10000 bytes this processor's data memory has",
+              refusal(tooHigh));
+}
+
+TEST(ElfExport, AModelThatBreaksItsPromisesStillGivesAFileTheToolsRead)
+{
+    REQUIRE_TOOL("llvm-dwarfdump");
+    Program program = test::sampleAvrProgram();
+    const uint32_t count = static_cast<uint32_t>(program.types.size());
+    model::Type loop; // two typedefs naming each other
+    loop.kind = model::Type::Kind::Typedef;
+    loop.name = "a";
+    loop.target = count + 1;
+    program.types.push_back(loop);
+    loop.name = "b";
+    loop.target = count;
+    program.types.push_back(loop);
+    model::Type odd;
+    odd.kind = model::Type::Kind::Structure;
+    odd.name = "odd";
+    odd.members = {{"lost", 9999, 0, 0, 0}};
+    program.types.push_back(odd);
+
+    model::Variable& x = program.variables[test::variableNamed(program, "x")];
+    x.type = count;
+    x.ranges.push_back({0x30, 0x20, x.ranges.front().location}); // backwards
+    x.ranges.push_back({0x28, 0x40, x.ranges.front().location});  // over the first
+    x.ranges.back().location.registerCount = 1000;
+    program.variables[test::variableNamed(program, "doubled")].location.kind = model::Location::Kind::Computed;
+    program.variables[test::variableNamed(program, "status")].type = count + 2;
+    program.variables[test::variableNamed(program, "total")].module = 77;
+    program.blocks[0].blocks = {0, 42}; // itself, and one that does not exist
+    model::Function lost;
+    lost.name = lost.qualifiedName = "lost";
+    lost.module = 55;
+    lost.entry = 0x30;
+    lost.end = 0x20;
+    lost.type = 4242;
+    lost.blocks = {7};
+    lost.variables = {9999};
+    program.functions.push_back(lost);
+    program.lines.push_back({0x40, 0x42, model::kNone, 5, 0, model::kNone, true});
+
+    ScratchDir dir;
+    exporter::writeElf(program, dir.path("broken.elf"));
+    const test::ToolResult verify = runTool({"llvm-dwarfdump", "--verify", dir.path("broken.elf")});
+    EXPECT_NE(std::string::npos, verify.out.find("No errors.")) << verify.out;
+}
+
+TEST(ElfExport, AvrArchitectureComesFromTheDevice)
+{
+    REQUIRE_TOOL("readelf");
+    for (const auto& [device, flags] : std::vector<std::pair<std::string, std::string>>{
+             {"ATmega128A", "0x33, avr:51"}, {"AT90USB1287", "0x33, avr:51"}, {"ATmega168PA", "0x5, avr:5"},
+             {"ATtiny13", "0x19, avr:25"}, {"ATxmega128A1", "0x6b, avr:107"}, {"ATmega2560", "0x6, avr:6"}}) {
+        ScratchDir dir;
+        exporter::writeElf(test::tinyProgram(model::Family::Avr, device), dir.path("tiny.elf"));
+        const ToolResult header = runTool({"readelf", "-h", dir.path("tiny.elf")});
+        EXPECT_NE(std::string::npos, header.out.find("Flags:                             " + flags))
+            << device << "\n" << header.out;
+    }
+}
+
+} // namespace
+} // namespace ubrof

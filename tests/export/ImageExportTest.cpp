@@ -1,0 +1,212 @@
+// Intel HEX, S-records and binary images: read back by objcopy, record by record where it matters,
+// and refused when the request cannot be met.
+#include "SampleProgram.h"
+#include "TestFiles.h"
+#include "Tools.h"
+
+#include "export/ExportError.h"
+#include "export/ImageExport.h"
+
+#include <fstream>
+#include <sstream>
+
+namespace ubrof {
+namespace {
+
+using exporter::ExportError;
+using model::MemorySpace;
+using model::Program;
+using test::ScratchDir;
+
+std::string readFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> lines(const std::string& text)
+{
+    std::vector<std::string> result;
+    std::stringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        result.push_back(line);
+    return result;
+}
+
+/// A program with code in runs of the given addresses and lengths (bytes counting up from each start).
+Program codeRuns(const std::vector<std::pair<uint32_t, size_t>>& runs, std::optional<uint32_t> entry = {})
+{
+    Program program = test::tinyProgram(model::Family::Avr, "ATmega128");
+    program.entryPoint = entry;
+    program.memories[0].runs.clear();
+    for (const auto& [address, length] : runs) {
+        model::ByteRun run{address, {}};
+        for (size_t i = 0; i < length; ++i)
+            run.bytes.push_back(static_cast<uint8_t>(address + i * 7));
+        program.memories[0].runs.push_back(run);
+    }
+    return program;
+}
+
+std::string binaryOf(const Program& program, MemorySpace space)
+{
+    std::ostringstream bytes;
+    exporter::writeBinary(program, space, bytes);
+    return bytes.str();
+}
+
+/// objcopy's reading of a HEX or S-record file as a binary from its lowest address, gaps 0xFF.
+std::string objcopyToBinary(const ScratchDir& dir, const std::string& input, const char* format)
+{
+    const std::string output = dir.path(std::string("objcopy-") + format + ".bin");
+    const test::ToolResult run = test::runTool({"objcopy", "-I", format, "-O", "binary", "--gap-fill", "0xff", input, output});
+    EXPECT_EQ(0, run.status) << run.err;
+    EXPECT_EQ("", run.err);
+    return readFile(output);
+}
+
+TEST(ImageExport, HexAndSRecordsReadBackAsTheBinaryImageThroughObjcopy)
+{
+    REQUIRE_TOOL("objcopy");
+    ScratchDir dir;
+    const Program sample = test::sampleAvrProgram();
+    struct Case {
+        std::string name;
+        Program program;
+        MemorySpace space;
+    };
+    const std::vector<Case> cases = {
+        {"sample code", sample, MemorySpace::Code},
+        {"sample data", sample, MemorySpace::Data},
+        {"sample eeprom", sample, MemorySpace::Eeprom},
+        // Gaps, an odd start, a run across the 64 KiB line and one far above it.
+        {"gaps above 64 KiB", codeRuns({{0x11, 40}, {0x200, 3}, {0xFFF8, 20}, {0x3FFF0, 33}}, 0x11), MemorySpace::Code},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string hex = dir.path("image.hex"), srec = dir.path("image.srec");
+        exporter::writeIntelHex(c.program, c.space, hex);
+        exporter::writeSRecords(c.program, c.space, srec);
+        const std::string binary = binaryOf(c.program, c.space);
+        EXPECT_EQ(binary, objcopyToBinary(dir, hex, "ihex"));
+        EXPECT_EQ(binary, objcopyToBinary(dir, srec, "srec"));
+    }
+}
+
+TEST(ImageExport, IntelHexRecordsHoldSixteenBytesAndSayWhereAbove64KiB)
+{
+    const Program program = codeRuns({{0xFFF8, 20}, {0x20000, 16}}, 0x1234);
+    std::ostringstream out;
+    exporter::writeIntelHex(program, MemorySpace::Code, out);
+    EXPECT_EQ((std::vector<std::string>{
+                  ":08FFF800F8FF060D141B22297D",
+                  ":020000040001F9",
+                  ":0C00000030373E454C535A61686F767DE6",
+                  ":020000040002F8",
+                  ":1000000000070E151C232A31383F464D545B6269A8",
+                  ":0400000500001234B1",
+                  ":00000001FF",
+              }),
+              lines(out.str()));
+}
+
+TEST(ImageExport, OnlyCodeImagesCarryTheEntryPoint)
+{
+    Program program = test::sampleAvrProgram();
+    program.entryPoint = 0x0E;
+    std::ostringstream codeHex, eepromHex, codeSrec, eepromSrec;
+    exporter::writeIntelHex(program, MemorySpace::Code, codeHex);
+    exporter::writeIntelHex(program, MemorySpace::Eeprom, eepromHex);
+    exporter::writeSRecords(program, MemorySpace::Code, codeSrec);
+    exporter::writeSRecords(program, MemorySpace::Eeprom, eepromSrec);
+    EXPECT_EQ(":040000050000000EE9", lines(codeHex.str()).end()[-2]);
+    EXPECT_EQ((std::vector<std::string>{":020000003412B8", ":00000001FF"}), lines(eepromHex.str()));
+    EXPECT_EQ("S903000EEE", lines(codeSrec.str()).back());
+    EXPECT_EQ("S9030000FC", lines(eepromSrec.str()).back());
+
+    program.entryPoint.reset();
+    std::ostringstream noEntry;
+    exporter::writeIntelHex(program, MemorySpace::Code, noEntry);
+    for (const std::string& line : lines(noEntry.str()))
+        EXPECT_NE("05", line.substr(7, 2)) << line;
+}
+
+TEST(ImageExport, SRecordsWidenTheirAddressesWithTheHighestOne)
+{
+    struct Case {
+        Program program;
+        const char* dataType;
+        std::string termination;
+    };
+    const std::vector<Case> cases = {
+        {codeRuns({{0xFFF0, 16}}), "S1", "S9030000FC"},
+        {codeRuns({{0xFFF0, 17}}), "S2", "S804000000FB"},
+        {codeRuns({{0x10, 4}}, 0x1000000), "S3", "S70501000000F9"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.dataType);
+        std::ostringstream out;
+        exporter::writeSRecords(c.program, MemorySpace::Code, out, {"app"});
+        const std::vector<std::string> records = lines(out.str());
+        ASSERT_GE(records.size(), 4u);
+        EXPECT_EQ("S0060000617070B8", records.front()); // "app"
+        for (size_t i = 1; i + 2 < records.size(); ++i)
+            EXPECT_EQ(c.dataType, records[i].substr(0, 2)) << records[i];
+        EXPECT_EQ("S5", records.end()[-2].substr(0, 2));
+        EXPECT_EQ(c.termination, records.back());
+    }
+}
+
+TEST(ImageExport, BinaryFillsGapsWithTheChosenByteAndAnswersItsBase)
+{
+    Program program = codeRuns({{0x100, 2}, {0x104, 1}});
+    std::ostringstream out;
+    exporter::BinaryOptions options;
+    options.gapFill = 0x00;
+    EXPECT_EQ(0x100u, exporter::writeBinary(program, MemorySpace::Code, out, options));
+    EXPECT_EQ(std::string("\x00\x07\x00\x00\x04", 5), out.str());
+
+    ScratchDir dir;
+    EXPECT_EQ(0x100u, exporter::writeBinary(program, MemorySpace::Code, dir.path("image.bin")));
+    EXPECT_EQ(std::string("\x00\x07\xFF\xFF\x04", 5), readFile(dir.path("image.bin")));
+}
+
+TEST(ImageExport, RefusesWhatItCannotWriteAndSaysWhy)
+{
+    auto refusal = [](auto write) -> std::string {
+        try {
+            write();
+        } catch (const ExportError& error) {
+            return error.what();
+        }
+        return "(no error)";
+    };
+    const Program tiny = test::tinyProgram(model::Family::Avr, "ATmega16");
+    std::ostringstream sink;
+    EXPECT_EQ("eeprom memory: the program writes no bytes to it",
+              refusal([&] { exporter::writeIntelHex(tiny, MemorySpace::Eeprom, sink); }));
+
+    const Program spread = codeRuns({{0, 1}, {0xFFFFFFF0, 1}});
+    EXPECT_EQ("code memory: its bytes span 0x0-0xfffffff0, 4294967281 bytes, more than the 16777216 a binary "
+              "image may hold",
+              refusal([&] { exporter::writeBinary(spread, MemorySpace::Code, sink); }));
+    EXPECT_TRUE(sink.str().empty());
+
+    Program overlapping = codeRuns({{0x10, 8}, {0x14, 8}});
+    EXPECT_EQ("code memory: the run at 0x14 overlaps or precedes the run before it",
+              refusal([&] { exporter::writeSRecords(overlapping, MemorySpace::Code, sink); }));
+
+    Program pastTheEnd = codeRuns({{0xFFFFFFFE, 4}});
+    EXPECT_EQ("code memory: the run at 0xfffffffe runs past the 32-bit address space",
+              refusal([&] { exporter::writeIntelHex(pastTheEnd, MemorySpace::Code, sink); }));
+
+    ScratchDir dir;
+    const std::string missingFolder = dir.path("no-such-folder/out.hex");
+    EXPECT_EQ("cannot write " + missingFolder + ": No such file or directory",
+              refusal([&] { exporter::writeIntelHex(tiny, MemorySpace::Code, missingFolder); }));
+}
+
+} // namespace
+} // namespace ubrof

@@ -1,0 +1,361 @@
+// The hand-built AVR sample program the exporter tests write out and hand to the real tools.
+#include "SampleProgram.h"
+
+#include <gtest/gtest.h>
+
+namespace ubrof::test {
+
+using model::Family;
+using model::Function;
+using model::kNone;
+using model::LineRow;
+using model::Location;
+using model::MemorySpace;
+using model::Program;
+using model::Type;
+using model::Variable;
+
+namespace {
+
+// The code, as an assembler places it for the ATmega16:
+//   0000 __program_start:  ldi r16,0x5F / out SPL,r16 / ldi r16,0x04 / out SPH,r16
+//                          ldi r28,0x00 / ldi r29,0x04 (Y: the data stack) / rjmp main
+//   000E main:             lds r24,counter / subi r24,0xFF / sts counter,r24
+//                          ldi r16,3 / ldi r17,0 / rcall scale
+//                          sts total,r16 / sts total+1,r17 / rjmp main
+//   0028 scale:            sbiw r28,2 / st Y,r16 / std Y+1,r17 (saved = x on the frame)
+//                          movw r24,r16 / add r24,r24 / adc r25,r25 (doubled = x * 2 in r24:r25)
+//                          ld r16,Y / ldd r17,Y+1 / add r16,r24 / adc r17,r25
+//                          adiw r28,2 / ret
+const std::vector<uint8_t> kCode = {
+    0x0f, 0xe5, 0x0d, 0xbf, 0x04, 0xe0, 0x0e, 0xbf, 0xc0, 0xe0, 0xd4, 0xe0, 0x00, 0xc0,
+    0x80, 0x91, 0x60, 0x00, 0x8f, 0x5f, 0x80, 0x93, 0x60, 0x00, 0x03, 0xe0, 0x10, 0xe0, 0x05, 0xd0,
+    0x00, 0x93, 0x61, 0x00, 0x10, 0x93, 0x62, 0x00, 0xf3, 0xcf,
+    0x22, 0x97, 0x08, 0x83, 0x19, 0x83, 0xc8, 0x01, 0x88, 0x0f, 0x99, 0x1f,
+    0x08, 0x81, 0x19, 0x81, 0x08, 0x0f, 0x19, 0x1f, 0x22, 0x96, 0x08, 0x95,
+};
+
+Location inData(uint32_t address)
+{
+    Location location;
+    location.kind = Location::Kind::Address;
+    location.space = MemorySpace::Data;
+    location.address = address;
+    return location;
+}
+
+Location inRegisters(uint32_t first, uint32_t count)
+{
+    Location location;
+    location.kind = Location::Kind::Register;
+    location.firstRegister = first;
+    location.registerCount = count;
+    return location;
+}
+
+Location onFrame(int32_t offset)
+{
+    Location location;
+    location.kind = Location::Kind::FrameOffset;
+    location.offset = offset;
+    return location;
+}
+
+uint32_t addType(Program& program, Type type)
+{
+    const uint32_t index = static_cast<uint32_t>(program.types.size());
+    if (type.resolved == kNone)
+        type.resolved = index;
+    program.types.push_back(std::move(type));
+    return index;
+}
+
+Type base(const std::string& name, uint32_t size, Type::Encoding encoding)
+{
+    Type type;
+    type.kind = Type::Kind::Base;
+    type.name = type.cName = name;
+    type.size = size;
+    type.encoding = encoding;
+    return type;
+}
+
+Type wrapping(Type::Kind kind, uint32_t target, const Program& program, const std::string& name = "")
+{
+    Type type;
+    type.kind = kind;
+    type.name = name;
+    type.target = target;
+    type.size = program.types[target].size;
+    if (kind != Type::Kind::Pointer && kind != Type::Kind::Array)
+        type.resolved = program.types[target].resolved;
+    return type;
+}
+
+uint32_t addVariable(Program& program, Variable variable)
+{
+    if (variable.qualifiedName.empty())
+        variable.qualifiedName = variable.name;
+    program.variables.push_back(std::move(variable));
+    return static_cast<uint32_t>(program.variables.size() - 1);
+}
+
+Variable global(const std::string& name, uint32_t type, uint32_t size, Location location, uint32_t line)
+{
+    Variable variable;
+    variable.name = name;
+    variable.type = type;
+    variable.size = size;
+    variable.module = 1;
+    variable.isExternal = true;
+    variable.location = location;
+    variable.file = 1;
+    variable.line = line;
+    return variable;
+}
+
+Function function(const std::string& name, uint32_t module, uint32_t entry, uint32_t end, uint32_t type,
+                  bool external, uint32_t file, uint32_t line)
+{
+    Function f;
+    f.name = f.qualifiedName = name;
+    f.module = module;
+    f.entry = entry;
+    f.end = end;
+    f.type = type;
+    f.isExternal = external;
+    f.file = file;
+    f.line = line;
+    return f;
+}
+
+void addRow(Program& program, uint32_t address, uint32_t end, uint32_t file, uint32_t line, uint32_t function,
+            bool statement = true)
+{
+    LineRow row;
+    row.address = address;
+    row.end = end;
+    row.file = file;
+    row.line = line;
+    row.function = function;
+    row.isStatement = statement;
+    program.lines.push_back(row);
+}
+
+} // namespace
+
+Program sampleAvrProgram()
+{
+    Program program;
+    program.path = "sample.d90";
+    program.version = 8;
+    program.processor = {Family::Avr, "ATmega16"};
+    program.attributes = {{"__cpu_name", "ATmega16"}};
+    program.producer = "sample compiler 1.0";
+    program.entryPoint = 0;
+    program.files = {{"C:\\work\\app\\cstartup.s90"}, {"C:\\work\\app\\main.c"}};
+
+    model::MemoryImage code;
+    code.space = MemorySpace::Code;
+    code.name = "code";
+    code.runs = {{0, kCode}};
+    model::MemoryImage data;
+    data.space = MemorySpace::Data;
+    data.name = "data";
+    // table's initial values {1, 2, 3, 4}, then handler = scale (a word address, as AVR calls use).
+    data.runs = {{sample::kTable, {1, 0, 2, 0, 3, 0, 4, 0, 0x14, 0x00}}};
+    model::MemoryImage eeprom;
+    eeprom.space = MemorySpace::Eeprom;
+    eeprom.name = "eeprom";
+    eeprom.runs = {{sample::kEeSetting, {0x34, 0x12}}};
+    program.memories = {code, data, eeprom};
+
+    // Types: the typedef chain byte_t -> u8 -> unsigned char, a structure with bit fields and an
+    // enumeration, arrays of one and two dimensions, a pointer to a function, a pointer into flash and a const union.
+    const uint32_t uchar = addType(program, base("unsigned char", 1, Type::Encoding::UnsignedChar));
+    const uint32_t sint = addType(program, base("int", 2, Type::Encoding::Signed));
+    const uint32_t volatileUchar = addType(program, wrapping(Type::Kind::Volatile, uchar, program));
+    const uint32_t u8 = addType(program, wrapping(Type::Kind::Typedef, uchar, program, "u8"));
+    const uint32_t byteT = addType(program, wrapping(Type::Kind::Typedef, u8, program, "byte_t"));
+    Type mode;
+    mode.kind = Type::Kind::Enumeration;
+    mode.name = "mode";
+    mode.cName = "enum mode";
+    mode.size = 1;
+    mode.enumerators = {{"IDLE", 0}, {"RUN", 1}, {"STOPPED", -1}};
+    const uint32_t modeType = addType(program, mode);
+    Type status;
+    status.kind = Type::Kind::Structure;
+    status.name = "status";
+    status.cName = "struct status";
+    status.size = 4;
+    status.members = {{"state", modeType, 0, 0, 0},
+                      {"ready", uchar, 1, 1, 0},
+                      {"level", uchar, 1, 3, 1},
+                      {"count", sint, 2, 0, 0}};
+    const uint32_t statusType = addType(program, status);
+    Type table = wrapping(Type::Kind::Array, sint, program);
+    table.dimensions = {4};
+    table.size = 8;
+    const uint32_t tableType = addType(program, table);
+    Type grid = wrapping(Type::Kind::Array, uchar, program);
+    grid.dimensions = {2, 3};
+    grid.size = 6;
+    const uint32_t gridType = addType(program, grid);
+    Type scaleFn;
+    scaleFn.kind = Type::Kind::Function;
+    scaleFn.target = sint;
+    scaleFn.parameters = {sint};
+    const uint32_t scaleType = addType(program, scaleFn);
+    Type handler = wrapping(Type::Kind::Pointer, scaleType, program);
+    handler.size = 2;
+    handler.pointerSpace = MemorySpace::Code;
+    const uint32_t handlerType = addType(program, handler);
+    Type bytes = wrapping(Type::Kind::Array, uchar, program);
+    bytes.dimensions = {2};
+    bytes.size = 2;
+    const uint32_t bytesType = addType(program, bytes);
+    Type word;
+    word.kind = Type::Kind::Union;
+    word.name = "word";
+    word.cName = "union word";
+    word.size = 2;
+    word.members = {{"whole", sint, 0, 0, 0}, {"bytes", bytesType, 0, 0, 0}};
+    const uint32_t wordType = addType(program, word);
+    const uint32_t constWord = addType(program, wrapping(Type::Kind::Const, wordType, program));
+    Type text = wrapping(Type::Kind::Pointer, addType(program, wrapping(Type::Kind::Const, uchar, program)), program);
+    text.size = 2;
+    text.pointerSpace = MemorySpace::Code; // a string in flash
+    const uint32_t textType = addType(program, text);
+    Type mainFn;
+    mainFn.kind = Type::Kind::Function;
+    const uint32_t mainType = addType(program, mainFn);
+
+    model::Module startup;
+    startup.name = "cstartup";
+    startup.file = 0;
+    startup.files = {0};
+    startup.ranges = {{MemorySpace::Code, sample::kStart, sample::kMain}};
+    startup.functions = {0};
+    model::Module app;
+    app.name = "main";
+    app.file = 1;
+    app.files = {1};
+    app.ranges = {{MemorySpace::Code, sample::kMain, sample::kCodeEnd}};
+    app.functions = {1, 2};
+    program.modules = {startup, app};
+
+    // name, module, entry, end, type, external, file, line
+    program.functions = {
+        function("__program_start", 0, sample::kStart, sample::kMain, kNone, true, 0, 5),
+        function("main", 1, sample::kMain, sample::kScale, mainType, true, 1, 9),
+        function("scale", 1, sample::kScale, sample::kCodeEnd, scaleType, false, 1, 19),
+    };
+
+    const std::vector<uint32_t> globals = {
+        addVariable(program, global("counter", volatileUchar, 1, inData(sample::kCounter), 3)),
+        addVariable(program, global("total", sint, 2, inData(0x61), 4)),
+        addVariable(program, global("status", statusType, 4, inData(sample::kStatus), 5)),
+        addVariable(program, global("table", tableType, 8, inData(sample::kTable), 6)),
+        addVariable(program, global("grid", gridType, 6, inData(0x71), 8)),
+        addVariable(program, global("level_byte", byteT, 1, inData(0x77), 9)),
+        addVariable(program, global("current", modeType, 1, inData(0x78), 10)),
+        addVariable(program, global("split", constWord, 2, inData(0x7A), 13)),
+        addVariable(program, global("message", textType, 2, inData(0x7C), 14)),
+    };
+    Variable handlerVariable = global("handler", handlerType, 2, inData(0x6F), 7);
+    handlerVariable.isExternal = false;
+    Location inEeprom;
+    inEeprom.kind = Location::Kind::Address;
+    inEeprom.space = MemorySpace::Eeprom;
+    inEeprom.address = sample::kEeSetting;
+    program.modules[1].variables = globals;
+    program.modules[1].variables.push_back(addVariable(program, handlerVariable));
+    program.modules[1].variables.push_back(
+        addVariable(program, global("ee_setting", sint, 2, inEeprom, 11)));
+
+    // main's static counter of calls, and scale's parameter and locals.
+    Variable calls = global("calls", byteT, 1, inData(0x79), 12);
+    calls.isExternal = false;
+    calls.function = 1;
+    calls.qualifiedName = "main::calls";
+    program.functions[1].variables = {addVariable(program, calls)};
+
+    Variable x;
+    x.name = "x";
+    x.type = sint;
+    x.size = 2;
+    x.module = 1;
+    x.function = 2;
+    x.isParameter = true;
+    x.ranges = {{sample::kScale, sample::kScaleLine22, inRegisters(16, 2)}}; // r16:r17 until reused
+    x.file = 1;
+    x.line = 19;
+    Variable saved = x;
+    saved.name = "saved";
+    saved.isParameter = false;
+    saved.ranges = {{sample::kScale + 2, sample::kBlockEnd, onFrame(0)}}; // Y+0 once the frame exists
+    saved.line = 20;
+    Variable doubled = x;
+    doubled.name = "doubled";
+    doubled.isParameter = false;
+    doubled.block = 0;
+    doubled.ranges.clear();
+    doubled.location = inRegisters(24, 2);
+    doubled.line = 21;
+    program.functions[2].variables = {addVariable(program, x), addVariable(program, saved)};
+    model::Block block;
+    block.low = sample::kBlock;
+    block.high = sample::kBlockEnd;
+    block.variables = {addVariable(program, doubled)};
+    program.blocks = {block};
+    program.functions[2].blocks = {0};
+    for (Variable& variable : program.variables)
+        variable.qualifiedName = variable.qualifiedName.empty() ? variable.name : variable.qualifiedName;
+
+    addRow(program, 0x00, 0x04, 0, 6, 0);
+    addRow(program, 0x04, 0x08, 0, 7, 0);
+    addRow(program, 0x08, 0x0C, 0, 8, 0);
+    addRow(program, 0x0C, 0x0E, 0, 9, 0);
+    addRow(program, sample::kMain, sample::kMainLine11, 1, 10, 1);
+    addRow(program, sample::kMainLine11, 0x1E, 1, 11, 1);
+    addRow(program, 0x1E, 0x26, 1, 11, 1, false);
+    addRow(program, 0x26, sample::kScale, 1, 12, 1);
+    addRow(program, sample::kScale, sample::kScaleLine21, 1, 20, 2);
+    addRow(program, sample::kScaleLine21, sample::kScaleLine22, 1, 21, 2);
+    addRow(program, sample::kScaleLine22, 0x3C, 1, 22, 2);
+    addRow(program, 0x3C, sample::kCodeEnd, 1, 23, 2);
+    return program;
+}
+
+Program tinyProgram(Family family, const std::string& processor)
+{
+    Program program;
+    program.path = "tiny.d90";
+    program.processor = {family, processor};
+    program.files = {{"tiny.c"}};
+    model::MemoryImage code;
+    code.space = MemorySpace::Code;
+    code.name = "code";
+    code.runs = {{0x100, {0x01, 0x02, 0x03, 0x04}}};
+    program.memories = {code};
+    model::Module module;
+    module.name = "tiny";
+    module.file = 0;
+    module.files = {0};
+    program.modules = {module};
+    program.functions = {function("tiny", 0, 0x100, 0x104, kNone, true, 0, 2)};
+    addRow(program, 0x100, 0x104, 0, 3, 0);
+    return program;
+}
+
+uint32_t variableNamed(const Program& program, const std::string& name)
+{
+    for (uint32_t i = 0; i < program.variables.size(); ++i)
+        if (program.variables[i].qualifiedName == name)
+            return i;
+    ADD_FAILURE() << "no variable " << name;
+    return 0;
+}
+
+} // namespace ubrof::test

@@ -1,0 +1,455 @@
+// The program model from writer-built files: true function ranges, a line for every code byte,
+// qualified names, resolved types, modules and memories, and files that make no sense.
+#include "TestFiles.h"
+
+#include "model/ProgramBuilder.h"
+#include "model/ProgramQueries.h"
+#include "parser/TarnUbrofParser.h"
+
+namespace ubrof::test {
+namespace {
+
+using namespace ubrof::model;
+using Kind = Type::Kind;
+
+constexpr uint16_t kUnsignedChar = 1, kChar = 2, kInt = 6, kVoid = 12;
+constexpr uint8_t kPublic = 2, kStatic = 4, kFrame = 7, kRegister = 8, kComputed = 23;
+constexpr uint16_t kCodeSpace = 1, kDataSpace = 2;
+
+class ModelTest : public ::testing::Test {
+protected:
+    Program build(const UbrofWriter& w, BuildOptions options = {}) { return loadProgram(dir.save(w), options); }
+
+    static UbrofWriter fileStart()
+    {
+        UbrofWriter w;
+        w.begFile1().version(8);
+        return w;
+    }
+
+    static const Function& function(const Program& program, const std::string& name)
+    {
+        const std::vector<uint32_t> found = findFunctions(program, name);
+        EXPECT_EQ(1u, found.size()) << name;
+        return program.functions.at(found.at(0));
+    }
+
+    static const Variable& variable(const Program& program, const std::string& name)
+    {
+        const std::vector<uint32_t> found = findVariables(program, name);
+        EXPECT_EQ(1u, found.size()) << name;
+        return program.variables.at(found.at(0));
+    }
+
+    /// The line and whether it starts a statement at each address of [low, high); 0 for none.
+    static std::vector<std::pair<uint32_t, bool>> linesOf(const Program& program, uint32_t low, uint32_t high)
+    {
+        std::vector<std::pair<uint32_t, bool>> lines;
+        for (uint32_t address = low; address < high; ++address) {
+            const LineRow* row = program.lineAt(address);
+            lines.emplace_back(row ? row->line : 0, row && row->isStatement && row->address == address);
+        }
+        return lines;
+    }
+
+    ScratchDir dir;
+};
+
+// Entry code comes before the function's block begins and code after its statements follows
+// them: the function spans all of it, and every byte takes the line of the statement before it.
+TEST_F(ModelTest, FunctionsSpanTheirEntryCodeAndEveryByteHasALine)
+{
+    UbrofWriter w = fileStart();
+    w.begPgm("motor").fileRef(0, "motor.c");
+    w.scopedName("start").scopedName("stop"); // names 0, 1
+    w.symbolDef2(0, kPublic, kCodeSpace, 0x100, 0).sourceRange(0, 10);
+    w.symbolDef2(1, kStatic, kCodeSpace, 0x120, 0);
+    w.org(1, 0x100).srcStat(10, 11, 14).absVar({0x0F, 0x93, 0x1F, 0x93}); // header and prologue
+    w.blockBegin3(0).srcStat(12, 12).absVar({1, 2}).absVar({3, 4});       // a second chunk of line 12
+    w.blockBegin1().srcStat(13, 13).absVar({5, 6}).blockEnd();
+    w.absVar({7, 8});                                                       // after the inner block
+    w.srcStat(14, 14).absVar({0x08, 0x95}).absVar({0xFF, 0xCF}).blockEnd(); // and after the last statement
+    w.org(1, 0x120).blockBegin3(1).absVar({9, 9}).srcStat(20, 20).absVar({0x08, 0x95}).blockEnd();
+    w.end().eof();
+    const Program program = build(w);
+
+    ASSERT_EQ(2u, program.functions.size());
+    const Function& start = program.functions[0];
+    EXPECT_EQ("start", start.name);
+    EXPECT_EQ(0x100u, start.entry);
+    EXPECT_EQ(0x110u, start.end);
+    EXPECT_TRUE(start.isExternal);
+    EXPECT_EQ(10u, start.line);
+    EXPECT_EQ("motor.c", program.files.at(start.file).path);
+    const Function& stop = program.functions[1];
+    EXPECT_EQ(0x120u, stop.entry);
+    EXPECT_EQ(0x124u, stop.end);
+    EXPECT_FALSE(stop.isExternal);
+
+    using Lines = std::vector<std::pair<uint32_t, bool>>;
+    EXPECT_EQ((Lines{{10, true}, {10, false}, {10, false}, {10, false}, {12, true}, {12, false}, {12, false},
+                     {12, false}, {13, true}, {13, false}, {13, false}, {13, false}, {14, true}, {14, false},
+                     {14, false}, {14, false}}),
+              linesOf(program, 0x100, 0x110));
+    // Entry code before any statement takes the function's first one.
+    EXPECT_EQ((Lines{{20, false}, {20, false}, {20, true}, {20, false}}), linesOf(program, 0x120, 0x124));
+    for (size_t i = 1; i < program.lines.size(); ++i)
+        EXPECT_LE(program.lines[i - 1].end, program.lines[i].address);
+
+    ASSERT_EQ(1u, start.blocks.size());
+    EXPECT_EQ(0x108u, program.blocks[start.blocks[0]].low);
+    EXPECT_EQ(0x10Au, program.blocks[start.blocks[0]].high);
+    EXPECT_EQ(0u, symbolize(program, 0x10F).function);
+    EXPECT_EQ(0xFu, symbolize(program, 0x10F).offset);
+    EXPECT_EQ(kNone, symbolize(program, 0x110).function);
+    EXPECT_EQ(nullptr, symbolize(program, 0x118).row);
+}
+
+// Functions never overlap, whatever their blocks wrote; code written far away is not theirs.
+TEST_F(ModelTest, AFunctionEndsWhereTheNextBegins)
+{
+    UbrofWriter w = fileStart();
+    w.begPgm("m").scopedName("first").scopedName("second");
+    w.symbolDef2(0, kPublic, kCodeSpace, 0x200, 0).symbolDef2(1, kPublic, kCodeSpace, 0x204, 0);
+    w.org(1, 0x200).blockBegin3(0).srcStat(1, 1).absVar({1, 2, 3, 4, 5, 6, 7, 8});
+    w.org(1, 0x400).absVar({0xAA, 0xBB}).blockEnd(); // a table the block placed elsewhere
+    w.org(1, 0x208).blockBegin3(1).srcStat(2, 2).absVar({1, 2}).blockEnd().end().eof();
+    const Program program = build(w);
+
+    ASSERT_EQ(2u, program.functions.size());
+    EXPECT_EQ(0x204u, program.functions[0].end);
+    EXPECT_EQ(0x204u, program.functions[1].entry);
+    EXPECT_EQ(0x20Au, program.functions[1].end);
+    EXPECT_FALSE(program.notes.empty());
+}
+
+// Parameters come first, one per parameter type; every location kind, and where it changes.
+TEST_F(ModelTest, VariablesHaveTheirLocationsAndRanges)
+{
+    UbrofWriter w = fileStart();
+    w.begPgm("m").scopedName("f").scopedName("a").scopedName("b").scopedName("t").scopedName("s");
+    w.scopedName("s", 0).scopedName("k").scopedName("g"); // names 0-7
+    w.typeFunction35(100, kVoid, 0, 0, {kInt, kChar});
+    w.symbolDef2(0, kPublic, kCodeSpace, 0x300, 100);
+    w.symbolDef2(5, kStatic, kDataSpace, 0x60, kInt); // the static local, listed at module level too
+    w.symbolDef2(7, kPublic, kDataSpace, 0x62, kChar);
+    w.org(1, 0x300).blockBegin3(0);
+    w.symbolDef2(1, kRegister, 6, 40, kInt, {{0x300, kComputed, 0, 0}, {0x304, kRegister, 6, 41}, {0x308, 21, 0, 0}});
+    w.symbolDef2(2, kRegister, 6, 18, kChar);
+    w.symbolDef2(3, kFrame, kDataSpace, 0xFFFFFFFE, kInt);
+    w.symbolDef2(4, kStatic, kDataSpace, 0x60, kInt);
+    w.symbolDef2(6, 9, 0, 42, kInt);
+    w.srcStat(1, 1).absVar({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}).blockEnd().end().eof();
+    const Program program = build(w);
+
+    const Function& f = function(program, "f");
+    ASSERT_EQ(5u, f.variables.size());
+    const Variable& a = program.variables[f.variables[0]];
+    EXPECT_EQ("a", a.name);
+    EXPECT_TRUE(a.isParameter);
+    EXPECT_EQ(Location::Kind::Register, a.location.kind);
+    EXPECT_EQ(16u, a.location.firstRegister); // register pair code 40
+    EXPECT_EQ(2u, a.location.registerCount);
+    ASSERT_EQ(3u, a.ranges.size());
+    EXPECT_EQ(Location::Kind::Computed, a.ranges[0].location.kind);
+    EXPECT_EQ(0x304u, a.ranges[1].low);
+    EXPECT_EQ(18u, a.ranges[1].location.firstRegister);
+    EXPECT_EQ(0x308u, a.ranges[2].low); // kind 21: back to its own location
+    EXPECT_EQ(0x30Cu, a.ranges[2].high);
+    EXPECT_EQ(16u, a.ranges[2].location.firstRegister);
+
+    const Variable& b = program.variables[f.variables[1]];
+    EXPECT_TRUE(b.isParameter);
+    EXPECT_EQ(18u, b.location.firstRegister);
+    EXPECT_EQ(1u, b.location.registerCount);
+    EXPECT_TRUE(b.ranges.empty());
+    const Variable& t = program.variables[f.variables[2]];
+    EXPECT_FALSE(t.isParameter);
+    EXPECT_EQ(Location::Kind::FrameOffset, t.location.kind);
+    EXPECT_EQ(-2, t.location.offset);
+    EXPECT_EQ(Location::Kind::Constant, variable(program, "k").location.kind);
+    EXPECT_EQ(42u, variable(program, "k").location.address);
+
+    // The static local is one variable, of its function, named after it.
+    const Variable& s = variable(program, "f::s");
+    EXPECT_EQ(0u, s.function);
+    EXPECT_EQ(MemorySpace::Data, s.location.space);
+    EXPECT_EQ(0x60u, s.location.address);
+    EXPECT_EQ(2u, s.size);
+    const Variable& g = variable(program, "g");
+    EXPECT_EQ(kNone, g.function);
+    EXPECT_TRUE(g.isExternal);
+    EXPECT_EQ((std::vector<uint32_t>{static_cast<uint32_t>(&g - program.variables.data())}),
+              program.modules[0].variables);
+}
+
+// Names take their enclosing classes from the name records' parents; blocks and the compiler's
+// internal namespaces add nothing, and plain C names stay as they are.
+TEST_F(ModelTest, NamesAreQualifiedByTheirClasses)
+{
+    UbrofWriter w = fileStart();
+    w.begPgm("m").scopedName("Motor").scopedName("Fsm", 0).scopedName("Valve").scopedName("Fsm", 2); // 0-3
+    w.scopedName("count", 0).scopedName("__vtbl", 0).scopedName("<internal namespace 3 (m)>");        // 4-6
+    w.scopedName("helper", 6).scopedBlockName(1, 1).scopedName("calls", 8).scopedName("main");       // 7-10
+    w.symbolDef2(1, kPublic, kCodeSpace, 0x10, 0).symbolDef2(3, kPublic, kCodeSpace, 0x20, 0);
+    w.symbolDef2(7, kStatic, kCodeSpace, 0x30, 0).symbolDef2(10, kPublic, kCodeSpace, 0x40, 0);
+    w.symbolDef2(4, kPublic, kDataSpace, 0x100, kInt).symbolDef2(5, kPublic, kCodeSpace, 0x80, kInt);
+    w.symbolDef2(9, kStatic, kDataSpace, 0x102, kChar);
+    for (uint32_t name : {1u, 3u, 7u, 10u}) {
+        w.org(1, name == 1 ? 0x10 : name == 3 ? 0x20 : name == 7 ? 0x30 : 0x40).blockBegin3(name);
+        w.srcStat(1, 1).absVar({1, 2}).blockEnd();
+    }
+    w.end().eof();
+    const Program program = build(w);
+
+    EXPECT_EQ(0x10u, function(program, "Motor::Fsm").entry);
+    EXPECT_EQ(0x20u, function(program, "Valve::Fsm").entry);
+    EXPECT_EQ(2u, findFunctions(program, "Fsm").size());
+    EXPECT_EQ("helper", function(program, "helper").qualifiedName);
+    EXPECT_EQ("main", function(program, "main").qualifiedName);
+    EXPECT_EQ(0x100u, variable(program, "Motor::count").location.address);
+    EXPECT_EQ(0x80u, variable(program, "Motor::__vtbl").location.address);
+    EXPECT_EQ(0x102u, variable(program, "Motor::Fsm::calls").location.address);
+    const SourcePlace place = symbolize(program, 0x21);
+    ASSERT_NE(kNone, place.function);
+    EXPECT_EQ("Valve::Fsm", program.functions[place.function].qualifiedName);
+}
+
+// Typedef chains, members with bit fields, C syntax of function pointers, arrays and qualifiers,
+// the memory a pointer points into, and type graphs that run in circles.
+TEST_F(ModelTest, TypesAreResolvedAndWrittenInC)
+{
+    UbrofWriter w = fileStart();
+    w.begPgm("m").scopedName("uint8_t").scopedName("u8").scopedName("loop").scopedName("v"); // 0-3
+    w.memInfo(1, "__near", 2).memInfo(4, "__flash", 2).memInfo(8, "__nearfunc", 3);
+    w.typeTypedef(100, kUnsignedChar, 0).typeTypedef(101, 100, 1);
+    w.typeFunction35(102, 100, 0, 0, {}).typeInMemory(103, 43, 8, 102, 8).typePointer(104, 15, 103);
+    w.typeBitField(106, 3, 0, kUnsignedChar).typeBitField(107, 5, 3, kUnsignedChar);
+    w.typeStruct(105, "point", 4, {{"x", kInt, 0}, {"mode", 106, 2}, {"speed", 107, 2}});
+    w.typeArray(108, kInt, 4, 2).typeArray(109, 108, 12, 3);
+    w.typeEnum(110, kChar, "color", {{"red", 0}, {"dark", 0xFFFFFFFF}});
+    w.typeInMemory(111, 42, 4, kUnsignedChar, 1).typePointer(112, 15, 111);
+    w.typeQualified(113, 6, kInt).typeQualified(114, 0x50, kUnsignedChar);
+    w.typeTypedef(115, 115, 2);                                          // a typedef naming itself
+    w.typeStruct(116, "box", 2, {{"inner", 116, 0}});                    // containing itself
+    w.typePointer(117, 15, 118).typeStruct(118, "node", 2, {{"next", 117, 0}}); // pointing at itself: sound
+    w.typePointer(119, 15, 119);                                         // a pointer to itself
+    w.symbolDef2(3, kPublic, kDataSpace, 0x100, 101).end().eof();
+    const Program program = build(w);
+    const std::vector<Type>& types = program.types;
+
+    EXPECT_EQ(Kind::Typedef, types[101].kind);
+    EXPECT_EQ("u8", types[101].cName);
+    EXPECT_EQ(1u, types[101].size);
+    EXPECT_EQ(kUnsignedChar, types[101].resolved);
+    EXPECT_EQ(Type::Encoding::UnsignedChar, types[kUnsignedChar].encoding);
+    EXPECT_EQ(1u, variable(program, "v").size);
+
+    EXPECT_EQ("uint8_t (void)", types[102].cName);
+    EXPECT_EQ("uint8_t (*)(void)", types[104].cName);
+    EXPECT_EQ(3u, types[104].size); // the width of the memory its target lies in
+    EXPECT_EQ(MemorySpace::Code, types[104].pointerSpace);
+    EXPECT_EQ(102u, types[104].target); // past the memory qualifier
+
+    const Type& point = types[105];
+    EXPECT_EQ("struct point", point.cName);
+    ASSERT_EQ(3u, point.members.size());
+    EXPECT_EQ(uint32_t(kInt), point.members[0].type);
+    EXPECT_EQ("speed", point.members[2].name);
+    EXPECT_EQ(uint32_t(kUnsignedChar), point.members[2].type);
+    EXPECT_EQ(2u, point.members[2].offset);
+    EXPECT_EQ(5u, point.members[2].bitSize);
+    EXPECT_EQ(3u, point.members[2].bitOffset);
+
+    EXPECT_EQ("int[3][2]", types[109].cName);
+    EXPECT_EQ((std::vector<uint32_t>{3, 2}), types[109].dimensions);
+    EXPECT_EQ(uint32_t(kInt), types[109].target);
+    EXPECT_EQ(12u, types[109].size);
+    ASSERT_EQ(2u, types[110].enumerators.size());
+    EXPECT_EQ(-1, types[110].enumerators[1].value);
+    EXPECT_EQ(1u, types[110].size);
+    EXPECT_EQ("const unsigned char *", types[112].cName);
+    EXPECT_EQ(2u, types[112].size);
+    EXPECT_EQ(MemorySpace::Code, types[112].pointerSpace);
+    EXPECT_EQ("const volatile int", types[113].cName);
+    EXPECT_EQ(Kind::Volatile, types[types[113].target].kind);
+    EXPECT_EQ(Kind::Base, types[114].kind); // an I/O mark is no qualifier of C
+
+    EXPECT_EQ(Kind::Unknown, types[115].kind);
+    EXPECT_EQ(Kind::Unknown, types[116].kind);
+    EXPECT_EQ(Kind::Structure, types[118].kind);
+    EXPECT_EQ("struct node *", types[117].cName);
+    EXPECT_EQ(Kind::Unknown, types[119].kind);
+}
+
+// Chains as long as the type indices allow resolve without a deep walk.
+TEST_F(ModelTest, LongTypeChainsResolve)
+{
+    UbrofWriter w = fileStart();
+    w.begPgm("m").scopedName("t");
+    constexpr uint16_t kFirst = 100, kLast = 60000;
+    w.typeTypedef(kFirst, kInt, 0);
+    for (uint32_t index = kFirst + 1; index <= kLast; ++index)
+        w.typeTypedef(static_cast<uint16_t>(index), static_cast<uint16_t>(index - 1), 0);
+    w.typePointer(kLast + 1, 15, kLast + 2);
+    for (uint32_t index = kLast + 2; index < 65535; ++index)
+        w.typePointer(static_cast<uint16_t>(index), 15, static_cast<uint16_t>(index + 1));
+    w.end().eof();
+    const Program program = build(w);
+    EXPECT_EQ(uint32_t(kInt), program.types[kLast].resolved);
+    EXPECT_EQ(2u, program.types[kLast].size);
+    EXPECT_EQ(Kind::Pointer, program.types[kLast + 1].kind);
+    EXPECT_LE(program.types[kLast + 1].cName.size(), 512u);
+}
+
+// Modules by their names, with their files and what they occupy; memories as the runs written;
+// the processor and entry point the file names; and a light build of the same.
+TEST_F(ModelTest, ModulesMemoriesAndTheProcessor)
+{
+    UbrofWriter w = fileStart();
+    w.keyValue("__cpu_name", "ATmega16").keyValue("__memory_model", "2");
+    w.begPgm("main").aux1("4.10B", 0x5A32).fileRef(0, "inc/io.h").fileRef(1, "src/main.c").newFile(1);
+    w.scopedName("main").scopedName("table").scopedName("__program_start").scopedName("counter"); // 0-3
+    w.symbolDef2(0, kPublic, kCodeSpace, 0x10, 0).symbolDef2(3, kPublic, kDataSpace, 0x60, kInt);
+    w.symbolDef2(1, kPublic, 3, 0x4, kChar);
+    w.org(1, 0x10).blockBegin3(0).srcStat(5, 5).absVar({1, 2, 3, 4, 5, 6}).blockEnd();
+    w.org(1, 0x12).absVar({9, 9});                                  // a later write wins
+    w.org(3, 0x4).absVar({0x55}).end();
+    w.begPgm("empty").fileRef(0, "src/empty.c").end();
+    w.begLib("?RESET").aux1("2.10", 0x5A30).symbolDef2(2, kPublic, kCodeSpace, 0, 0);
+    w.org(1, 0).absVar({0x0C, 0x94, 0x08, 0x00}).endAbs().eof();
+    const Program program = build(w);
+
+    EXPECT_EQ(8, program.version);
+    EXPECT_EQ("4.10B", program.producer);
+    EXPECT_EQ(Family::Avr, program.processor.family);
+    EXPECT_EQ("ATmega16", program.processor.name);
+    EXPECT_EQ(2u, program.attributes.size());
+    EXPECT_EQ(0u, program.entryPoint.value_or(1));
+
+    ASSERT_EQ(3u, program.modules.size());
+    const Module& main = program.modules[0];
+    EXPECT_EQ("main", main.name);
+    EXPECT_EQ("src/main.c", program.files.at(main.file).path);
+    EXPECT_EQ(2u, main.files.size());
+    EXPECT_EQ(6u, main.size(MemorySpace::Code));
+    EXPECT_EQ(2u, main.size(MemorySpace::Data));
+    EXPECT_EQ(1u, main.size(MemorySpace::Eeprom));
+    EXPECT_EQ("src/empty.c", program.files.at(program.modules[1].file).path);
+    EXPECT_EQ(0u, program.modules[1].size(MemorySpace::Code));
+    EXPECT_EQ(4u, program.modules[2].size(MemorySpace::Code));
+
+    const MemoryImage* code = program.memory(MemorySpace::Code);
+    ASSERT_NE(nullptr, code);
+    ASSERT_EQ(2u, code->runs.size());
+    EXPECT_EQ((std::vector<uint8_t>{1, 2, 9, 9, 5, 6}), code->runs[1].bytes);
+    EXPECT_EQ(10u, code->byteCount());
+    EXPECT_EQ(0x16u, code->endAddress());
+    EXPECT_EQ(1u, program.memory(MemorySpace::Eeprom)->byteCount());
+    EXPECT_EQ(nullptr, program.memory(MemorySpace::Data));
+    const std::vector<SizeEntry> modules = sizesByModule(program);
+    ASSERT_FALSE(modules.empty());
+    EXPECT_EQ("main", modules[0].name);
+    EXPECT_EQ(10u, sizesByMemory(program).at(0).bytes);
+    // A label such as __program_start is neither function nor variable.
+    std::vector<std::pair<std::string, MemorySpace>> listed;
+    for (const SymbolEntry& entry : listSymbols(program))
+        listed.emplace_back(*entry.qualifiedName, entry.space);
+    EXPECT_EQ((std::vector<std::pair<std::string, MemorySpace>>{
+                  {"main", MemorySpace::Code}, {"counter", MemorySpace::Data}, {"table", MemorySpace::Eeprom}}),
+              listed);
+
+    BuildOptions light;
+    light.light = true;
+    const Program summary = build(w, light);
+    EXPECT_TRUE(summary.functions.empty() && summary.types.empty() && summary.lines.empty());
+    EXPECT_TRUE(summary.memory(MemorySpace::Code)->runs.empty());
+    EXPECT_EQ(10u, summary.memory(MemorySpace::Code)->byteCount());
+    EXPECT_EQ(0x16u, summary.memory(MemorySpace::Code)->endAddress());
+    for (size_t m = 0; m < program.modules.size(); ++m)
+        for (MemorySpace space : {MemorySpace::Code, MemorySpace::Data, MemorySpace::Eeprom})
+            EXPECT_EQ(program.modules[m].size(space), summary.modules[m].size(space));
+    EXPECT_EQ(program.processor.name, summary.processor.name);
+}
+
+// Without a CPU name the module's target code decides, and the extension only when nothing does.
+TEST_F(ModelTest, TheProcessorComesFromTheContentFirst)
+{
+    UbrofWriter w = fileStart();
+    w.begPgm("m").aux1("4.10B", 0x5A32).end().eof();
+    EXPECT_EQ(Family::Avr, loadProgram(dir.save(w, "program.d43")).processor.family);
+    UbrofWriter bare = fileStart();
+    bare.begPgm("m").end().eof();
+    EXPECT_EQ(Family::Msp430, loadProgram(dir.save(bare, "program.d43")).processor.family);
+    EXPECT_EQ(Family::Unknown, loadProgram(dir.save(bare, "program.dbg")).processor.family);
+}
+
+// A file that cannot be read says which and why; references into nothing build nothing false.
+TEST_F(ModelTest, BadFilesGiveClearErrors)
+{
+    auto failure = [](const std::string& path) -> std::string {
+        try {
+            loadProgram(path);
+        } catch (const ModelError& e) {
+            return e.what();
+        }
+        return "built";
+    };
+    EXPECT_EQ(dir.path("missing.d90") + ": cannot be opened", failure(dir.path("missing.d90")));
+    EXPECT_EQ(dir.path("not.d90") + ": not a UBROF file (its first byte is not 0xA5)",
+              failure(dir.save(std::vector<uint8_t>{0x4D, 0xFF}, "not.d90")));
+    UbrofWriter w = fileStart();
+    w.begPgm("m");
+    EXPECT_EQ(dir.path("cut.d90") + ": the reader stopped before the file's end (format version 8)",
+              failure(dir.save(w, "cut.d90")));
+
+    TarnUbrofParser store;
+    store.initialize();
+    w.end().eof();
+    ASSERT_EQ(0, store.parseFile(dir.save(w)));
+    EXPECT_THROW(buildProgram(store), ModelError); // parsed without its facts
+
+    UbrofWriter dangling = fileStart();
+    dangling.begPgm("m").scopedName("f", 77).scopedFunctionName(900, 1).scopedBlockName(0, 3);
+    dangling.symbolDef2(0, kPublic, kCodeSpace, 0x10, 4000, {{0x10, 8, 6, 200}});
+    dangling.symbolDef2(9999, kPublic, kDataSpace, 0x20, 4001).typeStruct(100, "s", 2, {{"m", 5000, 0}});
+    dangling.org(1, 0x10).blockBegin3(0).symbolDef2(0, kRegister, 6, 250, 100).blockBegin3(1);
+    dangling.srcStat(1, 1).absVar({1, 2}).blockEnd().blockBegin3(77777).blockEnd().blockEnd().end().eof();
+    const Program program = loadProgram(dir.save(dangling));
+    ASSERT_EQ(1u, program.functions.size());
+    EXPECT_EQ(0x12u, program.functions[0].end);
+    EXPECT_EQ(Kind::Unknown, program.types[program.types[100].members.at(0).type].kind);
+}
+
+// The facts the model reads are kept beside the store's tables, which stay as they were.
+TEST_F(ModelTest, KeepingFactsChangesNoAnswer)
+{
+    UbrofWriter w = fileStart();
+    w.begPgm("m").aux1("4.10B", 0x5A32).fileRef(0, "m.c").scopedName("f");
+    w.symbolDef2(0, kPublic, kCodeSpace, 0x10, 0).sourceRange(0, 3);
+    w.org(1, 0x10).srcStat(3, 3, 14).absVar({1, 2}).blockBegin3(0).srcStat(4, 4).absVar({3, 4}).absVar({5, 6});
+    w.blockEnd().org(3, 0).absVar({7}).end().eof();
+    const std::string path = dir.save(w);
+    TarnUbrofParser plain, keeping;
+    keeping.keepFacts = true;
+    for (TarnUbrofParser* store : {&plain, &keeping}) {
+        store->initialize();
+        ASSERT_EQ(0, store->parseFile(path));
+    }
+    ASSERT_EQ(plain.lineTable.size(), keeping.lineTable.size());
+    for (size_t i = 0; i < plain.lineTable.size(); ++i)
+        EXPECT_EQ(plain.lineTable[i].size, keeping.lineTable[i].size);
+    ASSERT_EQ(plain.blockTree.blocks.size(), keeping.blockTree.blocks.size());
+    for (size_t i = 0; i < plain.blockTree.blocks.size(); ++i) {
+        EXPECT_EQ(plain.blockTree.blocks[i].lowAddress, keeping.blockTree.blocks[i].lowAddress);
+        EXPECT_EQ(plain.blockTree.blocks[i].highAddress, keeping.blockTree.blocks[i].highAddress);
+    }
+    EXPECT_EQ(plain.codeAreas.size(), keeping.codeAreas.size());
+    EXPECT_TRUE(plain.facts.writtenRuns.empty() && plain.facts.sourcePositions.empty());
+    EXPECT_EQ(3u, keeping.facts.writtenRuns.size()); // the header's, the statement's, and the EEPROM byte
+    ASSERT_EQ(1u, keeping.facts.sourcePositions.size());
+    EXPECT_EQ(3u, keeping.facts.sourcePositions[0].line);
+}
+
+} // namespace
+} // namespace ubrof::test
