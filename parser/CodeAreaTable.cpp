@@ -11,6 +11,7 @@ void CodeAreaTable::clear(const LineTable& lines)
     runs_.clear();
     publicPaths.clear();
     size_ = 0;
+    lastStart_ = 0;
     sorted_ = true;
 }
 
@@ -61,12 +62,12 @@ size_t CodeAreaTable::lowerBound(uint64_t address) const
 void CodeAreaTable::append(uint32_t lineRecord, uint32_t file)
 {
     const uint32_t address = lines_->address(lineRecord);
+    if (address < lastStart_ && size_ != 0)
+        sorted_ = false;
+    lastStart_ = address;
     if (!runs_.empty()) {
-        Run& last = runs_.back();
-        const size_t count = size_ - last.firstArea;
-        if (address < lines_->address(last.firstLineRecord + count - 1))
-            sorted_ = false;
-        if (last.file == file && size_t(last.firstLineRecord) + count == lineRecord) {
+        const Run& last = runs_.back();
+        if (last.file == file && size_t(last.firstLineRecord) + (size_ - last.firstArea) == lineRecord) {
             ++size_;
             return;
         }
@@ -96,6 +97,7 @@ void CodeAreaTable::sortByStart()
     std::sort(keys.begin(), keys.end());
     runs_.clear();
     size_ = 0;
+    lastStart_ = 0;
     sorted_ = true;
     for (uint64_t key : keys) {
         const Area& area = areas[static_cast<uint32_t>(key)];

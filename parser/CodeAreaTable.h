@@ -63,6 +63,7 @@ private:
     const LineTable* lines_ = nullptr;
     std::vector<Run> runs_;
     size_t size_ = 0;
+    uint32_t lastStart_ = 0;
     bool sorted_ = true;
 };
 

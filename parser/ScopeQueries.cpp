@@ -55,6 +55,25 @@ int32_t TarnUbrofParser::decodeContextId(uint32_t context, uint32_t* kind) const
 TarnUbrofParser::SegmentIndex TarnUbrofParser::makeSegmentIndex(std::vector<Span> spans, bool lowestWins)
 {
     SegmentIndex index;
+    // Spans side by side in address order, as modules and functions are laid out, need no
+    // precedence: the pieces are the spans and the gaps between them.
+    bool sideBySide = true;
+    for (size_t i = 0; i < spans.size() && sideBySide; ++i)
+        sideBySide = spans[i].low < spans[i].high && (i == 0 || spans[i].low >= spans[i - 1].high);
+    if (sideBySide) {
+        for (const Span& span : spans) {
+            if (index.bounds.empty() || index.bounds.back() != span.low) {
+                index.bounds.push_back(span.low);
+                index.winner.push_back(-1);
+            }
+            index.winner.back() = span.position;
+            index.bounds.push_back(span.high);
+            index.winner.push_back(-1);
+        }
+        if (!index.winner.empty())
+            index.winner.pop_back();
+        return index;
+    }
     for (const Span& span : spans) {
         index.bounds.push_back(span.low);
         index.bounds.push_back(span.high);
@@ -393,13 +412,14 @@ void TarnUbrofParser::indexNames()
     modulesWithGroups_.clear();
     functionNames_.clear();
     uint32_t place = 0;
+    std::string scratch;
     for (uint32_t position = 0; position < blockTree.roots.size(); ++position) {
         const uint32_t module = blockTree.roots[position];
         if (module >= blocks.size())
             continue;
         for (uint32_t symbol : blockTree.symbols(module)) {
             if (symbol < symbolTable.symbols.size())
-                moduleNames_.push_back({hashName(nameTable.nameText(symbolTable.symbols[symbol].nameIndex)), position});
+                moduleNames_.push_back({hashName(nameTable.nameView(symbolTable.symbols[symbol].nameIndex, scratch)), position});
         }
         if (!blockTree.groups(module).empty())
             modulesWithGroups_.push_back(position);

@@ -44,7 +44,7 @@ uint8_t* DMemory::pageFor(uint32_t page)
     return data;
 }
 
-void DMemory::write(uint32_t address, const uint8_t* bytes, uint32_t count)
+void DMemory::writeAcrossPages(uint32_t address, const uint8_t* bytes, uint32_t count)
 {
     const uint64_t end = uint64_t(address) + count;
     while (end > capacity_)

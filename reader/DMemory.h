@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -19,7 +20,20 @@ public:
 
     /// Writes count bytes from address on and widens the written range. The address space ends
     /// at 0xFFFFFFFF: bytes that would lie beyond it have no address and are dropped.
-    void write(uint32_t address, const uint8_t* bytes, uint32_t count);
+    void write(uint32_t address, const uint8_t* bytes, uint32_t count)
+    {
+        // Code arrives in runs of a few bytes, one after the other on the same page.
+        const uint64_t end = uint64_t(address) + count;
+        if (count != 0 && address >> kPageBits == lastPage_ && (end - 1) >> kPageBits == lastPage_ && end <= capacity_) {
+            if (address < lowAddress_)
+                lowAddress_ = address;
+            if (end - 1 > highAddress_)
+                highAddress_ = static_cast<uint32_t>(end - 1);
+            std::memcpy(lastPageData_ + (address & (kPageSize - 1)), bytes, count);
+            return;
+        }
+        writeAcrossPages(address, bytes, count);
+    }
     /// Copies count bytes from address on; bytes never written read as the fill byte.
     void read(uint32_t address, uint32_t count, uint8_t* out) const;
 
@@ -42,6 +56,7 @@ private:
         uint8_t* pages[1u << kLeafBits] = {};
     };
 
+    void writeAcrossPages(uint32_t address, const uint8_t* bytes, uint32_t count);
     /// The page of page number, or nullptr when nothing was written into it.
     const uint8_t* pageAt(uint32_t page) const;
     uint8_t* pageFor(uint32_t page);

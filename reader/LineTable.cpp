@@ -3,12 +3,6 @@
 
 namespace ubrof {
 
-bool LineTable::fitsRow(const LineRecord& record)
-{
-    return record.line <= 0xFFFF && uint32_t(record.line + record.lineSpan) <= 0xFFFF &&
-           record.column <= 0xFFFF && record.endColumn <= 0xFFFF && record.size <= 0xFFFF;
-}
-
 LineRecord LineTable::operator[](size_t index) const
 {
     const Row& row = rows_[index];
@@ -25,24 +19,16 @@ LineRecord LineTable::operator[](size_t index) const
     return record;
 }
 
-void LineTable::push_back(const LineRecord& record)
+void LineTable::pushWide(const LineRecord& record)
 {
     Row row{};
     row.address = record.address;
     row.flags = record.flags;
-    if (fitsRow(record)) {
-        row.line = static_cast<uint16_t>(record.line);
-        row.lastLine = static_cast<uint16_t>(record.line + record.lineSpan);
-        row.column = static_cast<uint16_t>(record.column);
-        row.endColumn = static_cast<uint16_t>(record.endColumn);
-        row.size = static_cast<uint16_t>(record.size);
-    } else {
-        const auto at = static_cast<uint32_t>(wide_.size());
-        wide_.push_back(record);
-        row.wide = 1;
-        row.column = static_cast<uint16_t>(at);
-        row.endColumn = static_cast<uint16_t>(at >> 16);
-    }
+    const auto at = static_cast<uint32_t>(wide_.size());
+    wide_.push_back(record);
+    row.wide = 1;
+    row.column = static_cast<uint16_t>(at);
+    row.endColumn = static_cast<uint16_t>(at >> 16);
     rows_.push_back(row);
 }
 
@@ -54,13 +40,9 @@ void LineTable::pop_back()
     rows_.pop_back();
 }
 
-void LineTable::setCodeSize(size_t index, uint32_t size)
+void LineTable::setWideCodeSize(size_t index, uint32_t size)
 {
     Row& row = rows_[index];
-    if (!row.wide && size <= 0xFFFF) {
-        row.size = static_cast<uint16_t>(size);
-        return;
-    }
     if (!row.wide) {
         LineRecord record = (*this)[index];
         record.size = size;

@@ -44,11 +44,27 @@ public:
     const_iterator begin() const { return const_iterator(this, 0); }
     const_iterator end() const { return const_iterator(this, size()); }
 
-    void push_back(const LineRecord& record);
+    void push_back(const LineRecord& record)
+    {
+        if (!fitsRow(record)) {
+            pushWide(record);
+            return;
+        }
+        rows_.push_back(Row{record.address, static_cast<uint16_t>(record.line),
+                            static_cast<uint16_t>(record.line + record.lineSpan), static_cast<uint16_t>(record.column),
+                            static_cast<uint16_t>(record.endColumn), static_cast<uint16_t>(record.size), record.flags, 0});
+    }
     /// Removes the last record.
     void pop_back();
     /// The size of record index's code, as t_abs_var completes a statement.
-    void setCodeSize(size_t index, uint32_t size);
+    void setCodeSize(size_t index, uint32_t size)
+    {
+        Row& row = rows_[index];
+        if (!row.wide && size <= 0xFFFF)
+            row.size = static_cast<uint16_t>(size);
+        else
+            setWideCodeSize(index, size);
+    }
 
     // The fields the queries search by, without unpacking the record.
     uint32_t address(size_t index) const { return rows_[index].address; }
@@ -73,7 +89,13 @@ private:
     };
     static_assert(sizeof(Row) == 16, "a statement record is 16 bytes");
 
-    static bool fitsRow(const LineRecord& record);
+    static bool fitsRow(const LineRecord& record)
+    {
+        return record.line <= 0xFFFF && uint32_t(record.line + record.lineSpan) <= 0xFFFF &&
+               record.column <= 0xFFFF && record.endColumn <= 0xFFFF && record.size <= 0xFFFF;
+    }
+    void pushWide(const LineRecord& record);
+    void setWideCodeSize(size_t index, uint32_t size);
 
     ChunkedVector<Row> rows_;
     std::vector<LineRecord> wide_;

@@ -138,6 +138,19 @@ std::string NameTable::nameText(uint32_t index) const
     return std::string(records.text(source).substr(0, kMaxNameLength));
 }
 
+std::string_view NameTable::nameView(uint32_t index, std::string& scratch) const
+{
+    bool derived = false;
+    const uint32_t source = textSource(index, derived);
+    if (source == kNoIndex)
+        return {};
+    if (derived) {
+        scratch = "block" + std::to_string(records.number(source));
+        return scratch;
+    }
+    return records.text(source).substr(0, kMaxNameLength);
+}
+
 bool NameTable::nameIs(uint32_t index, std::string_view name) const
 {
     bool derived = false;

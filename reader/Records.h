@@ -99,6 +99,8 @@ public:
     /// The name text of record index: stored, borrowed from a parent, or derived ("block5");
     /// empty for -1 or an index out of range, and cut at kMaxNameLength characters.
     std::string nameText(uint32_t index) const;
+    /// nameText(index) as a view of the stored text; a derived text is built in scratch.
+    std::string_view nameView(uint32_t index, std::string& scratch) const;
     /// nameText(index) == name, without building the text.
     bool nameIs(uint32_t index, std::string_view name) const;
     bool nameStartsWith(uint32_t index, std::string_view prefix) const;
