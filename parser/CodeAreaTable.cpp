@@ -76,6 +76,21 @@ void CodeAreaTable::append(uint32_t lineRecord, uint32_t file)
     ++size_;
 }
 
+void CodeAreaTable::appendRange(uint32_t firstLineRecord, uint32_t count, uint32_t file)
+{
+    if (count == 0)
+        return;
+    append(firstLineRecord, file);
+    // The rest continue the run just appended to; only their order by address is checked.
+    for (uint32_t i = 1; i < count; ++i) {
+        const uint32_t address = lines_->address(firstLineRecord + i);
+        if (address < lastStart_)
+            sorted_ = false;
+        lastStart_ = address;
+    }
+    size_ += count - 1;
+}
+
 void CodeAreaTable::sortByStart()
 {
     if (sorted_)

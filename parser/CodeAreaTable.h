@@ -48,6 +48,8 @@ public:
     void clear(const LineTable& lines);
     /// Appends the area of a statement of a file, in the order of the file's line ranges.
     void append(uint32_t lineRecord, uint32_t file);
+    /// Appends the areas of count consecutive statements of a file from firstLineRecord on.
+    void appendRange(uint32_t firstLineRecord, uint32_t count, uint32_t file);
     /// Orders the areas by start address; areas that start together keep their order.
     void sortByStart();
 

@@ -21,8 +21,8 @@ void TarnUbrofParser::buildCodeAreas()
             const FileLineRange& range = fileLineRanges[rangeIndex];
             const uint64_t end = std::min<uint64_t>(uint64_t(range.firstLineRecord) + range.lineRecordCount,
                                                     lineTable.size());
-            for (uint64_t i = range.firstLineRecord; i < end; ++i)
-                codeAreas.append(static_cast<uint32_t>(i), fileIndex);
+            if (end > range.firstLineRecord)
+                codeAreas.appendRange(range.firstLineRecord, static_cast<uint32_t>(end - range.firstLineRecord), fileIndex);
         }
     }
     codeAreas.sortByStart();

@@ -209,6 +209,7 @@ void CParser::writeImage(DMemory& image, uint32_t address, uint32_t count)
     if (count > remaining())
         throw ReaderError{kUnexpectedEndOfFile};
     const uint64_t offset = tell();
+    const uint64_t before = image.allocatedBytes();
     if (uint32_t(end_ - next_) >= count) {
         image.write(address, next_, count);
         next_ += count;
@@ -224,6 +225,8 @@ void CParser::writeImage(DMemory& image, uint32_t address, uint32_t count)
             count -= n;
         }
     }
+    if (image.allocatedBytes() == before)
+        return;
     const uint64_t used = codeMemory_.allocatedBytes() + dataMemory_.allocatedBytes() + eepromMemory_.allocatedBytes();
     if (used > imageBudget())
         throw ReaderError{kOutOfMemory, "the memory images would take more than " + std::to_string(imageBudget()) +

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace ubrof {
@@ -50,7 +51,7 @@ public:
     }
     IndexRange range(const List& list) const
     {
-        return list.size == 0 ? IndexRange() : IndexRange(pool_.data() + list.offset, list.size);
+        return list.size == 0 ? IndexRange() : IndexRange(pool_.get() + list.offset, list.size);
     }
 
 private:
@@ -63,7 +64,12 @@ private:
     }
     void grow(List& list);
 
-    std::vector<uint32_t> pool_;
+    struct Release {
+        void operator()(uint32_t* pool) const;
+    };
+    std::unique_ptr<uint32_t[], Release> pool_;
+    size_t used_ = 0;     ///< entries handed out, the rooms left behind included
+    size_t capacity_ = 0; ///< entries allocated
 };
 
 } // namespace ubrof
