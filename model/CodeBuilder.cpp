@@ -72,7 +72,7 @@ void CodeBuilder::findTopFunctions()
             topFunctionOfBlock_[b] = static_cast<uint32_t>(b);
     }
 
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     symbolOfName_.assign(store_.nameTable.records.size(), kNone);
     for (uint32_t s = 0; s < symbols.size(); ++s) {
         const uint32_t name = symbols[s].nameIndex;
@@ -87,7 +87,7 @@ uint32_t CodeBuilder::functionSymbol(uint32_t block)
     const BlockRecord& record = store_.blockTree.blocks[block];
     if (record.nameIndex < 0)
         return kNone;
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     const NameRecords& names = store_.nameTable.records;
     auto usable = [&](uint32_t symbol) {
         return symbol != kNone && !symbolUsed_[symbol] && context_.isCodeSymbol(symbols[symbol]);
@@ -122,7 +122,7 @@ uint32_t CodeBuilder::functionSymbol(uint32_t block)
 void CodeBuilder::collectDrafts()
 {
     const ChunkedVector<BlockRecord>& blocks = store_.blockTree.blocks;
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     std::vector<uint32_t> draftOfBlock(blocks.size(), kNone);
     for (uint32_t b = 0; b < blocks.size(); ++b) {
         if (topFunctionOfBlock_[b] != b)
@@ -215,7 +215,7 @@ void CodeBuilder::collectDrafts()
 void CodeBuilder::placeEnds()
 {
     const std::vector<Run>& runs = context_.facts.writtenRuns;
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     std::vector<uint32_t> codeSymbols;
     for (uint32_t s = 0; s < symbols.size(); ++s)
         if (!context_.derived[s] && context_.isCodeSymbol(symbols[s]))
@@ -265,7 +265,7 @@ void CodeBuilder::placeEnds()
 
 void CodeBuilder::emitFunctions()
 {
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     const TypeShapes& types = *context_.types;
     program_.functions.reserve(drafts_.size());
     for (const Draft& draft : drafts_) {
@@ -354,7 +354,7 @@ void CodeBuilder::emitBlocksAndVariables(uint32_t function, const Draft& draft)
     if (type < program_.types.size())
         parameters = program_.types[type].parameters;
     const TypeShapes& types = *context_.types;
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     size_t matched = 0;
     for (uint32_t s : store_.blockTree.symbols(draft.block)) {
         bool isParameter = false;
@@ -400,7 +400,7 @@ void CodeBuilder::emitBlocksAndVariables(uint32_t function, const Draft& draft)
 uint32_t CodeBuilder::emitVariable(uint32_t symbolIndex, uint32_t function, uint32_t block, bool isParameter,
                                    uint32_t module)
 {
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     if (symbolIndex >= symbols.size() || context_.derived[symbolIndex] || symbolUsed_[symbolIndex])
         return kNone;
     const SymbolRecord& symbol = symbols[symbolIndex];
@@ -460,7 +460,7 @@ uint32_t CodeBuilder::emitVariable(uint32_t symbolIndex, uint32_t function, uint
 std::vector<LocationRange> CodeBuilder::rangesOf(const SymbolRecord& symbol, const Location& own, uint32_t size,
                                                  uint32_t low, uint32_t high) const
 {
-    const std::vector<LocationRecord>& records = store_.symbolTable.locations;
+    const ChunkedVector<LocationRecord>& records = store_.symbolTable.locations;
     const uint64_t first = std::min<uint64_t>(symbol.firstLocation, records.size());
     const uint64_t last = std::min<uint64_t>(first + symbol.locationCount, records.size());
     std::vector<LocationRange> ranges;

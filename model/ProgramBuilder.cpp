@@ -145,7 +145,7 @@ void fillProcessor(BuildContext& context)
 // lies there, and the linker reports it as the program entry.
 void fillEntryPoint(BuildContext& context)
 {
-    const std::vector<SymbolRecord>& symbols = context.store.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = context.store.symbolTable.symbols;
     for (uint32_t s = 0; s < symbols.size(); ++s)
         if (!context.derived[s] && context.isCodeSymbol(symbols[s]) &&
             context.nameText(symbols[s].nameIndex) == "__program_start") {
@@ -289,7 +289,7 @@ void fillModuleRanges(BuildContext& context)
             spans.emplace_back(module, space, run.address, run.end());
     }
     const ChunkedVector<BlockRecord>& blocks = store.blockTree.blocks;
-    const std::vector<SymbolRecord>& symbols = store.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store.symbolTable.symbols;
     const detail::TypeShapes& types = *context.types;
     for (size_t b = 0; b < blocks.size(); ++b) {
         if (context.moduleOfBlock[b] == kNone)

@@ -314,7 +314,7 @@ int32_t TarnUbrofParser::findSymbolInScope(int32_t scope, const std::string& nam
 {
     if (scope < 0 || static_cast<size_t>(scope) >= blockTree.blocks.size())
         return -1;
-    const std::vector<SymbolRecord>& symbols = symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = symbolTable.symbols;
     // Kinds 6 and 9 are not variables the debugger can show by name.
     auto matches = [&](uint32_t symbol) {
         return symbol < symbols.size() && symbols[symbol].kind != 6 && symbols[symbol].kind != 9 &&
@@ -518,7 +518,7 @@ void TarnUbrofParser::getScopeSymbols(int32_t scope, std::vector<uint32_t>& out,
 {
     if (scope < 0 || static_cast<size_t>(scope) >= blockTree.blocks.size())
         return;
-    const std::vector<SymbolRecord>& symbols = symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = symbolTable.symbols;
     for (uint32_t symbol : blockTree.symbols(static_cast<uint32_t>(scope))) {
         if (symbol >= symbols.size())
             continue;

@@ -101,7 +101,7 @@ int16_t TarnUbrofParser::getSymbolLocation(uint32_t context, uint32_t pc, Symbol
         return StoreBadArgument;
     if (!isParsed())
         return StoreNotParsed;
-    const std::vector<SymbolRecord>& symbols = symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = symbolTable.symbols;
     uint32_t kind = 0;
     const int32_t index = decodeContextId(context, &kind);
     // A type has no location, and its index would name an unrelated symbol.
@@ -130,7 +130,7 @@ int16_t TarnUbrofParser::getSymbolLocation(uint32_t context, uint32_t pc, Symbol
     uint32_t addressSpace = symbol.addressSpace;
     uint32_t value = symbol.value;
     if (pc != 0xFFFFFFFF) {
-        const std::vector<LocationRecord>& records = symbolTable.locations;
+        const ChunkedVector<LocationRecord>& records = symbolTable.locations;
         const LocationRecord* taken = nullptr;
         for (uint64_t i = symbol.firstLocation; i < uint64_t(symbol.firstLocation) + symbol.locationCount; ++i) {
             if (i >= records.size() || records[i].startAddress > pc)
@@ -249,7 +249,7 @@ std::string TarnUbrofParser::getContextTypeName(uint32_t context) const
 
 int32_t TarnUbrofParser::getTypeOfSymbolNamed(const std::string& name) const
 {
-    const std::vector<SymbolRecord>& symbols = symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = symbolTable.symbols;
     // No match falls back to symbol 0, whose type the host then shows; an empty table gives -1.
     int32_t found = 0;
     for (size_t i = 0; i < symbols.size(); ++i) {

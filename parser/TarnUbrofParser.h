@@ -166,7 +166,7 @@ public:
     LineTable lineTable;
     BlockTree blockTree;
     FileIndex fileIndex;
-    std::vector<FileLineRange> fileLineRanges;
+    ChunkedVector<FileLineRange> fileLineRanges;
     CodeAreaTable codeAreas;
     tarn::FileMapper fileMapper;
     /// What only the program model reads; kept only when keepFacts is set before the parse, so

@@ -24,7 +24,7 @@ CParser::CParser(UbrofFileHeader& fileHeader, NameTable& nameTable, TypeTable& t
                  BlockTree& blockTree, SymbolTable& symbolTable, DMemory& codeMemory,
                  DMemory& eepromMemory, DMemory& dataMemory,
                  std::vector<SourceFileRecord>& sourceFileTable, LineTable& lineTable,
-                 FileIndex& fileIndex, std::vector<FileLineRange>& fileLineRanges)
+                 FileIndex& fileIndex, ChunkedVector<FileLineRange>& fileLineRanges)
     : fileHeader_(fileHeader),
       nameTable_(nameTable),
       typeTable_(typeTable),

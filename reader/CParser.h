@@ -35,7 +35,7 @@ public:
             BlockTree& blockTree, SymbolTable& symbolTable, DMemory& codeMemory,
             DMemory& eepromMemory, DMemory& dataMemory,
             std::vector<SourceFileRecord>& sourceFileTable, LineTable& lineTable,
-            FileIndex& fileIndex, std::vector<FileLineRange>& fileLineRanges);
+            FileIndex& fileIndex, ChunkedVector<FileLineRange>& fileLineRanges);
     virtual ~CParser();
     CParser(const CParser&) = delete;
     CParser& operator=(const CParser&) = delete;
@@ -160,7 +160,7 @@ private:
     std::vector<SourceFileRecord>& sourceFileTable_;
     LineTable& lineTable_;
     FileIndex& fileIndex_;
-    std::vector<FileLineRange>& fileLineRanges_;
+    ChunkedVector<FileLineRange>& fileLineRanges_;
     ProgramFacts* facts_ = nullptr;
 
     // Reader state shared by the tag handlers.

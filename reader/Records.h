@@ -131,8 +131,8 @@ struct LocationRecord {
 };
 
 struct SymbolTable {
-    std::vector<SymbolRecord> symbols;
-    std::vector<LocationRecord> locations;
+    ChunkedVector<SymbolRecord> symbols;
+    ChunkedVector<LocationRecord> locations;
     double compilerVersion = 0.0;
 };
 

@@ -17,7 +17,7 @@ TEST_F(SymbolTags, RecordsSymbolsNamesAndLocations)
     w.symbolDef2(3, 1, 2, 0x60, 5, {{0x200, 4, 3, 0x10}}).subDefObjAttr(0).end().eof();
     ASSERT_EQ("", read(w));
 
-    const std::vector<SymbolRecord>& symbols = store->symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store->symbolTable.symbols;
     ASSERT_EQ(3u, symbols.size());
     EXPECT_EQ(3, symbols[0].kind);
     EXPECT_EQ(2, symbols[0].addressSpace);
@@ -32,7 +32,7 @@ TEST_F(SymbolTags, RecordsSymbolsNamesAndLocations)
     EXPECT_EQ(1u, symbols[2].locationCount);
     EXPECT_EQ((std::vector<uint32_t>{0, 1, 2}), store->blockTree.symbols(0));
 
-    const std::vector<LocationRecord>& locations = store->symbolTable.locations;
+    const ChunkedVector<LocationRecord>& locations = store->symbolTable.locations;
     ASSERT_EQ(3u, locations.size());
     EXPECT_EQ(0x180u, locations[1].startAddress);
     EXPECT_EQ(21, locations[1].kind);
@@ -63,7 +63,7 @@ TEST_F(SymbolTags, AddsThePlainNameOfAMarkedRegister)
     w.symbolDef2(1, 1, 2, 0x38, 6).subDefObjAttr(1).eof(); // registered nowhere, twin too
     ASSERT_EQ("", read(w));
 
-    const std::vector<SymbolRecord>& symbols = store->symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store->symbolTable.symbols;
     ASSERT_EQ(9u, symbols.size());
     EXPECT_EQ("PORTB", symbolName(1));
     EXPECT_EQ(1, symbols[1].typeIndex);

@@ -48,7 +48,9 @@ TEST(SymbolLocation, RecordsAtOrBelowPcOverrideTheSymbolsOwn)
 {
     FilledStore t;
     const uint32_t v = t.symbol("v", 1, 6, 0x50, 2);
-    t.store.symbolTable.locations = {{0x100, 8, 0, 40}, {0x200, 21, 0, 0}, {0x300, 7, 0, 4}};
+    for (const LocationRecord& location : {LocationRecord{0x100, 8, 0, 40}, LocationRecord{0x200, 21, 0, 0},
+                                           LocationRecord{0x300, 7, 0, 4}})
+        t.store.symbolTable.locations.push_back(location);
     t.store.symbolTable.symbols[v].locationCount = 3;
     t.store.typeTable.storeType(61, {21, 0x50, 6});
     const uint32_t io = t.symbol("port", 7, 61, 3);
