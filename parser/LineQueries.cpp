@@ -66,8 +66,8 @@ int16_t TarnUbrofParser::findStatementAddress(std::string name, uint32_t line, u
 bool TarnUbrofParser::getCodeAreasInRange(tarn::Status& status, uint64_t start, uint64_t end,
                                           std::vector<tarn::CodeArea>& out) const
 {
-    out.clear();
     if (start > end) {
+        out.clear();
         throw tarn::CoreException(boost::shared_ptr<tarn::IStatus>(new tarn::Status(
             tarn::ErrorCode::InvalidAddressRange,
             "StartAddress,  (0x%llx), was larger than end address, (0x%llx), when looking upcode area.",
@@ -88,6 +88,7 @@ bool TarnUbrofParser::getCodeAreasInRange(tarn::Status& status, uint64_t start, 
         collectCodeAreas(p - 1, end, out);
         return true;
     }
+    out.clear();
     status.setWarning(tarn::ErrorCode::NoSourceLocations,
                       "No Source locations found for the address range [0x%llx, 0x%llx].",
                       static_cast<unsigned long long>(start), static_cast<unsigned long long>(end));
@@ -96,15 +97,17 @@ bool TarnUbrofParser::getCodeAreasInRange(tarn::Status& status, uint64_t start, 
 
 void TarnUbrofParser::collectCodeAreas(size_t position, uint64_t end, std::vector<tarn::CodeArea>& out) const
 {
-    out.clear();
     // Neighbouring areas mostly share their scope: its name is looked up again only when an
-    // area starts outside the addresses over which the last answer holds.
+    // area starts outside the addresses over which the last answer holds. The list's own
+    // entries are written over, so that a caller asking window after window reuses their texts.
     uint64_t sameLow = 1, sameHigh = 0;
     std::string name;
+    size_t filled = 0;
     codeAreas.visitFrom(position, [&](size_t, uint32_t lineRecord, uint32_t file, uint32_t pc) {
         if (pc > end)
             return false;
-        tarn::CodeArea& area = out.emplace_back();
+        tarn::CodeArea& area = filled < out.size() ? out[filled] : out.emplace_back();
+        ++filled;
         fillCodeArea(lineRecord, file, area);
         if (pc < sameLow || pc >= sameHigh) {
             const int32_t scope = scopeAtAddress(pc, &sameLow, &sameHigh);
@@ -114,6 +117,7 @@ void TarnUbrofParser::collectCodeAreas(size_t position, uint64_t end, std::vecto
         area.functionName = name;
         return true;
     });
+    out.resize(filled);
 }
 
 } // namespace ubrof

@@ -42,9 +42,15 @@ void TarnUbrofParser::fillCodeArea(uint32_t lineRecord, uint32_t file, tarn::Cod
     built.fileName = codeAreas.publicPaths[file];
     built.startLine = record.line;
     built.endLine = record.line;
+    built.startColumn = 0;
+    built.endColumn = 0;
     built.startAddress = record.address;
     built.endAddress = uint64_t(record.address) + record.size;
+    built.discriminator = 0;
     built.isStatement = 1;
+    built.isBasicBlock = 0;
+    built.isPrologueEnd = 0;
+    built.isEpilogueBegin = 0;
 }
 
 void TarnUbrofParser::createMemberSymbols()
