@@ -101,6 +101,7 @@ void TarnUbrofParser::collectCodeAreas(size_t position, uint64_t end, std::vecto
     // area starts outside the addresses over which the last answer holds. The list's own
     // entries are written over, so that a caller asking window after window reuses their texts.
     uint64_t sameLow = 1, sameHigh = 0;
+    ScopeTrail trail;
     std::string name;
     size_t filled = 0;
     codeAreas.visitFrom(position, [&](size_t, uint32_t lineRecord, uint32_t file, uint32_t pc) {
@@ -110,7 +111,7 @@ void TarnUbrofParser::collectCodeAreas(size_t position, uint64_t end, std::vecto
         ++filled;
         fillCodeArea(lineRecord, file, area);
         if (pc < sameLow || pc >= sameHigh) {
-            const int32_t scope = scopeAtAddress(pc, &sameLow, &sameHigh);
+            const int32_t scope = scopeAlong(pc, trail, &sameLow, &sameHigh);
             name = scope < 0 ? std::string()
                              : nameTable.nameText(static_cast<uint32_t>(blockTree.blocks[size_t(scope)].nameIndex));
         }

@@ -310,6 +310,48 @@ int32_t TarnUbrofParser::scopeAtAddress(uint32_t pc, uint64_t* low, uint64_t* hi
     return result;
 }
 
+int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* low, uint64_t* high) const
+{
+    if (!scopesIndexed())
+        return scopeAtAddress(pc, low, high);
+    std::vector<ScopeTrail::Level>& levels = trail.levels;
+    size_t kept = 0;
+    while (kept < levels.size() && levels[kept].low <= pc && pc < levels[kept].high)
+        ++kept;
+    if (kept == 0) {
+        uint64_t pieceLow = 0, pieceHigh = uint64_t(1) << 32;
+        const int32_t claimed = moduleClaiming_.at(pc, &pieceLow, &pieceHigh);
+        trail.claimed = claimed >= 0;
+        const int32_t found = trail.claimed ? claimed : moduleHolding_.at(pc, &pieceLow, &pieceHigh);
+        levels.assign(1, {found >= 0 ? static_cast<int32_t>(blockTree.roots[size_t(found)]) : -1, pieceLow, pieceHigh});
+        kept = 1;
+    } else {
+        levels.resize(kept);
+    }
+    // Down from the last level that still holds, as innermostBelow goes, as many steps at most.
+    if (trail.claimed && levels.back().scope >= 0) {
+        while (levels.size() - 1 < blockTree.blocks.size()) {
+            const auto parent = static_cast<uint32_t>(levels.back().scope);
+            uint64_t pieceLow = 0, pieceHigh = uint64_t(1) << 32;
+            const int32_t position = childAt(parent, pc, &pieceLow, &pieceHigh);
+            const int32_t child = position < 0 ? -1 : static_cast<int32_t>(blockTree.children(parent)[size_t(position)]);
+            levels.push_back({child, pieceLow, pieceHigh});
+            if (child < 0)
+                break;
+        }
+    }
+    *low = 0;
+    *high = uint64_t(1) << 32;
+    int32_t scope = -1;
+    for (const ScopeTrail::Level& level : levels) {
+        *low = std::max(*low, level.low);
+        *high = std::min(*high, level.high);
+        if (level.scope >= 0)
+            scope = level.scope;
+    }
+    return scope;
+}
+
 int32_t TarnUbrofParser::findSymbolInScope(int32_t scope, const std::string& name) const
 {
     if (scope < 0 || static_cast<size_t>(scope) >= blockTree.blocks.size())

@@ -38,14 +38,13 @@ tarn::CodeArea TarnUbrofParser::codeArea(size_t area) const
 
 void TarnUbrofParser::fillCodeArea(uint32_t lineRecord, uint32_t file, tarn::CodeArea& built) const
 {
-    const LineRecord record = lineTable[lineRecord];
+    const uint32_t address = lineTable.address(lineRecord);
     built.fileName = codeAreas.publicPaths[file];
-    built.startLine = record.line;
-    built.endLine = record.line;
+    built.startLine = built.endLine = lineTable.line(lineRecord);
     built.startColumn = 0;
     built.endColumn = 0;
-    built.startAddress = record.address;
-    built.endAddress = uint64_t(record.address) + record.size;
+    built.startAddress = address;
+    built.endAddress = uint64_t(address) + lineTable.codeSize(lineRecord);
     built.discriminator = 0;
     built.isStatement = 1;
     built.isBasicBlock = 0;

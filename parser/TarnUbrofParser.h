@@ -197,6 +197,19 @@ private:
     void fillCodeArea(uint32_t lineRecord, uint32_t file, tarn::CodeArea& built) const;
     /// findScopeAtAddress, and the addresses [*low, *high) around pc over which its answer holds.
     int32_t scopeAtAddress(uint32_t pc, uint64_t* low, uint64_t* high) const;
+    /// The levels of an indexed scope lookup: what each index answered and over which addresses.
+    /// A walk over ascending addresses keeps the levels that still hold and redoes only the rest.
+    struct ScopeTrail {
+        struct Level {
+            int32_t scope; ///< the module or child found at this level; -1 where none was
+            uint64_t low;
+            uint64_t high;
+        };
+        std::vector<Level> levels;
+        bool claimed = false; ///< whether a module claimed the address, so that the walk went down
+    };
+    /// findScopeAtAddress by way of trail; [*low, *high) as for scopeAtAddress.
+    int32_t scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* low, uint64_t* high) const;
     void createMemberSymbols();
     /// The image of a memory class, after the checks every memory query makes.
     int32_t imageFor(uint8_t memoryClass, const DMemory** image) const;

@@ -204,29 +204,24 @@ void CParser::seek(uint64_t position)
     next_ = end_ = block_.get();
 }
 
-void CParser::writeImage(DMemory& image, uint32_t address, uint32_t count)
+void CParser::writeImageAcrossBlocks(DMemory& image, uint32_t address, uint32_t count)
 {
     if (count > remaining())
         throw ReaderError{kUnexpectedEndOfFile};
-    const uint64_t offset = tell();
-    const uint64_t before = image.allocatedBytes();
-    if (uint32_t(end_ - next_) >= count) {
-        image.write(address, next_, count);
-        next_ += count;
-    } else {
-        uint8_t part[4096];
-        for (uint64_t at = address; count != 0;) {
-            const uint32_t n = std::min<uint32_t>(count, sizeof part);
-            readBytes(part, n);
-            // Past the top of the address space the bytes are read and dropped.
-            if (at <= 0xFFFFFFFF)
-                image.write(static_cast<uint32_t>(at), part, n);
-            at += n;
-            count -= n;
-        }
+    uint8_t part[4096];
+    for (uint64_t at = address; count != 0;) {
+        const uint32_t n = std::min<uint32_t>(count, sizeof part);
+        readBytes(part, n);
+        // Past the top of the address space the bytes are read and dropped.
+        if (at <= 0xFFFFFFFF)
+            image.write(static_cast<uint32_t>(at), part, n);
+        at += n;
+        count -= n;
     }
-    if (image.allocatedBytes() == before)
-        return;
+}
+
+void CParser::checkImageBudget(uint64_t offset) const
+{
     const uint64_t used = codeMemory_.allocatedBytes() + dataMemory_.allocatedBytes() + eepromMemory_.allocatedBytes();
     if (used > imageBudget())
         throw ReaderError{kOutOfMemory, "the memory images would take more than " + std::to_string(imageBudget()) +
@@ -234,28 +229,14 @@ void CParser::writeImage(DMemory& image, uint32_t address, uint32_t count)
                                             std::to_string(offset)};
 }
 
-void CParser::dropPendingLineRecord()
+void CParser::dropLastLineRecord()
 {
-    if (!pendingLineRecord)
-        return;
     pendingLineRecord = false;
     // The flag is only set after a record was appended; the guards keep a bug from underflowing.
     if (!lineTable_.empty())
         lineTable_.pop_back();
     if (!fileLineRanges_.empty() && fileLineRanges_.back().lineRecordCount > 0)
         --fileLineRanges_.back().lineRecordCount;
-}
-
-void CParser::completePendingLineRecord(uint32_t count)
-{
-    if (!pendingLineRecord)
-        return;
-    pendingLineRecord = false;
-    if (!lineTable_.empty())
-        lineTable_.setCodeSize(lineTable_.size() - 1, count);
-    if (blockTree_.current >= 0)
-        blockTree_.widenBlock(static_cast<uint32_t>(blockTree_.current), codeAddress,
-                              codeAddress + count);
 }
 
 } // namespace ubrof

@@ -99,15 +99,44 @@ private:
     int skipUnknownTag(uint8_t code);
 
     /// Moves count bytes of the stream into image at address, within the images' budget.
-    void writeImage(DMemory& image, uint32_t address, uint32_t count);
+    void writeImage(DMemory& image, uint32_t address, uint32_t count)
+    {
+        // The common case: the bytes are in the block and land on a page the image has.
+        const uint64_t pages = image.allocatedBytes();
+        if (uint32_t(end_ - next_) >= count) {
+            image.write(address, next_, count);
+            next_ += count;
+        } else {
+            writeImageAcrossBlocks(image, address, count);
+        }
+        if (image.allocatedBytes() != pages)
+            checkImageBudget(tell() - count);
+    }
+    void writeImageAcrossBlocks(DMemory& image, uint32_t address, uint32_t count);
+    /// Fails the parse when the images take more than imageBudget(); offset is where the bytes began.
+    void checkImageBudget(uint64_t offset) const;
     /// Memory the three images may take in all: a file of n bytes can fill at most n bytes of
     /// them, but every byte it places on a new page costs the whole page, so the bound is a
     /// multiple of the file's size with room for real programs' scattered segments.
     uint64_t imageBudget() const { return 4 * fileSize_ + (uint64_t(64) << 20); }
 
     // Line records (shared by the source and symbol tags).
-    void dropPendingLineRecord();
-    void completePendingLineRecord(uint32_t count);
+    void dropPendingLineRecord()
+    {
+        if (pendingLineRecord)
+            dropLastLineRecord();
+    }
+    void completePendingLineRecord(uint32_t count)
+    {
+        if (!pendingLineRecord)
+            return;
+        pendingLineRecord = false;
+        if (!lineTable_.empty())
+            lineTable_.setCodeSize(lineTable_.size() - 1, count);
+        if (blockTree_.current >= 0)
+            blockTree_.widenBlock(static_cast<uint32_t>(blockTree_.current), codeAddress, codeAddress + count);
+    }
+    void dropLastLineRecord();
 
     // Definitions (shared by the symbol tags).
     struct SymbolFields {

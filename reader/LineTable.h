@@ -54,6 +54,17 @@ public:
                             static_cast<uint16_t>(record.line + record.lineSpan), static_cast<uint16_t>(record.column),
                             static_cast<uint16_t>(record.endColumn), static_cast<uint16_t>(record.size), record.flags, 0});
     }
+    /// A statement as t_src_stat gives it: its 16-bit fields always fit a row.
+    void pushStatement(uint32_t address, uint16_t line, uint16_t lastLine, uint16_t column, uint16_t endColumn,
+                       uint8_t flags)
+    {
+        rows_.push_back(Row{address, line, lastLine, column, endColumn, 0, flags, 0});
+    }
+    uint32_t line(size_t index) const
+    {
+        const Row& row = rows_[index];
+        return row.wide ? wide_[row.wideIndex()].line : row.line;
+    }
     /// Removes the last record.
     void pop_back();
     /// The size of record index's code, as t_abs_var completes a statement.

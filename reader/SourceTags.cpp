@@ -164,14 +164,10 @@ int CParser::handleSrcStat()
     const uint32_t lastColumn = readWord16();
     const uint32_t kind = readByte();
 
-    LineRecord record;
-    record.address = codeAddress;
-    record.line = firstLine;
-    record.lineSpan = lastLine - firstLine;
-    record.column = firstColumn;
-    record.endColumn = lastColumn;
-    record.flags = kind == 14 ? 3 : (kind == 9 || kind == 13) ? 5 : 1;
-    lineTable_.push_back(record);
+    // The span (last line - first line, modulo 2^32) is kept as the last line it leads to.
+    lineTable_.pushStatement(codeAddress, static_cast<uint16_t>(firstLine), static_cast<uint16_t>(lastLine),
+                             static_cast<uint16_t>(firstColumn), static_cast<uint16_t>(lastColumn),
+                             kind == 14 ? 3 : (kind == 9 || kind == 13) ? 5 : 1);
     pendingLineRecord = true;
 
     FileLineRange& range = fileLineRanges_.back();
