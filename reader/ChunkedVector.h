@@ -1,6 +1,8 @@
 // A growable table of plain records kept in fixed-size chunks: appending never moves a record.
 #pragma once
 
+#include "reader/LargeBlocks.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
@@ -15,15 +17,19 @@ namespace ubrof {
 
 /// Like a vector of T for appending and indexing, but a table of millions of records grows
 /// without the copy (and the moment of twice the memory) of a vector's reallocation, and its
-/// memory follows its size.
-template <typename T, unsigned ChunkBits = 14>
+/// memory follows its size: the first records go into small chunks, so that a small table
+/// stays small, and the rest into large blocks (LargeBlocks.h).
+template <typename T>
 class ChunkedVector {
     static_assert(std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T>,
                   "chunks are released without running destructors");
+    static constexpr size_t kSmallBits = 10;
+    static constexpr size_t kSmallSize = size_t(1) << kSmallBits;
+    static constexpr size_t kSmallChunks = 8;
+    static constexpr size_t kSmallTotal = kSmallSize * kSmallChunks;
+    static constexpr size_t kLargeSize = kLargeBlockSize / sizeof(T);
 
 public:
-    static constexpr size_t kChunkSize = size_t(1) << ChunkBits;
-
     class const_iterator {
     public:
         using iterator_category = std::random_access_iterator_tag;
@@ -63,13 +69,11 @@ public:
     };
 
     ChunkedVector() = default;
-    ChunkedVector(ChunkedVector&&) noexcept = default;
-    ChunkedVector& operator=(ChunkedVector&&) noexcept = default;
 
     size_t size() const { return size_; }
     bool empty() const { return size_ == 0; }
-    T& operator[](size_t index) { return chunks_[index >> ChunkBits][index & (kChunkSize - 1)]; }
-    const T& operator[](size_t index) const { return chunks_[index >> ChunkBits][index & (kChunkSize - 1)]; }
+    T& operator[](size_t index) { return *slot(index); }
+    const T& operator[](size_t index) const { return *slot(index); }
     const T& at(size_t index) const
     {
         if (index >= size_)
@@ -85,27 +89,54 @@ public:
     template <typename... Args>
     T& emplace_back(Args&&... args)
     {
-        if ((size_ & (kChunkSize - 1)) == 0 && (size_ >> ChunkBits) == chunks_.size())
-            chunks_.emplace_back(static_cast<T*>(::operator new(sizeof(T) * kChunkSize)));
-        T* slot = &chunks_[size_ >> ChunkBits][size_ & (kChunkSize - 1)];
-        ::new (static_cast<void*>(slot)) T{std::forward<Args>(args)...};
+        if (size_ == capacity_)
+            grow();
+        T* at = slot(size_);
+        ::new (static_cast<void*>(at)) T{std::forward<Args>(args)...};
         ++size_;
-        return *slot;
+        return *at;
     }
     /// Drops the last record; its chunk stays for the next one.
     void pop_back() { --size_; }
     void clear()
     {
-        chunks_.clear();
-        size_ = 0;
+        release();
+        size_ = capacity_ = 0;
     }
+    ~ChunkedVector() { release(); }
+    ChunkedVector(const ChunkedVector&) = delete;
+    ChunkedVector& operator=(const ChunkedVector&) = delete;
 
 private:
-    struct Release {
-        void operator()(T* chunk) const { ::operator delete(chunk); }
-    };
-    std::vector<std::unique_ptr<T[], Release>> chunks_;
+    T* slot(size_t index) const
+    {
+        if (index < kSmallTotal)
+            return chunks_[index >> kSmallBits] + (index & (kSmallSize - 1));
+        const size_t large = index - kSmallTotal;
+        return chunks_[kSmallChunks + large / kLargeSize] + large % kLargeSize;
+    }
+    void grow()
+    {
+        const bool small = chunks_.size() < kSmallChunks;
+        if (chunks_.size() == chunks_.capacity())
+            chunks_.reserve(2 * chunks_.size() + kSmallChunks);
+        chunks_.push_back(static_cast<T*>(small ? ::operator new(sizeof(T) * kSmallSize) : allocateLargeBlock()));
+        capacity_ += small ? kSmallSize : kLargeSize;
+    }
+    void release()
+    {
+        for (size_t i = 0; i < chunks_.size(); ++i) {
+            if (i < kSmallChunks)
+                ::operator delete(chunks_[i]);
+            else
+                releaseLargeBlock(chunks_[i]);
+        }
+        chunks_.clear();
+    }
+
+    std::vector<T*> chunks_;
     size_t size_ = 0;
+    size_t capacity_ = 0;
 };
 
 } // namespace ubrof

@@ -1,6 +1,8 @@
 // DMemory: a two-level table of 4 KiB pages over the 32-bit address space.
 #include "reader/DMemory.h"
 
+#include "reader/LargeBlocks.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -11,7 +13,15 @@ DMemory::DMemory(uint32_t initialCapacity, uint8_t fillByte)
 {
 }
 
-DMemory::~DMemory() = default;
+DMemory::~DMemory()
+{
+    for (size_t i = 0; i < slabs_.size(); ++i) {
+        if (i < kSmallSlabs)
+            delete[] slabs_[i];
+        else
+            releaseLargeBlock(slabs_[i]);
+    }
+}
 
 const uint8_t* DMemory::pageAt(uint32_t page) const
 {
@@ -31,11 +41,15 @@ uint8_t* DMemory::pageFor(uint32_t page)
     uint8_t*& data = leaf->pages[page & ((1u << kLeafBits) - 1)];
     if (!data) {
         // Pages come from slabs so that a large image is not millions of small allocations.
-        if (slabPagesUsed_ == kPagesPerSlab) {
-            slabs_.emplace_back(new uint8_t[size_t(kPagesPerSlab) * kPageSize]);
+        if (slabPagesUsed_ == slabPages_) {
+            const bool small = slabs_.size() < kSmallSlabs;
+            slabs_.reserve(slabs_.size() + 1);
+            slabs_.push_back(small ? new uint8_t[size_t(kPagesPerSlab) * kPageSize]
+                                   : static_cast<uint8_t*>(allocateLargeBlock()));
+            slabPages_ = small ? kPagesPerSlab : static_cast<uint32_t>(kLargeBlockSize / kPageSize);
             slabPagesUsed_ = 0;
         }
-        data = slabs_.back().get() + size_t(slabPagesUsed_++) * kPageSize;
+        data = slabs_.back() + size_t(slabPagesUsed_++) * kPageSize;
         std::memset(data, fillByte_, kPageSize);
         allocated_ += kPageSize;
     }

@@ -51,6 +51,8 @@ private:
     static constexpr unsigned kTopBits = 32 - kPageBits - kLeafBits;
     static constexpr uint32_t kPageSize = 1u << kPageBits;
     static constexpr uint32_t kPagesPerSlab = 64;
+    /// After this many slabs an image is large, and its pages come from large blocks.
+    static constexpr size_t kSmallSlabs = 8;
 
     struct Leaf {
         uint8_t* pages[1u << kLeafBits] = {};
@@ -62,8 +64,9 @@ private:
     uint8_t* pageFor(uint32_t page);
 
     std::unique_ptr<Leaf> top_[1u << kTopBits];
-    std::vector<std::unique_ptr<uint8_t[]>> slabs_; ///< pages are carved from these in order
-    uint32_t slabPagesUsed_ = kPagesPerSlab;
+    std::vector<uint8_t*> slabs_; ///< pages are carved from these in order
+    uint32_t slabPagesUsed_ = 0;
+    uint32_t slabPages_ = 0; ///< pages in the last slab
     uint32_t lastPage_ = 0xFFFFFFFF; ///< the page the last write ended in, for runs of writes
     uint8_t* lastPageData_ = nullptr;
     uint64_t capacity_;
