@@ -109,7 +109,7 @@ void TarnUbrofParser::collectCodeAreas(size_t position, uint64_t end, std::vecto
             return false;
         tarn::CodeArea& area = filled < out.size() ? out[filled] : out.emplace_back();
         ++filled;
-        fillCodeArea(lineRecord, file, area);
+        fillCodeArea(lineRecord, file, pc, area);
         if (pc < sameLow || pc >= sameHigh) {
             const int32_t scope = scopeAlong(pc, trail, &sameLow, &sameHigh);
             name = scope < 0 ? std::string()

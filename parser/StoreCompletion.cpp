@@ -38,13 +38,19 @@ tarn::CodeArea TarnUbrofParser::codeArea(size_t area) const
 
 void TarnUbrofParser::fillCodeArea(uint32_t lineRecord, uint32_t file, tarn::CodeArea& built) const
 {
-    const uint32_t address = lineTable.address(lineRecord);
+    fillCodeArea(lineRecord, file, lineTable.address(lineRecord), built);
+}
+
+void TarnUbrofParser::fillCodeArea(uint32_t lineRecord, uint32_t file, uint32_t address, tarn::CodeArea& built) const
+{
+    uint32_t line = 0, size = 0;
+    lineTable.lineAndSize(lineRecord, line, size);
     built.fileName = codeAreas.publicPaths[file];
-    built.startLine = built.endLine = lineTable.line(lineRecord);
+    built.startLine = built.endLine = line;
     built.startColumn = 0;
     built.endColumn = 0;
     built.startAddress = address;
-    built.endAddress = uint64_t(address) + lineTable.codeSize(lineRecord);
+    built.endAddress = uint64_t(address) + size;
     built.discriminator = 0;
     built.isStatement = 1;
     built.isBasicBlock = 0;

@@ -195,6 +195,7 @@ private:
     void buildCodeAreas();
     /// An area's fields, all but its function name.
     void fillCodeArea(uint32_t lineRecord, uint32_t file, tarn::CodeArea& built) const;
+    void fillCodeArea(uint32_t lineRecord, uint32_t file, uint32_t address, tarn::CodeArea& built) const;
     /// findScopeAtAddress, and the addresses [*low, *high) around pc over which its answer holds.
     int32_t scopeAtAddress(uint32_t pc, uint64_t* low, uint64_t* high) const;
     /// The levels of an indexed scope lookup: what each index answered and over which addresses.

@@ -38,15 +38,6 @@ void BlockTree::closeBlock()
         widenBlock(static_cast<uint32_t>(current), closed.lowAddress, closed.highAddress);
 }
 
-void BlockTree::widenBlock(uint32_t index, uint32_t low, uint32_t high)
-{
-    BlockRecord& block = blocks[index];
-    if (low < block.lowAddress)
-        block.lowAddress = low;
-    if (high > block.highAddress)
-        block.highAddress = high;
-}
-
 void BlockTree::setModuleFile(uint32_t module, uint32_t reference, uint32_t file)
 {
     moduleFiles_[uint64_t(module) << 32 | reference] = file;

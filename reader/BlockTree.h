@@ -49,7 +49,14 @@ public:
     uint32_t addBlock(uint32_t kind, int32_t moduleIndex, uint8_t isHidden, int32_t nameIndex);
     /// Returns to the enclosing block and widens it by the closed block's range.
     void closeBlock();
-    void widenBlock(uint32_t index, uint32_t low, uint32_t high);
+    void widenBlock(uint32_t index, uint32_t low, uint32_t high)
+    {
+        BlockRecord& block = blocks[index];
+        if (low < block.lowAddress)
+            block.lowAddress = low;
+        if (high > block.highAddress)
+            block.highAddress = high;
+    }
 
     // A block's lists, in the order their entries were added; a view is valid until the next add.
     IndexRange symbols(uint32_t block) const { return pool_.range(blocks[block].symbols); }

@@ -180,6 +180,17 @@ std::string CParser::readString(uint32_t count)
     return text;
 }
 
+std::string_view CParser::readText(uint32_t count)
+{
+    if (count > remaining())
+        throw ReaderError{kUnexpectedEndOfFile};
+    textScratch_.resize(count);
+    if (count != 0)
+        readBytes(reinterpret_cast<uint8_t*>(&textScratch_[0]), count);
+    const size_t end = textScratch_.find('\0');
+    return std::string_view(textScratch_).substr(0, end);
+}
+
 void CParser::skipBytes(int32_t count)
 {
     if (count >= 0 && count <= end_ - next_) {

@@ -84,6 +84,8 @@ private:
     void readBytes(uint8_t* destination, uint32_t count);
     /// A counted text, cut at its first NUL; the count is checked against what is left first.
     std::string readString(uint32_t count);
+    /// readString without a string of its own: the view holds until the next readText.
+    std::string_view readText(uint32_t count);
     void skipBytes(int32_t count);
     uint64_t tell() const { return blockOffset_ + uint64_t(next_ - block_.get()); }
     void seek(uint64_t position);
@@ -171,6 +173,7 @@ private:
     uint64_t blockOffset_ = 0;
     const char* lastError_ = nullptr;
     std::string lastErrorDetail_;
+    std::string textScratch_; ///< what readText's view shows
 
     const TagEntry* tagIndex_[256] = {};
     std::vector<std::pair<uint8_t, uint8_t>> skipInfo_; ///< (tag code, skip code) in file order

@@ -89,19 +89,24 @@ public:
     template <typename... Args>
     T& emplace_back(Args&&... args)
     {
-        if (size_ == capacity_)
+        if (tail_ == tailEnd_)
             grow();
-        T* at = slot(size_);
+        T* at = tail_++;
         ::new (static_cast<void*>(at)) T{std::forward<Args>(args)...};
         ++size_;
         return *at;
     }
     /// Drops the last record; its chunk stays for the next one.
-    void pop_back() { --size_; }
+    void pop_back()
+    {
+        --size_;
+        reposition();
+    }
     void clear()
     {
         release();
         size_ = capacity_ = 0;
+        tail_ = tailEnd_ = nullptr;
     }
     ~ChunkedVector() { release(); }
     ChunkedVector(const ChunkedVector&) = delete;
@@ -115,13 +120,30 @@ private:
         const size_t large = index - kSmallTotal;
         return chunks_[kSmallChunks + large / kLargeSize] + large % kLargeSize;
     }
+    /// The first slot of the chunk that holds index.
+    T* chunkOf(size_t index) const
+    {
+        return index < kSmallTotal ? chunks_[index >> kSmallBits]
+                                   : chunks_[kSmallChunks + (index - kSmallTotal) / kLargeSize];
+    }
+    /// Points tail_ at slot size_ and tailEnd_ at the end of its chunk, when that chunk exists.
+    void reposition()
+    {
+        if (size_ >= capacity_)
+            return;
+        tail_ = slot(size_);
+        tailEnd_ = chunkOf(size_) + (size_ < kSmallTotal ? kSmallSize : kLargeSize);
+    }
     void grow()
     {
-        const bool small = chunks_.size() < kSmallChunks;
-        if (chunks_.size() == chunks_.capacity())
-            chunks_.reserve(2 * chunks_.size() + kSmallChunks);
-        chunks_.push_back(static_cast<T*>(small ? ::operator new(sizeof(T) * kSmallSize) : allocateLargeBlock()));
-        capacity_ += small ? kSmallSize : kLargeSize;
+        if (size_ == capacity_) {
+            const bool small = chunks_.size() < kSmallChunks;
+            if (chunks_.size() == chunks_.capacity())
+                chunks_.reserve(2 * chunks_.size() + kSmallChunks);
+            chunks_.push_back(static_cast<T*>(small ? ::operator new(sizeof(T) * kSmallSize) : allocateLargeBlock()));
+            capacity_ += small ? kSmallSize : kLargeSize;
+        }
+        reposition();
     }
     void release()
     {
@@ -137,6 +159,8 @@ private:
     std::vector<T*> chunks_;
     size_t size_ = 0;
     size_t capacity_ = 0;
+    T* tail_ = nullptr;    ///< where the next record goes, within its chunk
+    T* tailEnd_ = nullptr; ///< the end of that chunk
 };
 
 } // namespace ubrof

@@ -60,6 +60,18 @@ public:
     {
         rows_.push_back(Row{address, line, lastLine, column, endColumn, 0, flags, 0});
     }
+    /// The line and the size of code of record index, in one look at its row.
+    void lineAndSize(size_t index, uint32_t& line, uint32_t& size) const
+    {
+        const Row& row = rows_[index];
+        if (row.wide) {
+            line = wide_[row.wideIndex()].line;
+            size = wide_[row.wideIndex()].size;
+        } else {
+            line = row.line;
+            size = row.size;
+        }
+    }
     uint32_t line(size_t index) const
     {
         const Row& row = rows_[index];

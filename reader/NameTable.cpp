@@ -28,36 +28,58 @@ NameRecord NameRecords::at(size_t index) const
     return (*this)[index];
 }
 
+uint32_t NameRecords::storeText(std::string_view text)
+{
+    const auto length = static_cast<uint32_t>(text.size());
+    // A text never straddles two blocks; the rest of a block that cannot hold it is left.
+    if (textUsed_ + length > (1u << kBlockBits)) {
+        if (textBlocks_.size() >= (size_t(1) << (32 - kBlockBits)))
+            throw std::length_error("name texts beyond 4 GiB");
+        textBlocks_.emplace_back(new char[size_t(1) << kBlockBits]);
+        textUsed_ = 0;
+    }
+    std::memcpy(textBlocks_.back().get() + textUsed_, text.data(), length);
+    const uint32_t offset = static_cast<uint32_t>(textBlocks_.size() - 1) << kBlockBits | textUsed_;
+    textUsed_ += length;
+    return offset;
+}
+
+void NameRecords::pushText(uint32_t nameKind, uint32_t scopeKind, std::string_view text, uint32_t number,
+                           int32_t parent)
+{
+    if (nameKind > 0xFF || scopeKind > 0xFF || text.size() >= kWide) {
+        push_back(NameRecord{nameKind, scopeKind, std::string(text), number, parent});
+        return;
+    }
+    Row row{};
+    row.number = number;
+    row.parent = parent;
+    row.nameKind = static_cast<uint8_t>(nameKind);
+    row.scopeKind = static_cast<uint8_t>(scopeKind);
+    row.textLength = static_cast<uint16_t>(text.size());
+    row.textOffset = text.empty() ? 0 : storeText(text);
+    rows_.push_back(row);
+}
+
 void NameRecords::push_back(const NameRecord& record)
 {
+    const bool fits = record.nameKind <= 0xFF && record.scopeKind <= 0xFF &&
+                      (!record.text || record.text->size() < kWide);
+    if (fits && record.text) {
+        pushText(record.nameKind, record.scopeKind, *record.text, record.number, record.parent);
+        return;
+    }
     Row row{};
     row.number = record.number;
     row.parent = record.parent;
     row.nameKind = static_cast<uint8_t>(record.nameKind);
     row.scopeKind = static_cast<uint8_t>(record.scopeKind);
-    const bool fits = record.nameKind <= 0xFF && record.scopeKind <= 0xFF &&
-                      (!record.text || record.text->size() < kWide);
     if (!fits) {
         row.textLength = kWide;
         row.textOffset = static_cast<uint32_t>(wide_.size());
         wide_.push_back(record);
-    } else if (!record.text) {
-        row.textLength = kNoText;
-    } else if (record.text->empty()) {
-        row.textLength = 0;
     } else {
-        const auto length = static_cast<uint32_t>(record.text->size());
-        // A text never straddles two blocks; the rest of a block that cannot hold it is left.
-        if (textUsed_ + length > (1u << kBlockBits)) {
-            if (textBlocks_.size() >= (size_t(1) << (32 - kBlockBits)))
-                throw std::length_error("name texts beyond 4 GiB");
-            textBlocks_.emplace_back(new char[size_t(1) << kBlockBits]);
-            textUsed_ = 0;
-        }
-        std::memcpy(textBlocks_.back().get() + textUsed_, record.text->data(), length);
-        row.textOffset = static_cast<uint32_t>(textBlocks_.size() - 1) << kBlockBits | textUsed_;
-        row.textLength = static_cast<uint16_t>(length);
-        textUsed_ += length;
+        row.textLength = kNoText;
     }
     rows_.push_back(row);
 }

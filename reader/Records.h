@@ -62,6 +62,8 @@ public:
     NameRecord operator[](size_t index) const;
     NameRecord at(size_t index) const;
     void push_back(const NameRecord& record);
+    /// A record with a stored text, without a NameRecord on the way.
+    void pushText(uint32_t nameKind, uint32_t scopeKind, std::string_view text, uint32_t number, int32_t parent);
 
     // Fields without unpacking the record.
     uint32_t nameKind(size_t index) const;
@@ -86,6 +88,9 @@ private:
     };
     static_assert(sizeof(Row) == 16, "a name record is 16 bytes");
 
+    /// Copies text into the text blocks; answers where it went.
+    uint32_t storeText(std::string_view text);
+
     ChunkedVector<Row> rows_;
     std::vector<std::unique_ptr<char[]>> textBlocks_;
     uint32_t textUsed_ = 1u << kBlockBits; ///< bytes used of the last block
@@ -105,6 +110,12 @@ public:
     bool nameIs(uint32_t index, std::string_view name) const;
     bool nameStartsWith(uint32_t index, std::string_view prefix) const;
     uint32_t append(NameRecord record);
+    /// A plain scoped name (kind 0) with a text, as t_scoped_name of form 1 gives it.
+    uint32_t appendText(std::string_view text, int32_t parent)
+    {
+        records.pushText(0, 0, text, 0, parent);
+        return static_cast<uint32_t>(records.size() - 1);
+    }
 
 private:
     /// The record whose text names index after borrowing, or kNoIndex; derived is set for a

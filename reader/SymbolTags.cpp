@@ -103,9 +103,9 @@ int CParser::handleScopedName()
     NameRecord name;
     switch (form) {
     case 1: {
-        name.text = readString(readWord32());
-        name.parent = static_cast<int32_t>(readWord32());
-        break;
+        const std::string_view text = readText(readWord32());
+        nameTable_.appendText(text, static_cast<int32_t>(readWord32()));
+        return 0;
     }
     case 2:
         name.nameKind = 3;
