@@ -407,27 +407,52 @@ int32_t TarnUbrofParser::lookupName(int32_t scope, const std::string& name, int3
         }
         return -1;
     }
-    // Only the modules that list a symbol of the name's hash, or that reach groups, can hold
-    // it; they are asked in module order, as the plain walk would.
+    // Only the modules that list a symbol of the name, or that reach groups, can hold it; they
+    // are asked in module order, as the plain walk would. A module's first listed symbol of
+    // the name is what findSymbolInScope would answer, groups or not.
     const uint32_t hash = hashName(name);
-    auto listed = std::lower_bound(moduleNames_.begin(), moduleNames_.end(), ModuleName{hash, 0});
+    const uint32_t bucket = hash >> (32 - kNameBucketBits);
+    auto listed = moduleNames_.begin() + moduleNameBuckets_[bucket];
+    const auto listedEnd = moduleNames_.begin() + moduleNameBuckets_[bucket + 1];
     auto grouped = modulesWithGroups_.begin();
     for (;;) {
-        const bool moreListed = listed != moduleNames_.end() && listed->hash == hash;
+        while (listed != listedEnd && listed->hash != hash)
+            ++listed;
+        const bool moreListed = listed != listedEnd;
         const bool moreGrouped = grouped != modulesWithGroups_.end();
         if (!moreListed && !moreGrouped)
             return -1;
-        uint32_t position;
         if (moreListed && (!moreGrouped || listed->module <= *grouped)) {
-            position = listed->module;
+            const uint32_t position = listed->module;
+            const ModuleName& first = *listed;
+            ++listed;
             if (moreGrouped && *grouped == position)
                 ++grouped;
-            ++listed;
-        } else {
-            position = *grouped++;
+            if (!nameTable.nameIs(symbolTable.symbols[first.symbol].nameIndex, name)) {
+                // Another name of the same hash: the module's symbols of this one may follow.
+                int32_t symbol = -1;
+                for (; listed != listedEnd && listed->module == position && symbol < 0; ++listed)
+                    if (listed->hash == hash && nameTable.nameIs(symbolTable.symbols[listed->symbol].nameIndex, name))
+                        symbol = static_cast<int32_t>(listed->symbol);
+                if (symbol < 0) {
+                    if (const int32_t found = inModule(blockTree.roots[position]); found >= 0)
+                        return found;
+                    continue;
+                }
+                if (static_cast<int32_t>(blockTree.roots[position]) == walkEnd)
+                    continue;
+                if (foundScope)
+                    *foundScope = -1;
+                return symbol;
+            }
+            if (static_cast<int32_t>(blockTree.roots[position]) == walkEnd)
+                continue;
+            if (foundScope)
+                *foundScope = -1;
+            return static_cast<int32_t>(first.symbol);
         }
-        if (const int32_t symbol = inModule(blockTree.roots[position]); symbol >= 0)
-            return symbol;
+        if (const int32_t found = inModule(blockTree.roots[*grouped++]); found >= 0)
+            return found;
     }
 }
 
@@ -460,8 +485,10 @@ void TarnUbrofParser::indexNames()
         if (module >= blocks.size())
             continue;
         for (uint32_t symbol : blockTree.symbols(module)) {
-            if (symbol < symbolTable.symbols.size())
-                moduleNames_.push_back({hashName(nameTable.nameView(symbolTable.symbols[symbol].nameIndex, scratch)), position});
+            if (symbol < symbolTable.symbols.size() && symbolTable.symbols[symbol].kind != 6 &&
+                symbolTable.symbols[symbol].kind != 9)
+                moduleNames_.push_back(
+                    {hashName(nameTable.nameView(symbolTable.symbols[symbol].nameIndex, scratch)), position, symbol});
         }
         if (!blockTree.groups(module).empty())
             modulesWithGroups_.push_back(position);
@@ -472,12 +499,13 @@ void TarnUbrofParser::indexNames()
             ++place;
         }
     }
-    std::sort(moduleNames_.begin(), moduleNames_.end());
-    moduleNames_.erase(std::unique(moduleNames_.begin(), moduleNames_.end(),
-                                   [](const ModuleName& a, const ModuleName& b) {
-                                       return a.hash == b.hash && a.module == b.module;
-                                   }),
-                       moduleNames_.end());
+    // Stable, so that a module's symbols of one hash keep the order of its list.
+    std::stable_sort(moduleNames_.begin(), moduleNames_.end());
+    moduleNameBuckets_.assign((size_t(1) << kNameBucketBits) + 1, 0);
+    for (const ModuleName& entry : moduleNames_)
+        ++moduleNameBuckets_[(entry.hash >> (32 - kNameBucketBits)) + 1];
+    for (size_t b = 1; b < moduleNameBuckets_.size(); ++b)
+        moduleNameBuckets_[b] += moduleNameBuckets_[b - 1];
     std::sort(functionNames_.begin(), functionNames_.end());
     namesIndexedFor_ = {blockTree.roots.size(), blocks.size(), symbolTable.symbols.size(), names.size()};
 }

@@ -236,10 +236,12 @@ private:
         uint32_t count;
     };
     std::vector<ChildSlice> childSlices_;
-    /// A module that lists a symbol of a name (position in roots), by a hash of the name.
+    /// A symbol a module lists itself (module: its position in roots), by a hash of its name;
+    /// symbols of kinds 6 and 9, which no lookup answers, are left out.
     struct ModuleName {
         uint32_t hash;
         uint32_t module;
+        uint32_t symbol;
         bool operator<(const ModuleName& other) const
         {
             return hash != other.hash ? hash < other.hash : module < other.module;
@@ -256,7 +258,11 @@ private:
             return hash != other.hash ? hash < other.hash : place < other.place;
         }
     };
-    std::vector<ModuleName> moduleNames_;
+    std::vector<ModuleName> moduleNames_; ///< by hash, then module, then place in the module's list
+    /// Where the hashes with each top kNameBucketBits bits begin in moduleNames_, so that a
+    /// lookup reads a line or two of it, not a binary search over the whole.
+    static constexpr unsigned kNameBucketBits = 16;
+    std::vector<uint32_t> moduleNameBuckets_;
     std::vector<uint32_t> modulesWithGroups_; ///< positions in roots, ascending
     std::vector<FunctionName> functionNames_;
     std::array<size_t, 4> namesIndexedFor_{}; ///< table sizes when indexNames ran

@@ -323,5 +323,24 @@ TEST(CompactTables, NameIndexesAnswerAsThePlainWalkOverModules)
     }
 }
 
+TEST(CompactTables, NameIndexesTellNamesOfOneHashApart)
+{
+    // "g78044" and "gd5a9" share their 32-bit FNV-1a hash.
+    test::ScratchDir dir;
+    UbrofWriter w;
+    w.begFile1().version(8);
+    w.begLib("a").symbolDef({"g78044", 1, 2, 1, 6, {}}).end();
+    w.begLib("b").symbolDef({"g78044", 1, 2, 2, 6, {}}).symbolDef({"gd5a9", 1, 2, 3, 6, {}}).end();
+    w.begLib("c").symbolDef({"gd5a9", 1, 2, 4, 6, {}}).funcBegin1("f").blockEnd().end().eof();
+    TarnUbrofParser store;
+    ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
+    const int32_t c = int32_t(store.blockTree.roots[2]);
+    EXPECT_EQ(2, store.lookupName(-1, "gd5a9", nullptr));
+    EXPECT_EQ(0, store.lookupName(-1, "g78044", nullptr));
+    EXPECT_EQ(3, store.lookupName(c, "gd5a9", nullptr)); // c's own comes first
+    EXPECT_EQ(0, store.lookupName(c + 1, "g78044", nullptr));
+    EXPECT_EQ(-1, store.lookupName(-1, "g78045", nullptr));
+}
+
 } // namespace
 } // namespace ubrof
