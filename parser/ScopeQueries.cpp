@@ -114,9 +114,36 @@ TarnUbrofParser::SegmentIndex TarnUbrofParser::makeSegmentIndex(std::vector<Span
     return index;
 }
 
+void TarnUbrofParser::SegmentIndex::divide()
+{
+    stretches.clear();
+    shift = 0;
+    if (bounds.size() < 64)
+        return;
+    const uint64_t span = bounds.back() - bounds.front();
+    while ((span >> shift) > bounds.size())
+        ++shift;
+    const size_t count = size_t(span >> shift) + 2;
+    stretches.resize(count + 1);
+    size_t bound = 0;
+    for (size_t s = 0; s <= count; ++s) {
+        const uint64_t start = bounds.front() + (uint64_t(s) << shift);
+        while (bound < bounds.size() && bounds[bound] < start)
+            ++bound;
+        stretches[s] = static_cast<uint32_t>(bound);
+    }
+}
+
 int32_t TarnUbrofParser::SegmentIndex::at(uint32_t pc, uint64_t* low, uint64_t* high) const
 {
-    const auto after = std::upper_bound(bounds.begin(), bounds.end(), uint64_t(pc));
+    auto first = bounds.begin(), last = bounds.end();
+    if (!stretches.empty() && pc >= bounds.front()) {
+        // The first bound above pc is at or after its stretch's first, and no later than the next's.
+        const size_t s = std::min<size_t>((uint64_t(pc) - bounds.front()) >> shift, stretches.size() - 2);
+        first = bounds.begin() + stretches[s];
+        last = bounds.begin() + std::min<size_t>(size_t(stretches[s + 1]) + 1, bounds.size());
+    }
+    const auto after = std::upper_bound(first, last, uint64_t(pc));
     if (after != bounds.end() && high)
         *high = std::min(*high, *after);
     if (after != bounds.begin() && low)
@@ -205,6 +232,8 @@ void TarnUbrofParser::indexScopes()
     }
     moduleHolding_ = makeSegmentIndex(std::move(holding), false);
     moduleClaiming_ = makeSegmentIndex(std::move(claiming), true);
+    moduleHolding_.divide();
+    moduleClaiming_.divide();
 }
 
 int32_t TarnUbrofParser::childAt(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const

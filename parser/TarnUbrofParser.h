@@ -188,8 +188,14 @@ private:
     struct SegmentIndex {
         std::vector<uint64_t> bounds; ///< piece i is [bounds[i], bounds[i + 1])
         std::vector<int32_t> winner;  ///< per piece: a position, or -1
+        /// Per stretch of 2^shift addresses from bounds[0] on, the first bound at or above its
+        /// start: a lookup searches the few bounds of its stretch, which sit in a line or two.
+        std::vector<uint32_t> stretches;
+        unsigned shift = 0;
         /// The winning position at pc, or -1; narrows [*low, *high) to the piece of pc when given.
         int32_t at(uint32_t pc, uint64_t* low = nullptr, uint64_t* high = nullptr) const;
+        /// Cuts the bounds into stretches of about one bound each.
+        void divide();
     };
 
     void buildCodeAreas();
