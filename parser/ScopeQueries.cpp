@@ -187,7 +187,7 @@ void TarnUbrofParser::indexScopes()
                     childBounds_.push_back(static_cast<uint32_t>(span.low));
                     childWinners_.push_back(-1);
                 }
-                childWinners_.back() = span.position;
+                childWinners_.back() = static_cast<int32_t>(list[size_t(span.position)]);
                 childBounds_.push_back(static_cast<uint32_t>(span.high));
                 childWinners_.push_back(-1);
             }
@@ -195,7 +195,8 @@ void TarnUbrofParser::indexScopes()
             const SegmentIndex index = makeSegmentIndex(children, true);
             for (size_t i = 0; i < index.bounds.size(); ++i) {
                 childBounds_.push_back(static_cast<uint32_t>(index.bounds[i]));
-                childWinners_.push_back(i < index.winner.size() ? index.winner[i] : -1);
+                const int32_t position = i < index.winner.size() ? index.winner[i] : -1;
+                childWinners_.push_back(position < 0 ? -1 : static_cast<int32_t>(list[size_t(position)]));
             }
         }
         childSlices_.push_back({first, static_cast<uint32_t>(childBounds_.size()) - first});
@@ -270,8 +271,7 @@ int32_t TarnUbrofParser::innermostBelow(uint32_t scope, uint32_t pc, uint64_t* l
     for (size_t depth = 0; depth < blocks.size(); ++depth) {
         int32_t child = -1;
         if (indexed) {
-            const int32_t position = childAt(scope, pc, low, high);
-            child = position < 0 ? -1 : static_cast<int32_t>(blockTree.children(scope)[size_t(position)]);
+            child = childAt(scope, pc, low, high);
         } else {
             child = scopeHolding(blockTree.children(scope), pc);
         }
@@ -362,8 +362,7 @@ int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* lo
         while (levels.size() - 1 < blockTree.blocks.size()) {
             const auto parent = static_cast<uint32_t>(levels.back().scope);
             uint64_t pieceLow = 0, pieceHigh = uint64_t(1) << 32;
-            const int32_t position = childAt(parent, pc, &pieceLow, &pieceHigh);
-            const int32_t child = position < 0 ? -1 : static_cast<int32_t>(blockTree.children(parent)[size_t(position)]);
+            const int32_t child = childAt(parent, pc, &pieceLow, &pieceHigh);
             levels.push_back({child, pieceLow, pieceHigh});
             if (child < 0)
                 break;

@@ -222,8 +222,7 @@ private:
     int32_t imageFor(uint8_t memoryClass, const DMemory** image) const;
     static SegmentIndex makeSegmentIndex(std::vector<Span> spans, bool lowestWins);
     bool scopesIndexed() const { return childSlices_.size() == blockTree.blocks.size() && !childSlices_.empty(); }
-    /// The position among scope's children of the one that holds pc, or -1; narrows [*low, *high)
-    /// to the piece of pc when given.
+    /// The child of scope that holds pc, or -1; narrows [*low, *high) to the piece of pc when given.
     int32_t childAt(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const;
     /// The first of scopes, in order, that holds pc; -1 when none does.
     int32_t scopeHolding(IndexRange scopes, uint32_t pc) const;
@@ -236,7 +235,7 @@ private:
     int16_t typeRecordAt(int32_t type, const TypeRecord** record) const;
 
     /// Per scope, its slice of childBounds_ and childWinners_: the pieces of its children's
-    /// ranges, each with the position of the first child that holds it (or -1).
+    /// ranges, each with the first child that holds it (or -1).
     struct ChildSlice {
         uint32_t first;
         uint32_t count;
