@@ -4,7 +4,10 @@
 //   scale_bench rss FILE            one parse; peak resident memory in KiB, before and after
 //   scale_bench stops FILE ROUNDS   median time of each query a debugger makes at a stop, in ns
 //   scale_bench edges DIR           writes the edge files (bytes at the top of every memory,
-//                                   code at 0xFFFF0000, 5,000 nested blocks) into DIR
+//                                   code at 0xFFFF0000, 5,000 nested blocks, 20,000 variables
+//                                   of a typedef of itself) into DIR
+//   scale_bench walk FILE           time of a walk over every global variable as a debugger
+//                                   shows it: type, size, members, properties
 //
 // Output is one "key value" pair per line, for the script to put into its table. Times are the
 // CPU time of the measuring thread (user and system): the machines this runs on are shared,
@@ -188,6 +191,21 @@ int stops(const std::string& path, int rounds)
     return 0;
 }
 
+int walk(const std::string& path)
+{
+    ubrof::UbrofParser parser(path);
+    const auto symbols = parser.createSymbolInformation();
+    const auto start = Clock::now();
+    size_t sink = 0;
+    for (const auto& variable : symbols->getSymbolContextFromID("0")->getChildren(tarn::ISymbolContext::DataSymbol)) {
+        if (const auto type = variable->getTypeContext())
+            sink += type->getChildren(tarn::ISymbolContext::OtherSymbol).size();
+        sink += static_cast<size_t>(variable->getSize()) + variable->getProperties().size();
+    }
+    std::printf("walk_ms %.3f\nwalked %zu\n", milliseconds(Clock::now() - start), sink);
+    return 0;
+}
+
 int edges(const std::string& directory)
 {
     using ubrof::UbrofWriter;
@@ -204,6 +222,13 @@ int edges(const std::string& directory)
         for (uint16_t line = 1; line <= 100; ++line)
             w.srcStat(line, line).absVar({0x0C, 0x94});
         w.blockEnd().end().eof().save(directory + "/code-at-ffff0000.d90");
+    }
+    {
+        UbrofWriter w;
+        w.begFile1().version(8).scopedName("loop_t").typeTypedef(100, 100, 0).begLib("loop");
+        for (int i = 0; i < 20000; ++i)
+            w.symbolDef({"v" + std::to_string(i), 1, 2, uint32_t(2 * i), 100, {}});
+        w.end().eof().save(directory + "/typedef-loop.d90");
     }
     {
         UbrofWriter w;
@@ -231,10 +256,12 @@ int main(int argc, char** argv)
             return stops(args[1], std::atoi(args[2].c_str()));
         if (args.size() == 2 && args[0] == "edges")
             return edges(args[1]);
+        if (args.size() == 2 && args[0] == "walk")
+            return walk(args[1]);
     } catch (const std::exception& e) {
         std::cerr << "scale_bench: " << e.what() << "\n";
         return 1;
     }
-    std::cerr << "usage: scale_bench parse|stops FILE ROUNDS | rss FILE | edges DIR\n";
+    std::cerr << "usage: scale_bench parse|stops FILE ROUNDS | rss FILE | edges DIR | walk FILE\n";
     return 2;
 }
