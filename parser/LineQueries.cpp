@@ -44,7 +44,14 @@ int16_t TarnUbrofParser::findStatementAddress(std::string name, uint32_t line, u
     const int32_t file = findSourceFile(name);
     if (file < 0 || static_cast<size_t>(file) >= sourceFileTable.size())
         return StoreNotFound;
-    for (uint32_t rangeIndex : sourceFileTable[static_cast<size_t>(file)].lineRanges) {
+    const std::vector<uint32_t>& ranges = sourceFileTable[static_cast<size_t>(file)].lineRanges;
+    size_t first = 0;
+    if (size_t(file) + 1 < rangeMaxStart_.size() && rangeMaxStart_[size_t(file) + 1] - rangeMaxStart_[size_t(file)] == ranges.size()) {
+        const auto prefix = rangeMaxPrefix_.begin() + rangeMaxStart_[size_t(file)];
+        first = size_t(std::lower_bound(prefix, prefix + ptrdiff_t(ranges.size()), static_cast<int32_t>(line)) - prefix);
+    }
+    for (size_t r = first; r < ranges.size(); ++r) {
+        const uint32_t rangeIndex = ranges[r];
         if (rangeIndex >= fileLineRanges.size())
             continue;
         const FileLineRange& range = fileLineRanges[rangeIndex];

@@ -2,6 +2,7 @@
 #include "parser/TarnUbrofParser.h"
 
 #include <algorithm>
+#include <climits>
 
 namespace ubrof {
 
@@ -12,6 +13,18 @@ void TarnUbrofParser::buildCodeAreas()
 
     codeAreas.clear(lineTable);
     codeAreas.publicPaths.reserve(sourceFileTable.size());
+    rangeMaxPrefix_.clear();
+    rangeMaxStart_.clear();
+    for (const SourceFileRecord& file : sourceFileTable) {
+        rangeMaxStart_.push_back(static_cast<uint32_t>(rangeMaxPrefix_.size()));
+        int32_t highest = INT32_MIN;
+        for (uint32_t rangeIndex : file.lineRanges) {
+            if (rangeIndex < fileLineRanges.size() && fileLineRanges[rangeIndex].lineRecordCount != 0)
+                highest = std::max(highest, fileLineRanges[rangeIndex].maxLine);
+            rangeMaxPrefix_.push_back(highest);
+        }
+    }
+    rangeMaxStart_.push_back(static_cast<uint32_t>(rangeMaxPrefix_.size()));
     for (const SourceFileRecord& file : sourceFileTable) {
         const auto fileIndex = static_cast<uint32_t>(codeAreas.publicPaths.size());
         codeAreas.publicPaths.push_back(fileMapper.GetPublicPath(file.name));

@@ -263,6 +263,11 @@ private:
             return hash != other.hash ? hash < other.hash : place < other.place;
         }
     };
+    /// Per source file (rangeMaxStart_ slices rangeMaxPrefix_), the highest last line of its
+    /// line ranges so far, range by range: a line query starts at the first range that reaches
+    /// its line, where the plain walk would have skipped every range before.
+    std::vector<int32_t> rangeMaxPrefix_;
+    std::vector<uint32_t> rangeMaxStart_;
     std::vector<ModuleName> moduleNames_; ///< by hash, then module, then place in the module's list
     /// Where the hashes with each top kNameBucketBits bits begin in moduleNames_, so that a
     /// lookup reads a line or two of it, not a binary search over the whole.

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <algorithm>
+#include <memory>
 #include <random>
 
 namespace ubrof {
@@ -265,26 +266,64 @@ std::vector<std::tuple<std::string, std::string, uint64_t, uint64_t, uint64_t>> 
     return out;
 }
 
+// A store parsed from randomProgram.
+std::unique_ptr<TarnUbrofParser> parsedRandomProgram(Random& random)
+{
+    test::ScratchDir dir;
+    auto store = std::make_unique<TarnUbrofParser>();
+    EXPECT_EQ(0, store->initialize() ? store->parseFile(dir.save(randomProgram(random))) : -1);
+    return store;
+}
+
 TEST(CompactTables, CodeAreasAnswerAsTheTableOfHostValues)
 {
     Random random(13);
     for (int round = 0; round < 60; ++round) {
-        test::ScratchDir dir;
-        TarnUbrofParser store;
-        ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(randomProgram(random))) : -1);
+        const auto parsed = parsedRandomProgram(random);
+        const TarnUbrofParser& store = *parsed;
         const std::vector<tarn::CodeArea> plain = plainCodeAreas(store);
         ASSERT_EQ(plain.size(), store.codeAreas.size());
         std::vector<tarn::CodeArea> built;
         for (size_t i = 0; i < plain.size(); ++i)
             built.push_back(store.codeArea(i));
         ASSERT_EQ(fields(plain), fields(built)) << "round " << round;
+        // One list for every query, as a caller asking window after window keeps it.
+        std::vector<tarn::CodeArea> out;
         for (int query = 0; query < 200; ++query) {
             const uint64_t start = below(random, 0xA000);
             const uint64_t end = start + (below(random, 3) == 0 ? 0 : below(random, 0x3000));
             tarn::Status status;
-            std::vector<tarn::CodeArea> out;
             store.getCodeAreasInRange(status, start, end, out);
             ASSERT_EQ(fields(plainRange(plain, start, end)), fields(out)) << start << " " << end;
+        }
+    }
+}
+
+TEST(CompactTables, StatementLinesAnswerAsThePlainWalkOverRanges)
+{
+    Random random(19);
+    for (int round = 0; round < 40; ++round) {
+        const auto parsed = parsedRandomProgram(random);
+        const TarnUbrofParser& store = *parsed;
+        for (const SourceFileRecord& file : store.sourceFileTable) {
+            for (uint32_t line = 0; line < 310; ++line) {
+                // The first statement of the first range in order that covers the line.
+                uint64_t plain = UINT64_MAX;
+                for (uint32_t r : file.lineRanges) {
+                    const FileLineRange& range = store.fileLineRanges[r];
+                    if (range.lineRecordCount == 0 || range.maxLine < int32_t(line) || plain != UINT64_MAX)
+                        continue;
+                    for (uint32_t i = range.firstLineRecord; i < range.firstLineRecord + range.lineRecordCount; ++i) {
+                        const LineRecord record = store.lineTable[i];
+                        if (record.line <= line && record.line + record.lineSpan >= line && plain == UINT64_MAX)
+                            plain = record.address;
+                    }
+                }
+                uint64_t address = UINT64_MAX;
+                const int16_t result = store.findStatementAddress(file.name, line, 0, &address);
+                ASSERT_EQ(plain == UINT64_MAX ? -1 : 0, result) << file.name << ":" << line;
+                ASSERT_EQ(plain, address) << file.name << ":" << line;
+            }
         }
     }
 }
@@ -293,9 +332,8 @@ TEST(CompactTables, NameIndexesAnswerAsThePlainWalkOverModules)
 {
     Random random(17);
     for (int round = 0; round < 60; ++round) {
-        test::ScratchDir dir;
-        TarnUbrofParser store;
-        ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(randomProgram(random))) : -1);
+        const auto parsed = parsedRandomProgram(random);
+        const TarnUbrofParser& store = *parsed;
         const std::vector<uint32_t>& roots = store.blockTree.roots;
         for (const std::string name : {"shared", "grouped", "g0", "g3", "x", "y", "common", "f1_0", "none"}) {
             for (int32_t scope = -1; scope < int32_t(store.blockTree.blocks.size()); ++scope) {
