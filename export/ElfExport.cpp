@@ -69,6 +69,7 @@ std::vector<LoadedSection> loadedSections(const Program& program, const ElfTarge
         {MemorySpace::Code, ".text", SHF_ALLOC | SHF_EXECINSTR, PF_R | PF_X, '\xFF'},
         {MemorySpace::Data, ".data", SHF_ALLOC | SHF_WRITE, PF_R | PF_W, '\0'},
         {MemorySpace::Eeprom, ".eeprom", SHF_ALLOC | SHF_WRITE, PF_R | PF_W, '\xFF'},
+        {MemorySpace::External, ".xdata", SHF_ALLOC | SHF_WRITE, PF_R | PF_W, '\0'},
     };
     std::vector<LoadedSection> sections;
     for (const Kind& kind : kinds) {

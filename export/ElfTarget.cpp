@@ -9,6 +9,7 @@
 #include <cstring>
 #include <elf.h>
 #include <sstream>
+#include <utility>
 
 namespace ubrof::exporter {
 
@@ -27,6 +28,17 @@ constexpr AvrDevice kAvrDevices[] = {
 #define AVR_DEVICE(name, architecture) {name, architecture},
 #include "export/AvrDevices.def"
 #undef AVR_DEVICE
+};
+
+/// Devices the simulator lacks, and the part it knows that runs their programs alike. Only where
+/// that holds: an "A" part is a later process of the same device, with the same memories,
+/// registers and vectors; the ATmega64 shares the ATmega128's core, registers, vectors and RAM,
+/// and has half its flash and EEPROM, which a program for the smaller part never leaves. No part
+/// the simulator knows stands in for the AT90USB1287 (its USB parts have less flash and other
+/// vectors), so it keeps its own name and the simulator says it does not know it.
+constexpr std::pair<const char*, const char*> kSimulatorStandIns[] = {
+    {"atmega8a", "atmega8"},   {"atmega16a", "atmega16"},  {"atmega32a", "atmega32"},
+    {"atmega64", "atmega128"}, {"atmega64a", "atmega128"}, {"atmega128a", "atmega128"},
 };
 
 std::string lowerCase(std::string text)
@@ -59,6 +71,9 @@ ElfTarget avrTarget(const Program& program)
     // No link-relax flag: the code is linked already and nothing may shorten its calls.
     target.flags = known->architecture;
     target.device = device;
+    for (const auto& [lacking, standIn] : kSimulatorStandIns)
+        if (device == lacking)
+            target.device = standIn;
     // GNU's AVR windows: program memory below 8 MiB, 64 KiB of data at 0x800000, EEPROM at 0x810000.
     target.code = {0, 0x800000};
     target.data = {0x800000, 0x10000};
@@ -112,6 +127,10 @@ ElfTarget i8051Target()
     target.code = {0, 0x1000000};
     target.data = {0x1000000, 0x1000000};
     target.eeprom = {0x2000000, 0x1000000};
+    // Above the other windows rather than beside internal data: an XDATA variable at 0x40 and a
+    // DATA one at 0x40 are two places, and a debugger told the ELF address tells them apart. Cores
+    // with far XDATA address 16 MiB of it, which the window holds whole.
+    target.external = {0x3000000, 0x1000000};
     target.registerBytes = 1;
     return target;
 }
@@ -125,6 +144,8 @@ const ElfTarget::Window& ElfTarget::window(MemorySpace space) const
         return data;
     case MemorySpace::Eeprom:
         return eeprom;
+    case MemorySpace::External:
+        return external;
     case MemorySpace::Code:
         break;
     }
@@ -146,6 +167,9 @@ uint32_t ElfTarget::address(MemorySpace space, uint64_t memoryAddress, const cha
 
 ElfTarget elfTargetFor(const Program& program)
 {
+    if (program.processor.family == Family::Unknown && !program.processor.name.empty())
+        throw ExportError("processor " + program.processor.name +
+                          ": of no processor family with an ELF machine code, so no ELF header can be made for it");
     if (program.processor.family == Family::Unknown)
         throw ExportError("the program does not say which processor family it is for, so no ELF machine code can "
                           "be chosen");

@@ -26,6 +26,10 @@ const MemoryImage& exportableImage(const Program& program, MemorySpace space)
     const MemoryImage* image = program.memory(space);
     if (image == nullptr || image->empty())
         throw ExportError(std::string(memoryName(space)) + " memory: the program writes no bytes to it");
+    // A light build keeps only where the bytes lie; an image of it would be fill where code is.
+    if (image->runs.empty())
+        throw ExportError(std::string(memoryName(space)) +
+                          " memory: the program was built light, which keeps where its bytes lie but not the bytes");
     // Runs must come sorted and apart; every format below relies on it, so a model that breaks the
     // promise is refused instead of producing overlapping records.
     uint64_t previousEnd = 0;
@@ -142,6 +146,8 @@ const char* memoryName(MemorySpace space)
         return "data";
     case MemorySpace::Eeprom:
         return "eeprom";
+    case MemorySpace::External:
+        return "xdata";
     }
     return "unknown";
 }

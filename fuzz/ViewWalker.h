@@ -1,114 +1,50 @@
-// Parses one file and asks every view every question a debugger would, so that a fuzzer
-// (or a regression test) reaches all the code that reads the store.
+// Asks every view of a parsed file every question a debugger would, and folds the answers into a
+// digest: the fuzz target walks each input with it, the thread tests compare digests across threads.
 #pragma once
 
-#include "host/CoreException.h"
 #include "host/IObjectfileParser.h"
 #include "host/IStackTraceContext.h"
-#include "parser/UbrofParser.h"
 
-#include <boost/make_shared.hpp>
-#include <set>
+#include <boost/shared_ptr.hpp>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <string>
-#include <vector>
 
-namespace ubrof::fuzz {
+namespace ubrof::walk {
 
-class FixedFrame : public tarn::IStackTraceContext {
-public:
-    explicit FixedFrame(uint64_t pc) : pc_(pc) {}
-    uint64_t getProgramCounter() const override { return pc_; }
-    uint64_t getFramePointer() const override { return 0; }
-
-private:
-    uint64_t pc_;
+/// What one walk may spend. A hostile symbol tree can be wide (every variable of a structure type
+/// lists all its members) and deep (a structure whose members hold itself), so the walk is bounded
+/// by time and by the contexts it holds at once, never by a count of contexts it visits.
+struct WalkLimits {
+    std::chrono::steady_clock::duration time = std::chrono::seconds(10);
+    /// Contexts waiting on the walk's stack at once: the memory the walk itself takes.
+    size_t heldContexts = size_t(1) << 18;
+    /// Levels followed below a context. Self-holding structures nest without end; real programs
+    /// nest a few levels deep.
+    unsigned depth = 48;
 };
 
-/// Bounds the walk of the symbol tree: a hostile file can make it wide.
-struct WalkBudget {
-    int contexts = 2000;
+struct WalkResult {
+    bool parsed = false;
+    /// False when a limit cut the walk short; its digest then depends on how far it got.
+    bool complete = false;
+    /// Questions asked and answered.
+    uint64_t answers = 0;
+    /// Of every answer in the order asked: equal digests mean equal answers.
+    uint64_t digest = 0;
+    /// Why the file did not parse.
+    std::string error;
 };
 
-inline void walkContext(const tarn::ISymbolContext::Ptr& context, uint64_t pc, int depth, WalkBudget& budget)
-{
-    if (!context || depth > 8 || --budget.contexts < 0)
-        return;
-    context->getId();
-    context->getName();
-    context->getProperties();
-    context->getStorageClass();
-    context->getBitSize();
-    context->getBitOffset();
-    context->getArrayDimensions();
-    context->getLocation(boost::make_shared<FixedFrame>(pc));
-    if (auto type = context->getTypeContext())
-        type->getName();
-    if (auto base = context->getBaseTypeContext())
-        base->getName();
-    if (auto index = context->getIndexTypeContext())
-        index->getName();
-    for (int symbolClass = 0; symbolClass <= 3; ++symbolClass)
-        for (const auto& child : context->getChildren(tarn::ISymbolContext::SymbolClass(symbolClass)))
-            walkContext(child, pc, depth + 1, budget);
-}
+/// A stack frame stopped at pc, as a debugger hands one to getLocation.
+boost::shared_ptr<tarn::IStackTraceContext> frameAt(uint64_t pc);
 
-/// Walks every view of the parsed file; a file that does not parse ends the walk.
-inline void walkFile(const std::string& path)
-{
-    boost::shared_ptr<tarn::IObjectfileParser> parser;
-    try {
-        parser = boost::make_shared<UbrofParser>(path);
-    } catch (const tarn::CoreException&) {
-        return;
-    }
+/// Walks the binary, source, compiler and symbol views of parser.
+WalkResult walkViews(const tarn::IObjectfileParser& parser, const WalkLimits& limits = {});
 
-    std::set<uint64_t> pcs = {0, 1, 0xFFFFFFFF};
-    if (auto binary = parser->createBinaryInformation()) {
-        for (const auto& segment : binary->getProgramSegments()) {
-            std::vector<uint8_t> data;
-            segment->readData(data, segment->getStartAddress(), 64);
-            segment->readData(data, segment->getStartAddress() + segment->getSize(), 1);
-            segment->getMemoryType();
-            pcs.insert(segment->getStartAddress());
-        }
-    }
+/// Parses path and walks its views; a file that does not parse answers parsed == false.
+WalkResult walkFile(const std::string& path, const WalkLimits& limits = {});
 
-    if (auto source = parser->createSourceInformation()) {
-        tarn::Status status;
-        std::vector<std::string> files;
-        source->getSourcefiles(status, files);
-        std::vector<tarn::CodeArea> areas;
-        source->getCodeAreasFromAddressRange(status, 0, 0xFFFFFFFF, areas);
-        for (size_t i = 0; i < areas.size() && i < 64; ++i) {
-            pcs.insert(areas[i].startAddress);
-            std::vector<tarn::AddressNamePair> addresses;
-            tarn::CodeLocation location;
-            location.line = static_cast<uint32_t>(areas[i].startLine);
-            source->getAddressesFromSingleStatement(status, areas[i].fileName, location, addresses);
-        }
-        try {
-            source->getCodeAreasFromAddressRange(status, 2, 1, areas);
-        } catch (const tarn::CoreException&) {
-        }
-    }
-
-    if (auto symbols = parser->createSymbolInformation()) {
-        WalkBudget budget;
-        walkContext(symbols->getSymbolContextFromID("0"), 0, 0, budget);
-        for (uint64_t pc : pcs) {
-            walkContext(symbols->getScopeContextFromPc(pc), pc, 6, budget);
-            symbols->lookupSymbolFromPc("main", pc, false);
-        }
-        for (const char* id : {"1", "2", "5", "100", "4294967295", " 7x"})
-            walkContext(symbols->getSymbolContextFromID(id), 0, 7, budget);
-        symbols->lookupGlobalSymbols("main");
-    }
-
-    if (auto compiler = parser->createCompilerInformation()) {
-        compiler->getProducer();
-        compiler->getBaseTypes();
-        compiler->createCompilerInfo();
-    }
-}
-
-} // namespace ubrof::fuzz
+} // namespace ubrof::walk

@@ -13,7 +13,7 @@ constexpr size_t kMaxNotes = 1000;
 } // namespace
 
 BuildContext::BuildContext(const TarnUbrofParser& store, Program& program, bool light)
-    : store(store), facts(store.facts), program(program), light(light)
+    : store(store), facts(store.facts), program(program), light(light), newer(store.fileHeader.versionBytes[0] >= 10)
 {
     // A block's parent is always appended before it, so one forward pass finds every module.
     // A module begun while another is open (after t_end_abs, which closes nothing) is a module
@@ -40,6 +40,22 @@ BuildContext::BuildContext(const TarnUbrofParser& store, Program& program, bool 
                                                  statementFile_.size());
         for (uint64_t r = range.firstLineRecord; r < last; ++r)
             statementFile_[size_t(r)] = file;
+    }
+
+    if (newer) {
+        // t_source_position gives the column as well; t_symbol_position speaks where it does not
+        // place the symbol in a file. The first position given for a symbol is its definition's.
+        for (const NewerFormatFacts::Position& position : facts.newer.positions)
+            if (!position.ofBlock && position.position.file != ProgramFacts::kNone)
+                newerPositions_.push_back({position.index, position.position.file, position.position.line,
+                                           position.position.extent.column});
+        for (const NewerFormatFacts::SymbolSource& source : facts.newer.symbolSources)
+            if (source.file != ProgramFacts::kNone)
+                newerPositions_.push_back({source.symbol, source.file, source.line, 0});
+        std::stable_sort(newerPositions_.begin(), newerPositions_.end(),
+                         [](const ProgramFacts::SourcePosition& a, const ProgramFacts::SourcePosition& b) {
+                             return a.symbol < b.symbol;
+                         });
     }
 }
 
@@ -79,7 +95,7 @@ std::string BuildContext::qualifiedName(uint32_t nameIndex) const
 
 const ProgramFacts::SourcePosition* BuildContext::positionOf(uint32_t symbol) const
 {
-    const auto& positions = facts.sourcePositions;
+    const auto& positions = newer ? newerPositions_ : facts.sourcePositions;
     const auto found = std::lower_bound(positions.begin(), positions.end(), symbol,
                                         [](const ProgramFacts::SourcePosition& p, uint32_t s) { return p.symbol < s; });
     return found != positions.end() && found->symbol == symbol ? &*found : nullptr;
@@ -89,9 +105,11 @@ MemorySpace BuildContext::spaceOf(uint16_t addressSpace) const
 {
     if (addressSpace == 2)
         return MemorySpace::Data;
-    // Older compilers wrote 3 for code too; EEPROM came with version 2.0.
+    // Older compilers wrote 3 for code too; EEPROM came with version 2.0. The 8051's compilers
+    // write 3 for external data (the maps place those variables in XDATA), as its parts have no
+    // EEPROM space.
     if (addressSpace == 3 && store.symbolTable.compilerVersion >= 2.0)
-        return MemorySpace::Eeprom;
+        return program.processor.family == Family::I8051 ? MemorySpace::External : MemorySpace::Eeprom;
     return MemorySpace::Code;
 }
 
@@ -144,11 +162,16 @@ uint32_t BuildContext::fileOfStatement(uint32_t statement) const
 
 void BuildContext::note(std::string text)
 {
-    std::vector<std::string>& notes = program.notes;
-    if (notes.size() < kMaxNotes)
-        notes.push_back(std::move(text));
-    else if (notes.size() == kMaxNotes)
-        notes.push_back("further notes left out");
+    if (program.notes.size() < kMaxNotes)
+        program.notes.push_back(std::move(text));
+    else
+        ++notesLeftOut_;
+}
+
+void BuildContext::closeNotes()
+{
+    if (notesLeftOut_ != 0)
+        program.notes.push_back(std::to_string(notesLeftOut_) + " further notes left out");
 }
 
 } // namespace ubrof::model::detail

@@ -24,6 +24,9 @@ struct BuildContext {
     const ProgramFacts& facts;
     Program& program;
     const bool light;
+    /// Format version 10 or 11: source positions, sizes, stack use and statement rows come from
+    /// the facts of those versions (ProgramFacts::newer).
+    const bool newer;
     const TypeShapes* types = nullptr;
 
     /// Model module of each store block; kNone for blocks outside every module.
@@ -37,7 +40,8 @@ struct BuildContext {
     std::string qualifiedName(uint32_t nameIndex) const;
     /// Where the definition of symbol stands in the source; nullptr when the file does not say.
     const ProgramFacts::SourcePosition* positionOf(uint32_t symbol) const;
-    /// The memory a kind 1-4 location with this address space lies in.
+    /// The memory a kind 1-4 location with this address space lies in; asked once the processor's
+    /// family is known, on which it depends.
     MemorySpace spaceOf(uint16_t addressSpace) const;
     /// A location of the given kind, address space and value, for a value of size bytes.
     Location locationOf(uint8_t kind, uint16_t addressSpace, uint32_t value, uint32_t size) const;
@@ -47,9 +51,14 @@ struct BuildContext {
     uint32_t fileOfStatement(uint32_t statement) const;
     /// Says in Program::notes what the file does not make sense of, up to a bound.
     void note(std::string text);
+    /// Ends the notes with how many the bound left out, if any.
+    void closeNotes();
 
 private:
     std::vector<uint32_t> statementFile_;
+    /// Newer files: each symbol's position from t_source_position or t_symbol_position, by symbol.
+    std::vector<ProgramFacts::SourcePosition> newerPositions_;
+    size_t notesLeftOut_ = 0;
 };
 
 } // namespace ubrof::model::detail

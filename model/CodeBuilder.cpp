@@ -37,10 +37,16 @@ void CodeBuilder::build()
 {
     findTopFunctions();
     collectDrafts();
+    indexCode();
+    placeEnds();
+    claimTrailingCode();
     placeEnds();
     emitFunctions();
     emitModuleVariables();
-    emitLines();
+    if (context_.newer)
+        emitNewerLines();
+    else
+        emitLines();
 
     for (uint32_t index = 0; index < program_.functions.size(); ++index) {
         Function& function = program_.functions[index];
@@ -117,6 +123,12 @@ uint32_t CodeBuilder::functionSymbol(uint32_t block)
     }
     const auto found = byText.find(context_.nameText(name));
     return found != byText.end() && usable(found->second) ? found->second : kNone;
+}
+
+uint32_t CodeBuilder::nameIndexOf(const Draft& draft) const
+{
+    return draft.block != kNone ? static_cast<uint32_t>(store_.blockTree.blocks[draft.block].nameIndex)
+                                : store_.symbolTable.symbols[draft.symbol].nameIndex;
 }
 
 void CodeBuilder::collectDrafts()
@@ -212,27 +224,43 @@ void CodeBuilder::collectDrafts()
     drafts_ = std::move(kept);
 }
 
-void CodeBuilder::placeEnds()
+void CodeBuilder::indexCode()
 {
     const std::vector<Run>& runs = context_.facts.writtenRuns;
     const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
-    std::vector<uint32_t> codeSymbols;
     for (uint32_t s = 0; s < symbols.size(); ++s)
         if (!context_.derived[s] && context_.isCodeSymbol(symbols[s]))
-            codeSymbols.push_back(symbols[s].value);
-    std::sort(codeSymbols.begin(), codeSymbols.end());
+            codeSymbols_.push_back(s);
+    std::stable_sort(codeSymbols_.begin(), codeSymbols_.end(),
+                     [&symbols](uint32_t a, uint32_t b) { return symbols[a].value < symbols[b].value; });
     for (uint32_t r = 0; r < runs.size(); ++r)
         if (runs[r].memory == CodeMemory)
             codeRuns_.push_back(r);
     std::stable_sort(codeRuns_.begin(), codeRuns_.end(),
                      [&runs](uint32_t a, uint32_t b) { return runs[a].address < runs[b].address; });
+}
 
+bool CodeBuilder::isLocalLabel(uint32_t symbol) const
+{
+    // Static, and of no type: a branch target inside code (an assembler loop's "??i2a_0").
+    const SymbolRecord& record = store_.symbolTable.symbols[symbol];
+    return record.kind == 4 && record.typeIndex == 0;
+}
+
+void CodeBuilder::placeEnds()
+{
+    const std::vector<Run>& runs = context_.facts.writtenRuns;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     for (size_t i = 0; i < drafts_.size(); ++i) {
         Draft& draft = drafts_[i];
         // Functions never overlap: each ends at the latest where the next one begins.
         const uint64_t window = i + 1 < drafts_.size() ? drafts_[i + 1].entry : uint64_t(1) << 32;
         uint64_t end = draft.entry;
-        if (draft.block != kNone) {
+        // Newer files say how long a function is; its prologue is written before its block opens.
+        const uint32_t said = context_.newer ? newerCodeSize(draft.entry, context_.nameText(nameIndexOf(draft))) : 0;
+        if (said != 0) {
+            end = std::min(uint64_t(draft.entry) + said, window);
+        } else if (draft.block != kNone) {
             bool outside = false;
             for (uint32_t r : draft.runs) {
                 const Run& run = runs[r];
@@ -246,21 +274,77 @@ void CodeBuilder::placeEnds()
                               context_.nameText(static_cast<uint32_t>(store_.blockTree.blocks[draft.block].nameIndex)) +
                               ": code placed outside its entry and the next function is not counted as its own");
         } else {
-            // Known by its symbol only: it runs on to the next symbol or the end of the segment
-            // part it starts, whichever comes first.
+            // Known by its symbol only: it runs over the segment part it starts as the file writes
+            // it, run after run in the same block, each beginning where the last ended (an
+            // assembler module writes one run per instruction), up to the next symbol that begins
+            // something of its own.
             end = window;
-            const auto next = std::upper_bound(codeSymbols.begin(), codeSymbols.end(), draft.entry);
-            if (next != codeSymbols.end())
-                end = std::min<uint64_t>(end, *next);
+            auto next = std::upper_bound(codeSymbols_.begin(), codeSymbols_.end(), draft.entry,
+                                         [&symbols](uint32_t a, uint32_t s) { return a < symbols[s].value; });
+            while (next != codeSymbols_.end() && isLocalLabel(*next))
+                ++next;
+            if (next != codeSymbols_.end())
+                end = std::min<uint64_t>(end, symbols[*next].value);
             uint64_t written = draft.entry;
             const auto after = std::upper_bound(codeRuns_.begin(), codeRuns_.end(), draft.entry,
                                                 [&runs](uint32_t a, uint32_t r) { return a < runs[r].address; });
-            if (after != codeRuns_.begin() && draft.entry < runs[*(after - 1)].end())
-                written = runs[*(after - 1)].end();
+            if (after != codeRuns_.begin() && draft.entry < runs[*(after - 1)].end()) {
+                uint32_t r = *(after - 1);
+                while (r + 1 < runs.size() && runs[r + 1].memory == CodeMemory && runs[r + 1].block == runs[r].block &&
+                       runs[r + 1].address == runs[r].end() && runs[r + 1].end() <= end)
+                    ++r;
+                written = runs[r].end();
+            }
             end = std::min(end, written);
         }
         draft.end = static_cast<uint32_t>(std::min<uint64_t>(end, 0xFFFFFFFF));
     }
+}
+
+void CodeBuilder::claimTrailingCode()
+{
+    // Code a module writes right after a function's block has closed, where that function's code
+    // ends, is the function's tail, reached by jumps from inside it. Where a label stands at its
+    // start, the compiler wrote a piece of its own there, which more than one function may jump
+    // to ("?Subroutine0"): that piece becomes a function known by its label.
+    const std::vector<Run>& runs = context_.facts.writtenRuns;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    std::vector<Draft> pieces;
+    for (size_t i = 0; i < drafts_.size(); ++i) {
+        Draft& draft = drafts_[i];
+        if (draft.block == kNone || draft.runs.empty())
+            continue;
+        const uint64_t window = i + 1 < drafts_.size() ? drafts_[i + 1].entry : uint64_t(1) << 32;
+        uint64_t end = draft.end;
+        const uint32_t last = *std::max_element(draft.runs.begin(), draft.runs.end());
+        if (runs[last].end() != end)
+            continue;
+        for (uint32_t r = last + 1; r < runs.size(); ++r) {
+            const Run& run = runs[r];
+            if (run.memory != CodeMemory)
+                continue; // bytes of another memory end no code
+            if (run.block >= topFunctionOfBlock_.size() || topFunctionOfBlock_[run.block] != kNone ||
+                context_.moduleOfBlock[run.block] != draft.module || run.address != end || run.end() > window)
+                break;
+            const auto label = std::lower_bound(codeSymbols_.begin(), codeSymbols_.end(), run.address,
+                                                [&symbols](uint32_t s, uint32_t a) { return symbols[s].value < a; });
+            if (label != codeSymbols_.end() && symbols[*label].value == run.address && !symbolUsed_[*label]) {
+                symbolUsed_[*label] = true;
+                Draft piece;
+                piece.symbol = *label;
+                piece.module = draft.module;
+                piece.entry = run.address;
+                pieces.push_back(std::move(piece));
+                break;
+            }
+            draft.runs.push_back(r);
+            end = run.end();
+        }
+    }
+    if (pieces.empty())
+        return;
+    drafts_.insert(drafts_.end(), std::make_move_iterator(pieces.begin()), std::make_move_iterator(pieces.end()));
+    std::stable_sort(drafts_.begin(), drafts_.end(), [](const Draft& a, const Draft& b) { return a.entry < b.entry; });
 }
 
 void CodeBuilder::emitFunctions()
@@ -270,9 +354,7 @@ void CodeBuilder::emitFunctions()
     program_.functions.reserve(drafts_.size());
     for (const Draft& draft : drafts_) {
         Function function;
-        const uint32_t name = draft.block != kNone
-                                  ? static_cast<uint32_t>(store_.blockTree.blocks[draft.block].nameIndex)
-                                  : symbols[draft.symbol].nameIndex;
+        const uint32_t name = nameIndexOf(draft);
         function.name = context_.nameText(name);
         function.qualifiedName = context_.qualifiedName(name);
         function.module = draft.module;
@@ -290,6 +372,8 @@ void CodeBuilder::emitFunctions()
                 function.file = position->file < program_.files.size() ? position->file : kNone;
                 function.line = position->line;
             }
+            if (context_.newer)
+                function.stackUse = newerStackUse(draft.symbol);
         }
         program_.functions.push_back(std::move(function));
     }

@@ -32,8 +32,14 @@ private:
 
     void findTopFunctions();
     uint32_t functionSymbol(uint32_t block);
+    uint32_t nameIndexOf(const Draft& draft) const;
     void collectDrafts();
+    void indexCode();
+    bool isLocalLabel(uint32_t symbol) const;
     void placeEnds();
+    /// Gives each function the code its module writes right after it, or makes a function of a
+    /// piece that begins there at a label. Needs the ends placed; they must be placed again after.
+    void claimTrailingCode();
     void emitFunctions();
     void emitBlocksAndVariables(uint32_t function, const Draft& draft);
     void emitModuleVariables();
@@ -42,6 +48,15 @@ private:
     std::vector<LocationRange> rangesOf(const SymbolRecord& symbol, const Location& own, uint32_t size,
                                         uint32_t low, uint32_t high) const;
     void emitLines();
+
+    // Files of format versions 10 and 11 say each function's size, stack use and statement rows
+    // in tags of their own (NewerCode.cpp).
+
+    /// The code bytes the file gives the function at entry named name; 0 when it gives none.
+    uint32_t newerCodeSize(uint32_t entry, const std::string& name);
+    std::vector<std::pair<std::string, uint32_t>> newerStackUse(uint32_t symbol);
+    void emitNewerLines();
+    void noteNewerRecords(const std::vector<bool>& hasRows);
 
     BuildContext& context_;
     const TarnUbrofParser& store_;
@@ -52,9 +67,22 @@ private:
     /// Per module block, built only when a function names itself: its code symbols by text.
     std::unordered_map<uint32_t, std::unordered_map<std::string, uint32_t>> symbolsByText_;
     std::vector<Draft> drafts_;
-    std::vector<uint32_t> codeRuns_; ///< the code runs of the facts, by address
+    std::vector<uint32_t> codeRuns_;    ///< the code runs of the facts, by address
+    std::vector<uint32_t> codeSymbols_; ///< the code symbols the file wrote, by address
     /// Static locals already made variables of their functions: memory, address and name.
     std::vector<std::tuple<MemorySpace, uint32_t, std::string>> statics_;
+
+    /// A function size a newer file gives: rank 0 from t_function_info, 1 from a line program.
+    struct NewerSize {
+        uint32_t address;
+        uint32_t rank;
+        uint32_t nameIndex;
+        uint32_t size;
+    };
+    std::vector<NewerSize> newerSizes_; ///< by address and rank, indexed on first use
+    bool newerSizesIndexed_ = false;
+    std::vector<NewerFormatFacts::StackUse> stackUseBySymbol_; ///< sorted on first use
+    bool stackUseIndexed_ = false;
 };
 
 } // namespace ubrof::model::detail

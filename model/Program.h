@@ -21,12 +21,20 @@ namespace ubrof::model {
 /// "No record" in every index field.
 inline constexpr uint32_t kNone = 0xFFFFFFFF;
 
-/// The three memories a program image lives in; the numbers are the store's memory classes.
+/// The memories a program lives in. Code, Data and Eeprom carry the store's memory classes.
+/// External is the 8051's external data memory (XDATA), a space of its own beside its internal
+/// data whose addresses start at 0 as well; the store has no class for it, and no other family's
+/// variables lie there. Its number is none of the store's classes.
 enum class MemorySpace : uint8_t {
     Code = 1,
     Data = 2,
     Eeprom = 4,
+    External = 0x20,
 };
+
+/// Every memory, in the order listings give them.
+inline constexpr MemorySpace kMemorySpaces[] = {MemorySpace::Code, MemorySpace::Data, MemorySpace::Eeprom,
+                                                MemorySpace::External};
 
 /// The processor families this format was written for; Unknown when the file does not say.
 enum class Family : uint8_t {
@@ -56,6 +64,8 @@ struct MemoryImage {
         uint64_t end = 0;    ///< one past the last byte written
         uint64_t bytes = 0;  ///< bytes written, gaps not counted
         uint32_t runCount = 0;
+        /// The runs' [low, end) spans, merged: no more than the runs they stand for.
+        std::vector<std::pair<uint32_t, uint64_t>> spans;
     };
     std::optional<Extent> extent;
     bool empty() const { return runs.empty() && (!extent || extent->bytes == 0); }
@@ -192,11 +202,13 @@ struct Function {
     uint32_t line = 0;
     std::vector<uint32_t> blocks;    ///< outermost lexical blocks
     std::vector<uint32_t> variables; ///< parameters and locals at function level, parameters first
-    /// Stack bytes used, per stack segment name, when the file records it.
+    /// Stack bytes used, per stack segment name in the order the file lists its segments, when the
+    /// file records it (format versions 10 and 11).
     std::vector<std::pair<std::string, uint32_t>> stackUse;
-    /// False for a function the file names only by its symbol (library code built without
-    /// debug records): it has no blocks, variables or lines, and its end is where the next
-    /// symbol or its module's bytes end.
+    /// False for a function the file names only by its symbol (library or assembler code built
+    /// without debug records, or a piece of code the compiler wrote for several functions to jump
+    /// to, "?Subroutine0"): it has no blocks, variables or lines, and it runs over the bytes its
+    /// module writes there, up to the next symbol that is not a label of a branch inside it.
     bool isDescribed = true;
     uint32_t size() const { return end - entry; }
 };
@@ -206,8 +218,11 @@ struct LineRow {
     uint32_t address = 0;
     uint32_t end = 0;
     uint32_t file = kNone;
+    /// Of a statement over several lines, files of format versions 10 and 11 give the last, where
+    /// the compiler lists its code (a function's entry: the line of its opening brace); older
+    /// files the first.
     uint32_t line = 0;
-    uint32_t column = 0;
+    uint32_t column = 0; ///< from 1; 0 when not known
     uint32_t function = kNone;
     bool isStatement = true; ///< false for code that continues the statement before it
 };
@@ -233,7 +248,9 @@ struct Module {
 
 struct Processor {
     Family family = Family::Unknown;
-    std::string name; ///< as the file records it ("ATmega16"); empty when it does not
+    /// As the file records it ("ATmega16"); for an AVR program that records none, the device
+    /// whose register header its sources include; empty when neither says.
+    std::string name;
 };
 
 struct Program {

@@ -53,19 +53,81 @@ void fillHeader(BuildContext& context)
             }
 }
 
-Family familyOfCpuName(const std::string& name)
+// The AVR device whose register header a source file is ("iom16.h": ATmega16), or empty. Only
+// the prefixes whose device names they stand for without doubt are read.
+std::string avrDeviceOfHeader(const std::string& path)
 {
-    const std::string cpu = lowered(name);
-    // 8051 derivatives named AT89 share the AT prefix of the AVR parts.
-    if (startsWith(cpu, "at89") || startsWith(cpu, "8051") || startsWith(cpu, "cc25") || startsWith(cpu, "cc85"))
-        return Family::I8051;
-    if (startsWith(cpu, "at") || startsWith(cpu, "avr"))
-        return Family::Avr;
-    if (startsWith(cpu, "msp430") || startsWith(cpu, "cc430"))
-        return Family::Msp430;
-    if (startsWith(cpu, "rl78") || startsWith(cpu, "r5f1"))
-        return Family::Rl78;
-    return Family::Unknown;
+    const size_t slash = path.find_last_of("/\\");
+    const std::string name = lowered(path.substr(slash == std::string::npos ? 0 : slash + 1));
+    if (name.size() < 5 || !startsWith(name, "io") || name.compare(name.size() - 2, 2, ".h") != 0)
+        return {};
+    const std::string stem = name.substr(2, name.size() - 4);
+    static const std::pair<const char*, const char*> kPrefixes[] = {
+        {"m", "ATmega"}, {"tn", "ATtiny"}, {"xm", "ATxmega"}, {"usb", "AT90USB"}, {"can", "AT90CAN"}, {"pwm", "AT90PWM"},
+    };
+    for (const auto& [prefix, device] : kPrefixes) {
+        const std::string rest = startsWith(stem, prefix) ? stem.substr(std::string(prefix).size()) : std::string();
+        // A number must follow ("iomacro.h" is no device's), then letters and digits only.
+        if (rest.empty() || !std::isdigit(static_cast<unsigned char>(rest[0])) ||
+            !std::all_of(rest.begin(), rest.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)); }))
+            continue;
+        std::string upper = rest;
+        for (char& c : upper)
+            c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        return device + upper;
+    }
+    return {};
+}
+
+// Files that do not name their CPU still list the device header their sources include: a program
+// includes the register header of the device it is compiled for. "iom16.h" (ATmega16),
+// "ioCC2530.h", "ior5f100le.h", "msp430fr5739.h" name the part. Generic headers ("msp430.h",
+// "io430.h") and family headers ("msp430x14x.h") name none, and a name whose family contradicts
+// what else the file says is no evidence. Several devices: the one most files name, or none on a tie.
+std::string deviceOfHeaders(const TarnUbrofParser& store, Family family)
+{
+    std::map<std::string, size_t> named;
+    for (const SourceFileRecord& file : store.sourceFileTable) {
+        std::string base = lowered(file.name);
+        base = base.substr(base.find_last_of("/\\") == std::string::npos ? 0 : base.find_last_of("/\\") + 1);
+        if (base.size() < 3 || base.compare(base.size() - 2, 2, ".h") != 0)
+            continue;
+        if (const std::string avr = avrDeviceOfHeader(file.name);
+            !avr.empty() && (family == Family::Avr || family == Family::Unknown)) {
+            ++named[avr];
+            continue;
+        }
+        base.resize(base.size() - 2);
+        std::string device;
+        if (startsWith(base, "msp430") && base.size() > 6 && base.find('x', 6) == std::string::npos)
+            device = base;
+        else if (startsWith(base, "io") && base.size() > 2)
+            device = base.substr(2);
+        const bool plain = std::all_of(device.begin(), device.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)); });
+        const bool numbered = std::any_of(device.begin(), device.end(), [](char c) { return std::isdigit(static_cast<unsigned char>(c)); });
+        if (device.empty() || !plain || !numbered)
+            continue;
+        const Family namedFamily = familyOfProcessor(device);
+        if (namedFamily == Family::Unknown || (family != Family::Unknown && namedFamily != family))
+            continue;
+        std::transform(device.begin(), device.end(), device.begin(),
+                       [](char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); });
+        ++named[device];
+    }
+    std::string best;
+    size_t most = 0;
+    bool tied = false;
+    for (const auto& [device, count] : named) {
+        if (count == most)
+            tied = true;
+        if (count > most) {
+            most = count;
+            best = device;
+            tied = false;
+        }
+    }
+    // Two devices named as often leave the part unknown: a wrong device is worse than none.
+    return tied ? std::string() : best;
 }
 
 // The processor as the file says it, strongest evidence first: the CPU it names, the core it
@@ -79,7 +141,7 @@ void fillProcessor(BuildContext& context)
     std::map<std::string, std::string> attributes(program.attributes.begin(), program.attributes.end());
     if (const auto cpu = attributes.find("__cpu_name"); cpu != attributes.end()) {
         processor.name = cpu->second;
-        processor.family = familyOfCpuName(cpu->second);
+        processor.family = familyOfProcessor(cpu->second);
     }
     if (processor.family == Family::Unknown)
         if (const auto core = attributes.find("__core"); core != attributes.end()) {
@@ -127,6 +189,10 @@ void fillProcessor(BuildContext& context)
             else if (memory.name == "__tinyflash" || memory.name == "__hugeflash")
                 processor.family = Family::Avr;
         }
+    if (processor.name.empty())
+        processor.name = deviceOfHeaders(context.store, processor.family);
+    if (processor.family == Family::Unknown && !processor.name.empty())
+        processor.family = familyOfProcessor(processor.name);
     if (processor.family == Family::Unknown) {
         const std::string path = lowered(program.path);
         const std::string extension = path.size() >= 4 ? path.substr(path.size() - 4) : std::string();
@@ -195,9 +261,11 @@ void fillMemories(BuildContext& context)
             extent.low = static_cast<uint32_t>(merged.front().first);
             extent.end = merged.back().second;
             extent.runCount = static_cast<uint32_t>(merged.size());
-            for (const auto& [low, high] : merged)
+            for (const auto& [low, high] : merged) {
                 extent.bytes += high - low;
-            image.extent = extent;
+                extent.spans.emplace_back(static_cast<uint32_t>(low), high);
+            }
+            image.extent = std::move(extent);
         } else {
             // The image holds each address's last write, as the device would after loading.
             image.runs.reserve(merged.size());
@@ -343,6 +411,7 @@ Program buildProgram(const TarnUbrofParser& store, const BuildOptions& options)
         detail::CodeBuilder(context).build();
     }
     fillModuleRanges(context);
+    context.closeNotes();
     return program;
 }
 
@@ -351,6 +420,9 @@ Program loadProgram(const std::string& path, const BuildOptions& options)
     TarnUbrofParser store;
     store.keepFacts = true;
     store.facts.light = options.light;
+    // The model answers what the program holds, whichever version wrote it; only the module
+    // keeps to the versions its host was promised.
+    store.readNewerVersions = true;
     store.initialize();
     switch (store.checkFile(path)) {
     case StoreOk:
@@ -370,7 +442,9 @@ Program loadProgram(const std::string& path, const BuildOptions& options)
     }
     if (result != StoreOk) {
         const uint8_t version = store.fileHeader.versionBytes[0];
-        throw ModelError(path + ": the reader stopped before the file's end" +
+        const std::string why = store.parseError.empty() ? "the reader stopped before the file's end"
+                                                         : store.parseError;
+        throw ModelError(path + ": " + why +
                          (version != 0 ? " (format version " + std::to_string(version) + ")" : std::string()));
     }
     return buildProgram(store, options);

@@ -31,7 +31,8 @@ struct BuildOptions {
 /// the build is light; throws ModelError otherwise.
 Program buildProgram(const TarnUbrofParser& store, const BuildOptions& options = {});
 
-/// Parses path (format versions 10 and 11 included) and builds its program; throws ModelError.
+/// Parses path (format versions 10 and 11 included) and builds its program; throws ModelError,
+/// which says what stopped the reader and at which offset.
 Program loadProgram(const std::string& path, const BuildOptions& options = {});
 
 } // namespace ubrof::model

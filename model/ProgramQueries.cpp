@@ -2,6 +2,7 @@
 #include "model/ProgramQueries.h"
 
 #include <algorithm>
+#include <cctype>
 #include <tuple>
 
 namespace ubrof::model {
@@ -91,11 +92,50 @@ std::vector<SizeEntry> sizesByMemory(const Program& program)
     return entries;
 }
 
+std::vector<MemoryUse> memoryUse(const Program& program)
+{
+    std::vector<MemoryUse> uses;
+    std::vector<std::pair<uint64_t, uint64_t>> spans;
+    for (MemorySpace space : kMemorySpaces) {
+        spans.clear();
+        MemoryUse use;
+        use.space = space;
+        if (const MemoryImage* image = program.memory(space)) {
+            use.written = image->byteCount();
+            for (const ByteRun& run : image->runs)
+                spans.emplace_back(run.address, run.end());
+            if (image->runs.empty() && image->extent)
+                spans.insert(spans.end(), image->extent->spans.begin(), image->extent->spans.end());
+        }
+        for (const Module& module : program.modules)
+            for (const AddressRange& range : module.ranges)
+                if (range.space == space && range.low < range.high)
+                    spans.emplace_back(range.low, range.high);
+        if (spans.empty())
+            continue;
+        std::sort(spans.begin(), spans.end());
+        use.low = static_cast<uint32_t>(spans.front().first);
+        uint64_t low = spans.front().first, end = spans.front().second;
+        for (const auto& span : spans) {
+            if (span.first > end) {
+                use.bytes += end - low;
+                low = span.first;
+            }
+            end = std::max(end, span.second);
+        }
+        use.bytes += end - low;
+        use.end = end;
+        uses.push_back(use);
+    }
+    std::stable_sort(uses.begin(), uses.end(), [](const MemoryUse& a, const MemoryUse& b) { return a.bytes > b.bytes; });
+    return uses;
+}
+
 std::vector<SizeEntry> sizesByModule(const Program& program)
 {
     std::vector<SizeEntry> entries;
     for (uint32_t index = 0; index < program.modules.size(); ++index)
-        for (MemorySpace space : {MemorySpace::Code, MemorySpace::Data, MemorySpace::Eeprom}) {
+        for (MemorySpace space : kMemorySpaces) {
             const uint64_t bytes = program.modules[index].size(space);
             if (bytes != 0)
                 entries.push_back({program.modules[index].name, space, bytes, index});
@@ -115,14 +155,68 @@ std::vector<SizeEntry> sizesByFunction(const Program& program)
     return entries;
 }
 
+std::vector<std::string> stackSegments(const Program& program)
+{
+    std::vector<std::string> segments;
+    for (const Function& function : program.functions)
+        for (const auto& [segment, bytes] : function.stackUse)
+            if (bytes != 0 && std::find(segments.begin(), segments.end(), segment) == segments.end())
+                segments.push_back(segment);
+    std::sort(segments.begin(), segments.end());
+    return segments;
+}
+
+uint32_t stackUse(const Function& function, const std::string& segment)
+{
+    uint32_t bytes = 0;
+    for (const auto& [name, used] : function.stackUse)
+        if (name == segment)
+            bytes += used;
+    return bytes;
+}
+
+std::vector<StackEntry> stackUseByFunction(const Program& program)
+{
+    std::vector<StackEntry> entries;
+    for (uint32_t index = 0; index < program.functions.size(); ++index)
+        for (const auto& [segment, bytes] : program.functions[index].stackUse)
+            if (bytes != 0)
+                entries.push_back({segment, index, bytes});
+    const std::vector<Function>& functions = program.functions;
+    std::stable_sort(entries.begin(), entries.end(), [&functions](const StackEntry& a, const StackEntry& b) {
+        return std::tie(a.segment, b.bytes, functions[a.function].qualifiedName) <
+               std::tie(b.segment, a.bytes, functions[b.function].qualifiedName);
+    });
+    return entries;
+}
+
 const char* spaceName(MemorySpace space)
 {
     switch (space) {
     case MemorySpace::Code: return "code";
     case MemorySpace::Data: return "data";
     case MemorySpace::Eeprom: return "eeprom";
+    case MemorySpace::External: return "xdata";
     }
     return "unknown";
+}
+
+Family familyOfProcessor(const std::string& name)
+{
+    std::string cpu = name;
+    for (char& c : cpu)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const auto startsWith = [&cpu](const char* prefix) { return cpu.rfind(prefix, 0) == 0; };
+    // 8051 derivatives named AT89 share the AT prefix of the AVR parts.
+    if (startsWith("at89") || startsWith("8051") || startsWith("cc25") || startsWith("cc85"))
+        return Family::I8051;
+    if (startsWith("at") || startsWith("avr"))
+        return Family::Avr;
+    if (startsWith("msp430") || startsWith("cc430"))
+        return Family::Msp430;
+    if (startsWith("rl78") || startsWith("r5f1"))
+        return Family::Rl78;
+    return Family::Unknown;
 }
 
 const char* familyName(Family family)

@@ -47,8 +47,11 @@ int16_t TarnUbrofParser::parseFile(const std::string& path)
                        lineTable, fileIndex, fileLineRanges);
         if (keepFacts)
             reader.keepFacts(&facts);
-        if (reader.parse(path.c_str()) != 1)
+        reader.acceptNewerVersions(readNewerVersions);
+        if (reader.parse(path.c_str()) != 1) {
+            parseError = reader.describeFailure();
             return StoreNotUbrof;
+        }
     }
     buildCodeAreas();
     createMemberSymbols();

@@ -173,6 +173,11 @@ public:
     /// that a debugger host does not pay for tables it never asks about.
     ProgramFacts facts;
     bool keepFacts = false;
+    /// Format versions 10 and 11 are read only when this is set before the parse; the module
+    /// reads them when its host opts in, the program model always.
+    bool readNewerVersions = false;
+    /// What made the last parse fail and where, for messages; empty after success.
+    std::string parseError;
 
 private:
     /// An address range [low, high) of the scope at position in its list.

@@ -9,7 +9,9 @@
 
 namespace ubrof {
 
-UbrofParser::UbrofParser(const std::string& path)
+UbrofParser::UbrofParser(const std::string& path) : UbrofParser(path, UbrofParseOptions{}) {}
+
+UbrofParser::UbrofParser(const std::string& path, const UbrofParseOptions& options)
 try : store(boost::make_shared<TarnUbrofParser>())
 {
     using tarn::CoreException;
@@ -23,10 +25,17 @@ try : store(boost::make_shared<TarnUbrofParser>())
             ErrorCode::ObjectfileParseFailed,
             "Failed to initialize Nordic Parser. The file %s was not recognized as a Nordic Object file",
             path.c_str()));
-    if (store->parseFile(path) != 0)
+    store->readNewerVersions = options.readNewerVersions;
+    if (store->parseFile(path) != 0) {
+        // A host that opted in to the newer versions also learns why a file was refused.
+        if (options.readNewerVersions && !store->parseError.empty())
+            throw CoreException(boost::make_shared<Status>(ErrorCode::ObjectfileParseFailed,
+                                                           "Failed to parse nordic object file %s: %s.",
+                                                           path.c_str(), store->parseError.c_str()));
         throw CoreException(boost::make_shared<Status>(ErrorCode::ObjectfileParseFailed,
                                                        "Failed to parse nordic object file %s.",
                                                        path.c_str()));
+    }
 } catch (const tarn::CoreException&) {
     throw;
 } catch (const std::exception& e) {

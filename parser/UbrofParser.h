@@ -10,10 +10,17 @@ namespace ubrof {
 
 class TarnUbrofParser;
 
+/// How a host wants its files read.
+struct UbrofParseOptions {
+    /// Read format versions 10 and 11 too; a failure then also says what went wrong and where.
+    bool readNewerVersions = false;
+};
+
 class UbrofParser : public tarn::IObjectfileParser {
 public:
     /// Throws tarn::CoreException, and no other exception, when the file cannot be checked or parsed.
     explicit UbrofParser(const std::string& path);
+    UbrofParser(const std::string& path, const UbrofParseOptions& options);
     UbrofParser(const UbrofParser&) = default;
     UbrofParser& operator=(const UbrofParser&) = default;
     ~UbrofParser() override = default;

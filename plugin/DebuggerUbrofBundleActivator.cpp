@@ -1,21 +1,26 @@
 // The module's entry: the class-loader manifest and the activator that registers the parser factory.
 #include "plugin/DebuggerUbrofBundleActivator.h"
 
-#include "parser/UbrofParser.h"
-#include "plugin/ObjectfileParserFactoryImpl.h"
 #include "plugin/OspClassFactoryManager.h"
+#include "plugin/UbrofParserFactory.h"
 
 #include <Poco/ClassLibrary.h>
 #include <boost/make_shared.hpp>
 
 namespace ubrof {
 
-using UbrofParserFactory = tarn::ObjectfileParserFactoryImpl<UbrofParser>;
-
 void DebuggerUbrofBundleActivator::start(Poco::OSP::BundleContext::Ptr context)
 {
+    // The factory outlives this manager; it reads the preferences through one of its own.
+    auto preferences = [context](const std::string& key) {
+        try {
+            return tarn::OspClassFactoryManager(context).getPreference(key);
+        } catch (const Poco::Exception&) {
+            return std::string(); // a platform without preferences: every setting at its default
+        }
+    };
     tarn::OspClassFactoryManager manager(context);
-    manager.registerClassFactory<UbrofParserFactory>(boost::make_shared<UbrofParserFactory>());
+    manager.registerClassFactory<UbrofParserFactory>(boost::make_shared<UbrofParserFactory>(preferences));
 }
 
 void DebuggerUbrofBundleActivator::stop(Poco::OSP::BundleContext::Ptr) {}

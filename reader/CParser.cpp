@@ -2,6 +2,8 @@
 #include "reader/CParser.h"
 
 #include "reader/ReaderError.h"
+#include "reader/TagCodes.h"
+#include "reader/VarNumber.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,6 +12,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+
+#include <cinttypes>
 
 namespace ubrof {
 
@@ -67,7 +71,7 @@ int CParser::parse(const char* path)
     next_ = end_ = block_.get();
     blockOffset_ = 0;
     lastError_ = nullptr;
-    lastErrorDetail_.clear();
+    failure_ = Failure{};
 
     auto closeFile = [this] {
         ::close(file_);
@@ -75,19 +79,36 @@ int CParser::parse(const char* path)
     };
     try {
         for (;;) {
+            failure_.tagOffset = tell();
+            failure_.tagCode = -1;
             const uint8_t code = static_cast<uint8_t>(readByte());
+            failure_.tagCode = code;
+            if (tagObserver_)
+                tagObserver_(failure_.tagOffset, code);
             if (const TagEntry* entry = tagIndex_[code]) {
+                const uint64_t end = isNewerFormat() ? declaredEnd(code) : 0;
                 if ((this->*entry->handler)() != 0)
                     throw ReaderError{kTagProcessingError};
+                if (end != 0 && tell() != end)
+                    failTag("its length says it ends at offset " + std::to_string(end) + ", its fields at " +
+                            std::to_string(tell()));
                 if (code == 0xFF)
                     break;
-            } else if (!skipUnknownTag(code)) {
+            } else if (!readNewerTag(code) && !skipUnknownTag(code)) {
                 throw ReaderError{kUnknownTag};
             }
         }
+        // Versions 10 and 11 end at their last byte in every known file. A t_ubrof_eof with more
+        // after it is a read out of step that met a 0xFF, which would otherwise lose the rest.
+        if (isNewerFormat() && remaining() != 0)
+            failTag(std::to_string(remaining()) + " bytes follow the end of the file's tags");
+        if (isNewerFormat() && facts_)
+            facts_->newer.endOffset = tell();
+        failure_ = Failure{};
     } catch (const ReaderError& error) {
         lastError_ = error.text;
-        lastErrorDetail_ = error.detail;
+        if (!error.detail.empty())
+            failure_.detail = error.detail;
         closeFile();
         return 0;
     } catch (...) {
@@ -113,6 +134,12 @@ int CParser::skipUnknownTag(uint8_t code)
             const uint32_t count = readWord32();
             // A count beyond what is left can only end in a failed read.
             if (count > remaining())
+                throw ReaderError{kUnexpectedEndOfFile};
+            skipBytes(static_cast<int32_t>(count));
+        } else if (skip == 0xFC && isNewerFormat()) {
+            // Versions 10 and 11 count the bytes with a variable-length number.
+            const uint32_t count = readVarNumber();
+            if (count > remaining() || count > uint32_t(INT32_MAX))
                 throw ReaderError{kUnexpectedEndOfFile};
             skipBytes(static_cast<int32_t>(count));
         } else
@@ -142,6 +169,18 @@ void CParser::refill()
     if (got == 0)
         throw ReaderError{kUnexpectedEndOfFile};
     end_ = block_.get() + got;
+}
+
+uint32_t CParser::readVarNumber()
+{
+    VarNumber number;
+    do {
+        if (!number.add(static_cast<uint8_t>(readByte())))
+            failTag("a variable-length number longer than five bytes");
+    } while (!number.complete());
+    if (!number.fitsUnsigned())
+        failTag("a variable-length number beyond 32 bits");
+    return number.value();
 }
 
 void CParser::readBytes(uint8_t* destination, uint32_t count)
@@ -238,6 +277,44 @@ void CParser::checkImageBudget(uint64_t offset) const
         throw ReaderError{kOutOfMemory, "the memory images would take more than " + std::to_string(imageBudget()) +
                                             " bytes (four times the file and 64 MiB) at file offset " +
                                             std::to_string(offset)};
+}
+
+uint32_t CParser::readTypeIndex()
+{
+    if (!isNewerFormat())
+        return readWord16();
+    const uint32_t index = readVarNumber();
+    if (index > 0xFFFF)
+        failTag("type index " + std::to_string(index) + " beyond the 65536 a file can have");
+    return index;
+}
+
+void CParser::failTag(std::string detail)
+{
+    failure_.detail = std::move(detail);
+    throw ReaderError{kTagProcessingError};
+}
+
+std::string CParser::describeFailure() const
+{
+    if (!lastError_)
+        return std::string();
+    std::string text = lastError_;
+    char where[96];
+    if (failure_.tagCode < 0) {
+        std::snprintf(where, sizeof where, " at offset %" PRIu64 ", where a tag should begin", failure_.tagOffset);
+        return text + where;
+    }
+    const uint8_t code = static_cast<uint8_t>(failure_.tagCode);
+    const char* name = tagName(code);
+    if (!name)
+        name = newerTagName(code);
+    std::snprintf(where, sizeof where, " in tag 0x%02X%s%s%s at offset %" PRIu64, code, name ? " (" : "",
+                  name ? name : "", name ? ")" : "", failure_.tagOffset);
+    text += where;
+    if (!failure_.detail.empty())
+        text += ": " + failure_.detail;
+    return text;
 }
 
 void CParser::dropLastLineRecord()

@@ -4,11 +4,14 @@
 #include "reader/BlockTree.h"
 #include "reader/DMemory.h"
 #include "reader/LineTable.h"
+#include "reader/NewerState.h"
 #include "reader/ProgramFacts.h"
 #include "reader/Records.h"
 #include "reader/TypeTable.h"
 
 #include <cstdint>
+#include <cstdio>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -30,6 +33,15 @@ public:
     /// The 38 tags the reader knows, in table order.
     static const TagEntry tagTable[];
 
+    struct NewerTagEntry {
+        uint32_t code;
+        int32_t skipCode; ///< the skip code a file must declare for the tag; -1 for none
+        Handler handler;
+        const char* name;
+    };
+    /// The tags only versions 10 and 11 define (reader/NewerTags.def).
+    static const NewerTagEntry newerTagTable[];
+
     CParser(UbrofFileHeader& fileHeader, NameTable& nameTable, TypeTable& typeTable,
             std::vector<GroupRecord>& groupTable, std::vector<ModuleRecord>& moduleTable,
             BlockTree& blockTree, SymbolTable& symbolTable, DMemory& codeMemory,
@@ -45,11 +57,31 @@ public:
 
     /// The reader's text for the last failed parse, nullptr after success; for diagnostics.
     const char* lastError() const { return lastError_; }
-    /// For a failure at one of the reader's limits, which limit and at which offset of the file.
-    const std::string& lastErrorDetail() const { return lastErrorDetail_; }
 
     /// Where to keep the facts only the program model reads; none are kept without it.
     void keepFacts(ProgramFacts* facts) { facts_ = facts; }
+
+    /// Lets the parse read format versions 10 and 11; without it they fail at t_version, as
+    /// every version from 9 on does.
+    void acceptNewerVersions(bool accept) { newer_.accepted = accept; }
+
+    /// Where the last failed parse stopped, for messages that say what and where: the offset
+    /// and code of the tag being read, and what its handler found wrong when it said.
+    struct Failure {
+        uint64_t tagOffset = 0;
+        int32_t tagCode = -1; ///< -1 when the parse never reached a tag
+        std::string detail;
+    };
+    const Failure& failure() const { return failure_; }
+    /// The error text with the failure's tag, offset and detail; empty after success.
+    std::string describeFailure() const;
+
+    /// Called with the offset and code of every tag the parse reaches; for tests and tools
+    /// that need to know where the tags of a file start.
+    void observeTags(std::function<void(uint64_t offset, uint8_t code)> observer)
+    {
+        tagObserver_ = std::move(observer);
+    }
 
 private:
     // Byte-stream primitives: the only code that touches the file. Each raises
@@ -86,6 +118,10 @@ private:
     std::string readString(uint32_t count);
     /// readString without a string of its own: the view holds until the next readText.
     std::string_view readText(uint32_t count);
+    /// A variable-length number of versions 10 and 11: seven bits a byte, the lowest first, a
+    /// set top bit announcing another byte. Raises ReaderError(kTagProcessingError) when the
+    /// value does not fit 32 bits.
+    uint32_t readVarNumber();
     void skipBytes(int32_t count);
     uint64_t tell() const { return blockOffset_ + uint64_t(next_ - block_.get()); }
     void seek(uint64_t position);
@@ -99,6 +135,35 @@ private:
     static constexpr uint32_t kBlockSize = 64 * 1024;
 
     int skipUnknownTag(uint8_t code);
+    /// Reads a tag that only versions 10 and 11 define; false when the file is older or the
+    /// tag is not one of them, so that the skip rule decides.
+    bool readNewerTag(uint8_t code);
+    /// Where a tag with a handler ends by the length its skip code puts before its fields
+    /// (versions 10 and 11 check it: a read out of step rarely gets it right); 0 for none.
+    uint64_t declaredEnd(uint8_t code);
+    /// A t_type operand that names a type: 16 bits, or from version 10 on a variable-length
+    /// number, which must still fit the 16 bits every type index of the store has.
+    uint32_t readTypeIndex();
+    /// Fails the current tag with a detail that says what was wrong.
+    [[noreturn]] void failTag(std::string detail);
+
+    // Versions 10 and 11 (reader/NewerTags.cpp): hooks of the older handlers.
+    bool isNewerFormat() const { return newer_.formatVersion >= 10; }
+    void noteCodeOrigin(uint32_t address);
+    void noteCodeBytes(uint32_t count);
+    void noteSymbolDefined(uint32_t symbol);
+    void noteBlockBegun(uint32_t block);
+    void noteModuleBegun();
+    void noteModuleEnded();
+    void readNewerSegmentInfo();
+    /// A body counted by a variable-length number, as skip code 0xFC declares it.
+    std::vector<uint8_t> readCountedBody();
+    /// Keeps a note of something not understood, at a file offset, when facts are kept.
+    void note(uint64_t offset, std::string text);
+    void placeLineProgram(const LineProgramRecord& record, uint64_t offset);
+    /// Why t_version refuses a format version.
+    static std::string refusedVersionReason(uint8_t version, bool newerAccepted);
+    void appendLineRecords(uint32_t block, const std::vector<PlacedStatement>& rows, uint32_t end);
 
     /// Moves count bytes of the stream into image at address, within the images' budget.
     void writeImage(DMemory& image, uint32_t address, uint32_t count)
@@ -162,6 +227,9 @@ private:
 #define UBROF_TAG(code, name, handler) int handler();
 #include "reader/Tags.def"
 #undef UBROF_TAG
+#define UBROF_NEWER_TAG(code, name, skipCode, handler) int handler();
+#include "reader/NewerTags.def"
+#undef UBROF_NEWER_TAG
 
     // The stream: the block holds the file's bytes from blockOffset_ on, up to end_.
     const char* fileName_ = nullptr;
@@ -172,8 +240,9 @@ private:
     const uint8_t* end_ = nullptr;
     uint64_t blockOffset_ = 0;
     const char* lastError_ = nullptr;
-    std::string lastErrorDetail_;
     std::string textScratch_; ///< what readText's view shows
+    Failure failure_;
+    std::function<void(uint64_t, uint8_t)> tagObserver_;
 
     const TagEntry* tagIndex_[256] = {};
     std::vector<std::pair<uint8_t, uint8_t>> skipInfo_; ///< (tag code, skip code) in file order
@@ -207,6 +276,7 @@ private:
     int32_t currentFile = -1;
     std::map<std::string, uint32_t> embeddedNameCounts;
     uint32_t embeddedCopies = 0; ///< embedded sources written to disk by this parse
+    NewerState newer_;             ///< what the tags of versions 10 and 11 carry from tag to tag
 
 public:
     /// Embedded sources written by one parse at the most.

@@ -34,8 +34,11 @@ int CParser::handleVersion()
     uint8_t version[3];
     readBytes(version, sizeof version);
     std::memcpy(fileHeader_.versionBytes.data(), version, sizeof version);
-    if (version[0] >= 9)
+    if (version[0] >= 9 && !(newer_.accepted && (version[0] == 10 || version[0] == 11))) {
+        failure_.detail = refusedVersionReason(version[0], newer_.accepted);
         return 1;
+    }
+    newer_.formatVersion = version[0];
     const uint32_t pairs = readByte();
     for (uint32_t i = 0; i < pairs; ++i) {
         const uint8_t tag = static_cast<uint8_t>(readByte());
@@ -47,6 +50,10 @@ int CParser::handleVersion()
 
 int CParser::handleSegInfo()
 {
+    if (isNewerFormat()) {
+        readNewerSegmentInfo();
+        return 0;
+    }
     skipBytes(4);
     const uint32_t segments = readWord16();
     for (uint32_t i = 0; i < segments; ++i) {
@@ -101,6 +108,7 @@ int CParser::handleBegLib()
     const uint8_t hidden = module.name.compare(0, 1, "?") == 0 ? 1 : 0;
     moduleTable_.push_back(std::move(module));
     blockTree_.addBlock(ModuleBlock, static_cast<int32_t>(moduleTable_.size() - 1), hidden, -1);
+    noteModuleBegun();
     recordContext = 2;
     pendingLineRecord = false;
     return 0;
@@ -113,6 +121,7 @@ int CParser::handleBegPgm()
 
 int CParser::handleEnd()
 {
+    noteModuleEnded();
     blockTree_.closeBlock();
     recordContext = 0;
     skipBytes(2);
@@ -148,7 +157,8 @@ int CParser::handleAux1()
 {
     const uint16_t versionCode = static_cast<uint16_t>(readWord16());
     std::string text = readString(readByte());
-    if ((versionCode & ~0x1FFu) != 0x5A00)
+    // Versions 10 and 11 use other codes too (0x2000, 0x2B00, ...): there the code is no check.
+    if ((versionCode & ~0x1FFu) != 0x5A00 && !isNewerFormat())
         return 1;
     const double version = std::atof(text.c_str());
     if (!moduleTable_.empty()) {
@@ -177,6 +187,7 @@ int CParser::handleOrg()
         memoryClass = 4;
     } else {
         codeAddress = address;
+        noteCodeOrigin(address);
         memoryClass = 1;
     }
     if (facts_)
@@ -206,6 +217,7 @@ int CParser::handleAbsVar()
     } else {
         completesStatement = pendingLineRecord;
         completePendingLineRecord(count);
+        noteCodeBytes(count);
     }
     // An empty t_abs_var writes nothing, so it must not widen the image's range either
     // (at address 0 that range would wrap to cover the whole address space).

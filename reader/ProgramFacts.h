@@ -2,6 +2,8 @@
 // that the store's own tables have no place for. Nothing the module answers is read from here.
 #pragma once
 
+#include "reader/NewerFacts.h"
+
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -20,7 +22,8 @@ struct ProgramFacts {
 
     /// Set before the parse when only a light model will be built: written runs then keep their
     /// module and not their block or statement, so that a module's code is a handful of runs
-    /// instead of one per statement, and no source positions are kept.
+    /// instead of one per statement, and no source positions are kept; nor, in files of format
+    /// versions 10 and 11, positions, stack use, function sizes or statement rows.
     bool light = false;
 
     /// Bytes that t_abs_var tags wrote at consecutive addresses of one memory, while one block
@@ -68,6 +71,11 @@ struct ProgramFacts {
 
     /// Symbols the reader made rather than read: the plain-named twin of an "_A_" register.
     std::vector<uint32_t> derivedSymbols; ///< ascending
+
+    // ---- Files of format versions 10 and 11.
+
+    /// What only files of format versions 10 and 11 carry (reader/NewerFacts.h).
+    NewerFormatFacts newer;
 
 private:
     uint8_t originsSet_ = 0; ///< memory classes whose next write follows a t_org

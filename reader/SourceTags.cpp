@@ -4,6 +4,7 @@
 #include "reader/EmbeddedSourceFile.h"
 #include "reader/OleDate.h"
 #include "reader/ReaderError.h"
+#include "reader/SourceFiles.h"
 
 #include <boost/filesystem.hpp>
 
@@ -32,7 +33,8 @@ std::string finalComponent(const std::string& name)
     return separator == std::string::npos ? name : name.substr(separator + 1);
 }
 
-/// The index of the file, appending the record only when no spelling of its name is known yet.
+} // namespace
+
 uint32_t registerSourceFile(FileIndex& fileIndex, std::vector<SourceFileRecord>& sourceFiles,
                             SourceFileRecord record)
 {
@@ -46,14 +48,11 @@ uint32_t registerSourceFile(FileIndex& fileIndex, std::vector<SourceFileRecord>&
     return index;
 }
 
-/// Maps the open module's file reference number to a source file.
 void setModuleFile(BlockTree& tree, uint32_t reference, uint32_t file)
 {
     if (tree.currentTopLevel >= 0)
         tree.setModuleFile(static_cast<uint32_t>(tree.currentTopLevel), reference, file);
 }
-
-} // namespace
 
 int CParser::handleFileRef()
 {

@@ -156,9 +156,10 @@ int CParser::handleSymbolDef2()
     const uint16_t addressSpace = static_cast<uint16_t>(readWord16());
     const uint32_t value = readWord32();
     const uint32_t nameIndex = readWord32();
-    const uint16_t typeIndex = static_cast<uint16_t>(readWord16());
+    const uint16_t typeIndex = static_cast<uint16_t>(readTypeIndex());
     registerDefinition();
     appendSymbol(kind, addressSpace, value, typeIndex, nameIndex);
+    noteSymbolDefined(static_cast<uint32_t>(symbolTable_.symbols.size() - 1));
     const uint32_t locationCount = readWord16();
     readLocationEntries(locationCount);
     skipBytes(1);
@@ -273,6 +274,7 @@ int CParser::handleBlockBegin3()
         record.kind = FunctionBlock;
     recordContext = 2;
     startNewLineRange = true;
+    noteBlockBegun(block);
     return 0;
 }
 

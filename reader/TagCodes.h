@@ -12,6 +12,13 @@ enum class Tag : uint8_t {
 #undef UBROF_TAG
 };
 
+/// The tags only format versions 10 and 11 define.
+enum class NewerTag : uint8_t {
+#define UBROF_NEWER_TAG(code, name, skipCode, handler) name = code,
+#include "reader/NewerTags.def"
+#undef UBROF_NEWER_TAG
+};
+
 constexpr size_t kTagCount = 0
 #define UBROF_TAG(code, name, handler) +1
 #include "reader/Tags.def"
@@ -28,6 +35,19 @@ constexpr const char* tagName(uint8_t code)
         return #name;
 #include "reader/Tags.def"
 #undef UBROF_TAG
+    }
+    return nullptr;
+}
+
+/// The name of a tag that only format versions 10 and 11 define ("t_line_program"), or nullptr.
+constexpr const char* newerTagName(uint8_t code)
+{
+    switch (code) {
+#define UBROF_NEWER_TAG(code, name, skipCode, handler) \
+    case code:                                         \
+        return #name;
+#include "reader/NewerTags.def"
+#undef UBROF_NEWER_TAG
     }
     return nullptr;
 }

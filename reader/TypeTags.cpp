@@ -14,7 +14,7 @@ int CParser::handleDefPtrTypes()
 
 int CParser::handleType()
 {
-    const uint32_t index = readWord16();
+    const uint32_t index = readTypeIndex();
     TypeRecord record;
     record.kind = readByte();
 
@@ -32,14 +32,14 @@ int CParser::handleType()
         record.op4 = count;
         record.op5 = static_cast<uint32_t>(typeTable_.parameterTypes.size());
         for (uint32_t i = 0; i < count; ++i)
-            typeTable_.parameterTypes.push_back(readWord16());
+            typeTable_.parameterTypes.push_back(readTypeIndex());
     };
 
     const uint32_t kind = record.kind;
     if (kind == 15 || (kind >= 23 && kind <= 34) || (kind >= 37 && kind <= 40) || kind == 53) {
-        record.op1 = readWord16();
+        record.op1 = readTypeIndex();
     } else if (kind == 16 || kind == 41) {
-        record.op1 = readWord16();
+        record.op1 = readTypeIndex();
         record.op2 = readWord32();
         record.op3 = kind == 16 ? readWord16() : readWord32();
     } else if (kind == 17 || kind == 18) {
@@ -53,7 +53,7 @@ int CParser::handleType()
             if (kind == 17)
                 member.offset = readWord32();
             member.nameIndex = readName();
-            member.typeIndex = readWord16();
+            member.typeIndex = readTypeIndex();
             typeTable_.members.push_back(member);
         }
     } else if (kind == 52) {
@@ -67,36 +67,36 @@ int CParser::handleType()
             MemberRecord member;
             member.offset = readWord32();
             member.nameIndex = readWord32();
-            member.typeIndex = readWord16();
+            member.typeIndex = readTypeIndex();
             member.attribute = readWord32();
             typeTable_.members.push_back(member);
         }
     } else if (kind == 19) {
         record.op1 = readByte();
         record.op2 = readByte();
-        record.op3 = readWord16();
+        record.op3 = readTypeIndex();
     } else if (kind == 20) {
-        record.op1 = readWord16();
+        record.op1 = readTypeIndex();
         record.op2 = readByte();
         readParameters(readByte());
     } else if (kind == 35) {
-        record.op1 = readWord16();
+        record.op1 = readTypeIndex();
         record.op2 = readByte();
         record.op3 = readWord32();
         readParameters(readByte());
     } else if (kind == 21) {
         record.op1 = readByte();
-        record.op2 = readWord16();
+        record.op2 = readTypeIndex();
     } else if (kind == 36) {
         record.op1 = readWord32();
-        record.op2 = readWord16();
+        record.op2 = readTypeIndex();
     } else if (kind == 42 || kind == 43) {
         record.op1 = readByte();
-        record.op2 = readWord16();
+        record.op2 = readTypeIndex();
         record.op3 = readWord32();
         skipBytes(static_cast<int32_t>(readByte()));
     } else if (kind == 44 || kind == 51) {
-        record.op1 = readWord16();
+        record.op1 = readTypeIndex();
         record.op2 = kind == 44 ? readName() : readWord32();
         record.op3 = readWord32();
         record.op4 = static_cast<uint32_t>(typeTable_.enumConstants.size());
@@ -107,11 +107,11 @@ int CParser::handleType()
             typeTable_.enumConstants.push_back(constant);
         }
     } else if (kind == 49) {
-        record.op1 = readWord16();
+        record.op1 = readTypeIndex();
         record.op2 = readWord32();
     } else if (kind == 50) {
-        record.op1 = readWord16();
-        record.op2 = readWord16();
+        record.op1 = readTypeIndex();
+        record.op2 = readTypeIndex();
         skipBytes(2);
     }
     // Other kinds carry no operands; a cut-short record never gets here, so it is never stored.

@@ -46,8 +46,22 @@ struct WriterSymbol {
 };
 
 struct WriterSegmentInfo {
+    /// A segment with rangeCount ranges of zeros.
+    WriterSegmentInfo(std::string segmentName, uint16_t zeroRanges = 0)
+        : name(std::move(segmentName)), rangeCount(zeroRanges)
+    {
+    }
+    /// A segment with its ranges, (address, size) each, and the byte that leads its entry.
+    WriterSegmentInfo(std::string segmentName, std::vector<std::pair<uint32_t, uint32_t>> segmentRanges,
+                      uint8_t leadingByte = 0)
+        : name(std::move(segmentName)), ranges(std::move(segmentRanges)), memoryType(leadingByte)
+    {
+    }
+
     std::string name;
-    uint16_t rangeCount = 0;
+    uint16_t rangeCount = 0; ///< zero-filled ranges, when `ranges` is empty
+    std::vector<std::pair<uint32_t, uint32_t>> ranges;
+    uint8_t memoryType = 0;
 };
 
 struct WriterStructMember {
@@ -73,6 +87,78 @@ struct WriterIndexedEnumValue {
     uint32_t value = 0;
 };
 
+/// Appends a variable-length number of versions 10 and 11: seven bits a byte, the lowest first.
+void appendVarNumber(std::vector<uint8_t>& out, uint32_t value);
+/// Appends a signed one: bit 0x40 of the last byte is the sign.
+void appendSignedVarNumber(std::vector<uint8_t>& out, int32_t value);
+
+/// A source file of t_source_files.
+struct WriterSourceFile {
+    std::string name;
+    uint32_t directory = 0; ///< from 1 into the directories; 0 for none
+    uint32_t lines = 0;
+    WriterDate date;
+};
+
+/// A module's t_source_files: its directories and files, then its include tree, step by step.
+struct WriterSourceFiles {
+    std::vector<std::string> directories;
+    std::vector<WriterSourceFile> files;
+    std::vector<uint8_t> tree;
+
+    /// At `line` of the current file (0 for the first file), file `file` (from 0) is included.
+    WriterSourceFiles& include(uint32_t line, uint32_t file)
+    {
+        tree.push_back(1);
+        appendVarNumber(tree, line);
+        appendVarNumber(tree, file);
+        return *this;
+    }
+    /// The current file ends.
+    WriterSourceFiles& end()
+    {
+        tree.push_back(2);
+        return *this;
+    }
+};
+
+/// The bytes of one function's line program, for the parameters lineProgramHeader() writes.
+class WriterLineProgram {
+public:
+    /// A row `units` address units after the last one, `lines` below it, its columns moved:
+    /// the two-byte form when the moves fit it, the single opcodes before it when they do not.
+    WriterLineProgram& row(uint32_t units, int32_t lines = 0, int32_t startColumn = 0, int32_t endColumn = 0);
+    WriterLineProgram& advance(uint32_t units);     ///< 0x02
+    WriterLineProgram& line(int32_t delta);         ///< 0x03
+    WriterLineProgram& spans(uint32_t extraLines);  ///< 0x04: the next row ends that many lines lower
+    WriterLineProgram& startColumn(int32_t delta);  ///< 0x05
+    WriterLineProgram& endColumn(int32_t delta);    ///< 0x06
+    WriterLineProgram& longAdvance();               ///< 0x07: 17 units
+    WriterLineProgram& kind(uint32_t code);         ///< 0x08: 3 entry, 4 call, 12 return point
+    WriterLineProgram& noFallThrough();             ///< 0x09
+    WriterLineProgram& branch(int32_t rows);        ///< 0x0A
+    WriterLineProgram& calls(uint32_t nameIndex);   ///< 0x0D
+    WriterLineProgram& extended(const std::vector<uint8_t>& block); ///< 0x00: counted, first byte the sub-op
+    /// Any byte, for opcodes the reader must not understand.
+    WriterLineProgram& byte(uint8_t value);
+
+    std::vector<uint8_t> bytes;
+};
+
+/// One function's t_line_program record.
+struct WriterFunctionLines {
+    uint32_t nameIndex = 0; ///< written as the record's name number, the index plus one
+    uint32_t units = 0;     ///< code size in address units
+    uint32_t form = 2;
+    uint32_t order = 0;
+    uint32_t line = 1;      ///< the function's extent, in the module's global lines
+    uint32_t column = 1;
+    uint32_t extraLines = 0;
+    uint32_t lastColumn = 1;
+    std::vector<uint8_t> program;
+    uint32_t header = 0;
+};
+
 class UbrofWriter {
 public:
     using Date = WriterDate;
@@ -93,6 +179,13 @@ public:
     /// A text with a one-byte count.
     UbrofWriter& text8(const std::string& text);
     UbrofWriter& tag(uint8_t code);
+    /// A variable-length number of versions 10 and 11, and its signed form.
+    UbrofWriter& vnum(uint32_t value);
+    UbrofWriter& svnum(int32_t value);
+    /// A type index: 16 bits, or a variable-length number once version() said 10 or 11.
+    UbrofWriter& typeIndex(uint32_t index);
+    /// A tag whose body is counted by a variable-length number (skip code 0xFC).
+    UbrofWriter& counted(uint8_t code, const std::vector<uint8_t>& body);
 
     const std::vector<uint8_t>& bytes() const { return bytes_; }
     size_t size() const { return bytes_.size(); }
@@ -123,6 +216,19 @@ public:
     UbrofWriter& aux1(const std::string& versionText, uint16_t versionCode = 0x5A00);
     UbrofWriter& org(uint8_t segmentType, uint32_t address);
     UbrofWriter& absVar(const std::vector<uint8_t>& data);
+
+    /// The skip information the files of versions 10 and 11 declare.
+    static std::vector<std::pair<uint8_t, uint8_t>> newerSkipInfo(uint8_t format = 10);
+
+    // Tags of versions 10 and 11 (skip codes as newerSkipInfo declares them).
+    UbrofWriter& stackUseCount(uint32_t count);                        ///< 0xC4
+    UbrofWriter& symbolPosition(uint32_t file, uint16_t line, std::array<uint8_t, 6> flags = {}); ///< 0xB0
+    UbrofWriter& functionSize(uint32_t bytes, uint32_t nameIndex);     ///< 0xD4 kind 3
+    UbrofWriter& lineProgramHeader(uint8_t unit = 2, uint32_t index = 0); ///< 0xD5 kind 1
+    UbrofWriter& lineProgram(const WriterFunctionLines& function);     ///< 0xD5 kind 2
+    UbrofWriter& sourceFiles(const WriterSourceFiles& sources);        ///< 0xD6
+    UbrofWriter& sourcePosition(uint32_t line, uint32_t column, uint32_t extraLines, uint32_t lastColumn); ///< 0xD7
+    UbrofWriter& stackUse(uint32_t segment, uint32_t bytes);           ///< 0xD8
 
     // Source-file and line tags.
     UbrofWriter& fileRef(uint16_t reference, const std::string& name, const Date& date = Date{});
@@ -197,8 +303,13 @@ private:
     void symbolEntry(const Symbol& symbol);
     void locations(const std::vector<Location>& entries);
     void typeHeader(uint16_t index, uint8_t kind);
+    /// A length that leads a tag's fields, as versions 10 and 11 check it: reserved first,
+    /// filled once the fields are written.
+    size_t lengthField(size_t width);
+    UbrofWriter& fillLength(size_t at, size_t width);
 
     std::vector<uint8_t> bytes_;
+    uint8_t format_ = 0; ///< the format version last written by version()
 };
 
 } // namespace ubrof

@@ -1,5 +1,6 @@
 // The ELF export of the sample judged by binutils and LLVM: header and layout, disassembly at each
 // function, the symbol table, addresses to lines, and DWARF that readelf and llvm-dwarfdump accept.
+#include "ElfChecks.h"
 #include "SampleProgram.h"
 #include "TestFiles.h"
 #include "Tools.h"
@@ -7,8 +8,6 @@
 #include "export/ElfExport.h"
 #include "export/ExportError.h"
 
-#include <iomanip>
-#include <map>
 #include <regex>
 #include <sstream>
 
@@ -20,21 +19,6 @@ using model::Program;
 using test::runTool;
 using test::ScratchDir;
 using test::ToolResult;
-
-std::string hex(uint32_t value, int width = 8)
-{
-    std::ostringstream text;
-    text << std::hex << std::setw(width) << std::setfill('0') << value;
-    return text.str();
-}
-
-/// The ELF address of a variable of the sample, in GNU's AVR windows.
-uint32_t elfAddress(const model::Location& location)
-{
-    return location.address + (location.space == MemorySpace::Data     ? 0x800000
-                               : location.space == MemorySpace::Eeprom ? 0x810000
-                                                                        : 0);
-}
 
 class ElfExportTest : public test::SampleElfTest {
 protected:
@@ -68,53 +52,13 @@ TEST_F(ElfExportTest, HeaderAndSegmentsFollowTheGnuAvrLayout)
 TEST_F(ElfExportTest, ObjdumpShowsEachFunctionAtItsEntryWithTheImageBytes)
 {
     REQUIRE_TOOL("avr-objdump");
-    const std::string listing = run({"avr-objdump", "-d", elf_}).out;
-    const std::vector<uint8_t>& code = program_.memory(MemorySpace::Code)->runs.front().bytes;
-    for (const model::Function& function : program_.functions) {
-        SCOPED_TRACE(function.name);
-        const std::string label = hex(function.entry) + " <" + function.name + ">:\n";
-        const size_t start = listing.find(label);
-        ASSERT_NE(std::string::npos, start) << listing;
-        const size_t end = listing.find("\n\n", start);
-        std::stringstream body(listing.substr(start + label.size(), end - start - label.size()));
-        std::string shown;
-        for (std::string line; std::getline(body, line);) {
-            // "  2a:\t08 83       \tst\tY, r16": the bytes are the second tab-separated field.
-            const size_t firstTab = line.find('\t'), secondTab = line.find('\t', firstTab + 1);
-            shown += line.substr(firstTab + 1, secondTab - firstTab - 1);
-        }
-        std::string expected;
-        for (uint32_t a = function.entry; a < function.end; ++a)
-            expected += hex(code[a], 2) + " ";
-        shown.erase(std::remove(shown.begin(), shown.end(), ' '), shown.end());
-        expected.erase(std::remove(expected.begin(), expected.end(), ' '), expected.end());
-        EXPECT_EQ(expected, shown);
-    }
+    test::expectObjdumpShowsFunctions(program_, elf_);
 }
 
 TEST_F(ElfExportTest, NmListsEveryFunctionAndVariableWithItsAddressAndSize)
 {
     REQUIRE_TOOL("avr-nm");
-    std::map<std::string, std::pair<std::string, std::string>> listed; // name -> address, size
-    std::stringstream out(run({"avr-nm", "-S", elf_}).out);
-    for (std::string address, size, kind, name; out >> address >> size >> kind >> name;)
-        listed[name] = {address, size};
-
-    size_t expected = 0;
-    for (const model::Function& function : program_.functions) {
-        ++expected;
-        EXPECT_EQ(std::make_pair(hex(function.entry), hex(function.size())), listed[function.qualifiedName])
-            << function.qualifiedName;
-    }
-    for (const model::Variable& variable : program_.variables) {
-        if (variable.location.kind != model::Location::Kind::Address)
-            continue;
-        ++expected;
-        EXPECT_EQ(std::make_pair(hex(elfAddress(variable.location)), hex(variable.size)),
-                  listed[variable.qualifiedName])
-            << variable.qualifiedName;
-    }
-    EXPECT_EQ(expected, listed.size());
+    test::expectNmListsSymbols(program_, elf_);
 }
 
 TEST_F(ElfExportTest, SymbolBindingFollowsExternalAndFileSymbolsNameTheModules)
@@ -130,31 +74,14 @@ TEST_F(ElfExportTest, SymbolBindingFollowsExternalAndFileSymbolsNameTheModules)
 TEST_F(ElfExportTest, Addr2lineAgreesWithTheLineTableAtEveryRow)
 {
     REQUIRE_TOOL("avr-addr2line");
-    std::vector<std::string> argv = {"avr-addr2line", "-f", "-e", elf_};
-    for (const model::LineRow& row : program_.lines)
-        argv.push_back("0x" + hex(row.address));
-    std::stringstream out(run(argv).out);
-    for (const model::LineRow& row : program_.lines) {
-        SCOPED_TRACE(hex(row.address));
-        std::string function, place;
-        ASSERT_TRUE(std::getline(out, function) && std::getline(out, place));
-        const model::LineRow* expected = program_.lineAt(row.address);
-        ASSERT_NE(nullptr, expected);
-        std::string file = program_.files[expected->file].path;
-        std::replace(file.begin(), file.end(), '\\', '/');
-        EXPECT_EQ(program_.functions[expected->function].name, function);
-        EXPECT_EQ(file + ":" + std::to_string(expected->line), place);
-    }
+    test::expectAddr2lineAgrees(program_, elf_);
 }
 
 TEST_F(ElfExportTest, ReadelfAndLlvmDwarfdumpFindNoFaultInTheDebugInformation)
 {
     REQUIRE_TOOL("readelf");
     REQUIRE_TOOL("llvm-dwarfdump");
-    const ToolResult dump = run({"readelf", "--debug-dump=info,line,aranges,loc", elf_});
-    EXPECT_EQ("", dump.err);
-    const ToolResult verify = run({"llvm-dwarfdump", "--verify", elf_});
-    EXPECT_NE(std::string::npos, verify.out.find("No errors.")) << verify.out;
+    test::expectCleanDebugInformation(elf_);
 
     // The pieces the exporter is asked for are there, as a DWARF reader sees them.
     const std::string info = run({"llvm-dwarfdump", "--debug-info", elf_}).out;
@@ -228,6 +155,37 @@ TEST(ElfExport, OtherFamiliesGetTheirMachineCodesAndKeepTheirAddresses)
     }
 }
 
+// An 8051's external data lies apart from its internal data at the same addresses; a family that has
+// no external data has no window to place such a variable in.
+TEST(ElfExport, The8051sExternalDataHasAWindowOfItsOwn)
+{
+    REQUIRE_TOOL("readelf");
+    Program program = test::tinyProgram(model::Family::I8051, "CC2530F256");
+    for (const auto& [name, space] : {std::make_pair("inside", MemorySpace::Data), std::make_pair("outside", MemorySpace::External)}) {
+        model::Variable variable;
+        variable.name = variable.qualifiedName = name;
+        variable.size = 2;
+        variable.module = 0;
+        variable.location.kind = model::Location::Kind::Address;
+        variable.location.space = space;
+        variable.location.address = 0x40;
+        program.variables.push_back(variable);
+    }
+    ScratchDir dir;
+    exporter::writeElf(program, dir.path("tiny.elf"));
+    const std::string symbols = runTool({"readelf", "-sW", dir.path("tiny.elf")}).out;
+    EXPECT_TRUE(std::regex_search(symbols, std::regex("01000040 +2 OBJECT .* inside\n"))) << symbols;
+    EXPECT_TRUE(std::regex_search(symbols, std::regex("03000040 +2 OBJECT .* outside\n"))) << symbols;
+
+    program.processor = {model::Family::Rl78, "R5F100LE"};
+    try {
+        exporter::writeElf(program, dir.path("rl78.elf"));
+        ADD_FAILURE() << "an RL78 program with external data was written";
+    } catch (const exporter::ExportError& error) {
+        EXPECT_STREQ("outside: xdata address 0x40 lies beyond the 0x0 bytes this processor's xdata memory has", error.what());
+    }
+}
+
 TEST(ElfExport, RefusesProgramsWhoseProcessorHasNoElfForm)
 {
     auto refusal = [](const Program& program) -> std::string {
@@ -241,7 +199,9 @@ TEST(ElfExport, RefusesProgramsWhoseProcessorHasNoElfForm)
         return "(no error)";
     };
     EXPECT_EQ("the program does not say which processor family it is for, so no ELF machine code can be chosen",
-              refusal(test::tinyProgram(model::Family::Unknown, "ATmega16")));
+              refusal(test::tinyProgram(model::Family::Unknown, "")));
+    EXPECT_EQ("processor Z80: of no processor family with an ELF machine code, so no ELF header can be made for it",
+              refusal(test::tinyProgram(model::Family::Unknown, "Z80")));
     EXPECT_EQ("the program does not name its processor, so no ELF header can be made for it",
               refusal(test::tinyProgram(model::Family::Avr, "")));
     EXPECT_EQ("processor ATmega9999: not an AVR device whose architecture is known, so no ELF header can be made for it",
@@ -310,6 +270,24 @@ TEST(ElfExport, AvrArchitectureComesFromTheDevice)
         EXPECT_NE(std::string::npos, header.out.find("Flags:                             " + flags))
             << device << "\n" << header.out;
     }
+}
+
+// simavr reads the device from .mmcu; a part it lacks is named by the relative that runs its
+// programs alike, where there is one, while the header keeps the part's own architecture.
+TEST(ElfExport, TheSimulatorsDeviceIsThePartOrACloseRelative)
+{
+    REQUIRE_TOOL("readelf");
+    for (const auto& [device, simulated] : std::vector<std::pair<std::string, std::string>>{
+             {"ATmega16", "atmega16"}, {"ATmega16A", "atmega16"}, {"ATmega128A", "atmega128"},
+             {"ATmega64", "atmega128"}, {"AT90USB1287", "at90usb1287"}}) {
+        ScratchDir dir;
+        exporter::writeElf(test::tinyProgram(model::Family::Avr, device), dir.path("tiny.elf"));
+        const ToolResult mmcu = runTool({"readelf", "-p", ".mmcu", dir.path("tiny.elf")});
+        EXPECT_NE(std::string::npos, mmcu.out.find("]  " + simulated + "\n")) << device << "\n" << mmcu.out;
+    }
+    ScratchDir dir;
+    exporter::writeElf(test::tinyProgram(model::Family::Avr, "ATmega64"), dir.path("tiny.elf"));
+    EXPECT_NE(std::string::npos, runTool({"readelf", "-h", dir.path("tiny.elf")}).out.find("0x5, avr:5"));
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // avr-gdb reading the exported sample without running it: breakpoints by line, scopes, structure
 // layouts, addresses and types as the model gives them.
+#include "ElfChecks.h"
 #include "SampleProgram.h"
 #include "TestFiles.h"
 #include "Tools.h"
@@ -17,19 +18,7 @@ using test::ScratchDir;
 
 class GdbTest : public test::SampleElfTest {
 protected:
-    /// avr-gdb's answers to the commands, one batch run.
-    std::string gdb(const std::vector<std::string>& commands)
-    {
-        std::vector<std::string> argv = {"avr-gdb", "-batch", "-nx"};
-        for (const std::string& command : commands) {
-            argv.push_back("-ex");
-            argv.push_back(command);
-        }
-        argv.push_back(elf_);
-        const test::ToolResult result = test::runTool(argv);
-        EXPECT_EQ(0, result.status) << result.err;
-        return result.out + result.err;
-    }
+    std::string gdb(const std::vector<std::string>& commands) { return test::gdbBatch(elf_, commands); }
 };
 
 TEST_F(GdbTest, BreakAtFileAndLineResolvesToTheLineTableAddress)

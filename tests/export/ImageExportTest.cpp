@@ -4,8 +4,10 @@
 #include "TestFiles.h"
 #include "Tools.h"
 
+#include "export/ElfExport.h"
 #include "export/ExportError.h"
 #include "export/ImageExport.h"
+#include "model/ProgramBuilder.h"
 
 #include <fstream>
 #include <sstream>
@@ -50,21 +52,23 @@ Program codeRuns(const std::vector<std::pair<uint32_t, size_t>>& runs, std::opti
     return program;
 }
 
+/// What an exporter's refusal says, or "(no error)".
+template <typename Write>
+std::string refusalOf(Write write)
+{
+    try {
+        write();
+    } catch (const ExportError& error) {
+        return error.what();
+    }
+    return "(no error)";
+}
+
 std::string binaryOf(const Program& program, MemorySpace space)
 {
     std::ostringstream bytes;
     exporter::writeBinary(program, space, bytes);
     return bytes.str();
-}
-
-/// objcopy's reading of a HEX or S-record file as a binary from its lowest address, gaps 0xFF.
-std::string objcopyToBinary(const ScratchDir& dir, const std::string& input, const char* format)
-{
-    const std::string output = dir.path(std::string("objcopy-") + format + ".bin");
-    const test::ToolResult run = test::runTool({"objcopy", "-I", format, "-O", "binary", "--gap-fill", "0xff", input, output});
-    EXPECT_EQ(0, run.status) << run.err;
-    EXPECT_EQ("", run.err);
-    return readFile(output);
 }
 
 TEST(ImageExport, HexAndSRecordsReadBackAsTheBinaryImageThroughObjcopy)
@@ -90,8 +94,8 @@ TEST(ImageExport, HexAndSRecordsReadBackAsTheBinaryImageThroughObjcopy)
         exporter::writeIntelHex(c.program, c.space, hex);
         exporter::writeSRecords(c.program, c.space, srec);
         const std::string binary = binaryOf(c.program, c.space);
-        EXPECT_EQ(binary, objcopyToBinary(dir, hex, "ihex"));
-        EXPECT_EQ(binary, objcopyToBinary(dir, srec, "srec"));
+        EXPECT_EQ(binary, test::objcopyToBinary(dir, hex, "ihex"));
+        EXPECT_EQ(binary, test::objcopyToBinary(dir, srec, "srec"));
     }
 }
 
@@ -175,14 +179,7 @@ TEST(ImageExport, BinaryFillsGapsWithTheChosenByteAndAnswersItsBase)
 
 TEST(ImageExport, RefusesWhatItCannotWriteAndSaysWhy)
 {
-    auto refusal = [](auto write) -> std::string {
-        try {
-            write();
-        } catch (const ExportError& error) {
-            return error.what();
-        }
-        return "(no error)";
-    };
+    const auto refusal = [](auto write) { return refusalOf(write); };
     const Program tiny = test::tinyProgram(model::Family::Avr, "ATmega16");
     std::ostringstream sink;
     EXPECT_EQ("eeprom memory: the program writes no bytes to it",
@@ -206,6 +203,28 @@ TEST(ImageExport, RefusesWhatItCannotWriteAndSaysWhy)
     const std::string missingFolder = dir.path("no-such-folder/out.hex");
     EXPECT_EQ("cannot write " + missingFolder + ": No such file or directory",
               refusal([&] { exporter::writeIntelHex(tiny, MemorySpace::Code, missingFolder); }));
+}
+
+// Found by the fuzzer: every exporter wrote a light program's memories, which hold no bytes, as
+// images of nothing (an empty binary, a HEX file of its end record alone, an ELF section of fill).
+TEST(ImageExport, RefusesTheMemoriesOfALightBuild)
+{
+    ScratchDir dir;
+    UbrofWriter w;
+    w.begFile1().version(8).org(1, 0x30000).absVar({0xAB}).eof();
+    model::BuildOptions light;
+    light.light = true;
+    Program program = model::loadProgram(dir.save(w), light);
+    ASSERT_FALSE(program.memory(MemorySpace::Code)->empty());
+    program.processor = {model::Family::Avr, "ATmega128"}; // the file names none, and ELF needs one
+    const std::string refusal =
+        "code memory: the program was built light, which keeps where its bytes lie but not the bytes";
+    std::ostringstream sink;
+    EXPECT_EQ(refusal, refusalOf([&] { exporter::writeIntelHex(program, MemorySpace::Code, sink); }));
+    EXPECT_EQ(refusal, refusalOf([&] { exporter::writeSRecords(program, MemorySpace::Code, sink); }));
+    EXPECT_EQ(refusal, refusalOf([&] { exporter::writeBinary(program, MemorySpace::Code, sink); }));
+    EXPECT_EQ(refusal, refusalOf([&] { exporter::writeElf(program, sink); }));
+    EXPECT_TRUE(sink.str().empty());
 }
 
 } // namespace

@@ -114,6 +114,23 @@ ToolResult runTool(const std::vector<std::string>& argv, double timeoutSeconds)
     return result;
 }
 
+std::string objcopyToBinary(const ScratchDir& dir, const std::string& input, const std::string& format,
+                            const std::string& gapFill)
+{
+    const std::string output = dir.path("objcopy-" + format + ".bin");
+    const ToolResult run = runTool({"objcopy", "-I", format, "-O", "binary", "--gap-fill", gapFill, input, output});
+    EXPECT_EQ(0, run.status) << run.err;
+    EXPECT_EQ("", run.err);
+    return fileText(output);
+}
+
+ToolResult runUbrofdump(const std::vector<std::string>& args)
+{
+    std::vector<std::string> argv = {UBROFDUMP};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return runTool(argv);
+}
+
 BackgroundTool::BackgroundTool(const std::vector<std::string>& argv)
 {
     pid_ = spawn(argv, "/dev/null", "/dev/null");

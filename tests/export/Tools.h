@@ -1,6 +1,8 @@
 // Running the real tools that judge an export (objcopy, readelf, avr-gdb, simavr...) from a test.
 #pragma once
 
+#include "TestFiles.h"
+
 #include <gtest/gtest.h>
 
 #include <sys/types.h>
@@ -36,6 +38,14 @@ public:
 private:
     pid_t pid_ = -1;
 };
+
+/// objcopy's reading of a HEX or S-record file (format "ihex" or "srec") as a binary from its
+/// lowest address, gaps filled with gapFill; the test fails when objcopy complains.
+std::string objcopyToBinary(const ScratchDir& dir, const std::string& input, const std::string& format,
+                            const std::string& gapFill = "0xff");
+
+/// ubrofdump, as built beside the tests, run with the arguments.
+ToolResult runUbrofdump(const std::vector<std::string>& args);
 
 /// Whether a missing tool fails the test (CI is set) rather than skipping it.
 bool toolsRequired();

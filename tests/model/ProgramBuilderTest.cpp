@@ -123,6 +123,42 @@ TEST_F(ModelTest, AFunctionEndsWhereTheNextBegins)
     EXPECT_FALSE(program.notes.empty());
 }
 
+// Code a module writes after a function's block has closed is that function's tail, or, where a
+// label stands, a piece of its own that functions jump to; a function known by its symbol alone
+// runs over all its module writes there, past the labels of its loops.
+TEST_F(ModelTest, CodeAfterAFunctionAndAnAssemblerRoutineBelongToFunctions)
+{
+    UbrofWriter w = fileStart();
+    w.typeFunction35(100, kVoid, 0, 0, {});
+    w.begPgm("fifo").fileRef(0, "fifo.c");
+    w.scopedName("f").scopedName("g").scopedName("?Subroutine0").scopedName("h"); // names 0-3
+    w.symbolDef2(0, kPublic, kCodeSpace, 0x100, 100).symbolDef2(1, kPublic, kCodeSpace, 0x106, 100);
+    w.symbolDef2(2, kStatic, kCodeSpace, 0x10A, 0).symbolDef2(3, kPublic, kCodeSpace, 0x10C, 100);
+    w.org(1, 0x100).blockBegin3(0).srcStat(1, 1).absVar({1, 2, 3, 4}).blockEnd().absVar({5, 6});
+    w.blockBegin3(1).srcStat(5, 5).absVar({1, 2, 3, 4}).blockEnd().absVar({0x08, 0x95});
+    w.blockBegin3(3).srcStat(9, 9).absVar({0x08, 0x95}).blockEnd().end();
+    w.begPgm("stuff").fileRef(0, "stuff.asm").scopedName("_i2a").scopedName("??i2a_0"); // names 4, 5
+    w.symbolDef2(4, kPublic, kCodeSpace, 0x200, 100).symbolDef2(5, kStatic, kCodeSpace, 0x202, 0);
+    w.org(1, 0x200).srcStat(1, 1).absVar({1, 2}).srcStat(2, 2).absVar({3, 4}).srcStat(3, 3).absVar({5, 6});
+    w.end().eof();
+    const Program program = build(w);
+
+    const Function& f = function(program, "f");
+    EXPECT_EQ(0x106u, f.end);
+    ASSERT_NE(nullptr, program.lineAt(0x105));
+    EXPECT_EQ(1u, program.lineAt(0x105)->line);
+    EXPECT_EQ(0x10Au, function(program, "g").end);
+    const Function& piece = function(program, "?Subroutine0");
+    EXPECT_EQ(0x10Au, piece.entry);
+    EXPECT_EQ(0x10Cu, piece.end);
+    EXPECT_FALSE(piece.isDescribed);
+    EXPECT_EQ(0x10Cu, function(program, "h").entry);
+    const Function& routine = function(program, "_i2a");
+    EXPECT_EQ(0x200u, routine.entry);
+    EXPECT_EQ(0x206u, routine.end);
+    EXPECT_TRUE(findFunctions(program, "??i2a_0").empty());
+}
+
 // Parameters come first, one per parameter type; every location kind, and where it changes.
 TEST_F(ModelTest, VariablesHaveTheirLocationsAndRanges)
 {
@@ -302,6 +338,33 @@ TEST_F(ModelTest, LongTypeChainsResolve)
     EXPECT_LE(program.types[kLast + 1].cName.size(), 512u);
 }
 
+// A program that names no CPU still includes its device's register header: its name says the
+// device, unless the file names the CPU itself or its headers name two devices.
+TEST_F(ModelTest, AnAvrProgramWithoutACpuNameIsNamedByItsRegisterHeader)
+{
+    auto processorOf = [this](const std::string& cpu, const std::vector<std::string>& headers) {
+        UbrofWriter w = fileStart();
+        if (!cpu.empty())
+            w.keyValue("__cpu_name", cpu);
+        w.begPgm("main").aux1("4.10B", 0x5A32);
+        uint16_t reference = 0;
+        for (const std::string& header : headers)
+            w.fileRef(reference++, header);
+        w.fileRef(reference, "D:\\src\\main.c").end().eof();
+        return build(w).processor;
+    };
+    const std::string inc = "C:\\avr\\INC\\";
+    EXPECT_EQ("ATmega16", processorOf("", {inc + "iomacro.h", inc + "iom16.h", inc + "intrinsics.h"}).name);
+    EXPECT_EQ(Family::Avr, processorOf("", {inc + "iom16.h"}).family);
+    for (const auto& [header, device] : std::vector<std::pair<std::string, std::string>>{
+             {"iom644p.h", "ATmega644P"}, {"iotn2313.h", "ATtiny2313"}, {"iousb1287.h", "AT90USB1287"},
+             {"iocan128.h", "AT90CAN128"}, {"ioxm128a1.h", "ATxmega128A1"}, {"IOM128.H", "ATmega128"},
+             {"ioavr.h", ""}, {"iomacro.h", ""}, {"io.h", ""}, {"iom.h", ""}, {"iom16_x.h", ""}})
+        EXPECT_EQ(device, processorOf("", {"inc/" + header}).name) << header;
+    EXPECT_EQ("", processorOf("", {inc + "iom16.h", inc + "iom32.h"}).name);
+    EXPECT_EQ("ATmega32", processorOf("ATmega32", {inc + "iom16.h"}).name);
+}
+
 // Modules by their names, with their files and what they occupy; memories as the runs written;
 // the processor and entry point the file names; and a light build of the same.
 TEST_F(ModelTest, ModulesMemoriesAndTheProcessor)
@@ -372,6 +435,51 @@ TEST_F(ModelTest, ModulesMemoriesAndTheProcessor)
     EXPECT_EQ(program.processor.name, summary.processor.name);
 }
 
+// Address space 3 is an 8051 program's external data (XDATA), where it is an AVR program's EEPROM.
+TEST_F(ModelTest, An8051sThirdAddressSpaceIsItsExternalData)
+{
+    UbrofWriter w = fileStart();
+    w.keyValue("__cpu_name", "CC2530F256").begPgm("main").aux1("7.60").scopedName("buffer");
+    w.symbolDef2(0, kPublic, 3, 0x301, kInt).end().eof();
+    const Program program = build(w);
+    const std::vector<SymbolEntry> symbols = listSymbols(program);
+    ASSERT_EQ(1u, symbols.size());
+    EXPECT_STREQ("xdata", spaceName(symbols[0].space));
+    const std::vector<MemoryUse> uses = memoryUse(program);
+    ASSERT_EQ(1u, uses.size());
+    EXPECT_EQ(std::make_tuple(MemorySpace::External, 0x301u, uint64_t(0x303)), std::make_tuple(uses[0].space, uses[0].low, uses[0].end));
+}
+
+// What a memory takes: the bytes written there and the storage of the modules' variables, each
+// byte once, whether a variable's initial value is written or not; a light build answers alike.
+TEST_F(ModelTest, MemoryUseCountsEachByteOnce)
+{
+    UbrofWriter w = fileStart();
+    w.begPgm("a").scopedName("x").scopedName("y").scopedName("z"); // names 0-2
+    w.symbolDef2(0, kPublic, kDataSpace, 0x100, kInt).symbolDef2(1, kPublic, kDataSpace, 0x102, kInt);
+    w.org(2, 0x101).absVar({0x12, 0x34});        // y's first byte, and the last of x
+    w.org(1, 0x0).absVar({1, 2, 3, 4}).end();
+    w.begPgm("b").symbolDef2(2, kPublic, kDataSpace, 0x200, kChar).org(1, 0x10).absVar({5, 6}).end();
+    w.org(1, 0x40).absVar({7}).eof(); // no module's
+
+    BuildOptions light;
+    light.light = true;
+    for (const Program& program : {build(w), build(w, light)}) {
+        const std::vector<MemoryUse> uses = memoryUse(program);
+        ASSERT_EQ(2u, uses.size());
+        EXPECT_EQ(MemorySpace::Code, uses[0].space);
+        EXPECT_EQ(7u, uses[0].bytes);
+        EXPECT_EQ(7u, uses[0].written);
+        EXPECT_EQ(0u, uses[0].low);
+        EXPECT_EQ(0x41u, uses[0].end);
+        EXPECT_EQ(MemorySpace::Data, uses[1].space);
+        EXPECT_EQ(5u, uses[1].bytes); // x and y, 4 bytes with the 2 written among them, and z
+        EXPECT_EQ(2u, uses[1].written);
+        EXPECT_EQ(0x100u, uses[1].low);
+        EXPECT_EQ(0x201u, uses[1].end);
+    }
+}
+
 // Without a CPU name the module's target code decides, and the extension only when nothing does.
 TEST_F(ModelTest, TheProcessorComesFromTheContentFirst)
 {
@@ -400,8 +508,12 @@ TEST_F(ModelTest, BadFilesGiveClearErrors)
               failure(dir.save(std::vector<uint8_t>{0x4D, 0xFF}, "not.d90")));
     UbrofWriter w = fileStart();
     w.begPgm("m");
-    EXPECT_EQ(dir.path("cut.d90") + ": the reader stopped before the file's end (format version 8)",
+    EXPECT_EQ(dir.path("cut.d90") + ": Error: Unexpected end of file at offset 21, where a tag should begin "
+                                     "(format version 8)",
               failure(dir.save(w, "cut.d90")));
+    UbrofWriter future;
+    future.begFile1().version(12).begPgm("m").end().eof();
+    EXPECT_NE(std::string::npos, failure(dir.save(future, "future.d90")).find("format version 12 is newer than 11"));
 
     TarnUbrofParser store;
     store.initialize();

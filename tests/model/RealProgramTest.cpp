@@ -1,4 +1,7 @@
 // The program model of the real files, held against the linker's map and against the store.
+#include "IntelHex.h"
+#include "LinkerMap.h"
+#include "RealProgram.h"
 #include "TestFiles.h"
 
 #include "model/ProgramBuilder.h"
@@ -8,11 +11,9 @@
 #include <boost/filesystem.hpp>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <set>
 
 namespace ubrof::test {
@@ -20,76 +21,6 @@ namespace {
 
 using namespace ubrof::model;
 namespace fs = boost::filesystem;
-
-// One segment part of a linker map: where it lies and the entries it defines.
-struct MapPart {
-    std::string memory; ///< CODE or DATA
-    uint32_t address = 0;
-    uint32_t size = 0; ///< 0 when the map gives none
-    struct Entry {
-        std::string name;
-        uint32_t address = 0;
-        bool isFunction = false;
-        bool isInterrupt = false;
-    };
-    std::vector<Entry> entries;
-};
-
-// Reads the segment parts of a map: a "segment, address:" line opens one, an entry is a name
-// (its address on the same line or the next), and a line that says "function" marks the entry
-// above it.
-std::vector<MapPart> readMap(const std::string& relative)
-{
-    std::ifstream in(realFile(relative));
-    const std::regex part(R"(segment, address: (\w+) +([0-9A-F]{8})(?: - [0-9A-F]{8} \(0x([0-9a-f]+) bytes\))?)");
-    const std::regex entry(R"(^ {11}([A-Za-z_]\w*)(?: +([0-9A-F]{8}))?\s*(?: .*)?$)");
-    const std::regex address(R"(^ {20,}([0-9A-F]{8})\s*$)");
-    std::vector<MapPart> parts;
-    std::smatch match;
-    bool pendingAddress = false;
-    for (std::string line; std::getline(in, line);) {
-        if (std::regex_search(line, match, part)) {
-            parts.push_back({match[1], static_cast<uint32_t>(std::stoul(match[2], nullptr, 16)),
-                             match[3].matched ? static_cast<uint32_t>(std::stoul(match[3], nullptr, 16)) : 0, {}});
-        } else if (parts.empty()) {
-            continue;
-        } else if (std::regex_match(line, match, entry) && match[1] != "ENTRY") {
-            parts.back().entries.push_back({match[1], 0, false, false});
-            pendingAddress = !match[2].matched;
-            if (match[2].matched)
-                parts.back().entries.back().address = static_cast<uint32_t>(std::stoul(match[2], nullptr, 16));
-        } else if (pendingAddress && std::regex_match(line, match, address)) {
-            parts.back().entries.back().address = static_cast<uint32_t>(std::stoul(match[1], nullptr, 16));
-            pendingAddress = false;
-        } else if (!parts.back().entries.empty() && line.find(" function") != std::string::npos) {
-            parts.back().entries.back().isFunction = true;
-            parts.back().entries.back().isInterrupt = line.find("interrupt") != std::string::npos;
-        }
-    }
-    return parts;
-}
-
-// A parsed copy (embedded sources would be written beside the file parsed) and its program.
-struct RealProgram {
-    ScratchDir dir;
-    TarnUbrofParser store;
-    Program program;
-    double buildMilliseconds = 0;
-
-    explicit RealProgram(const std::string& relative)
-    {
-        const fs::path source(realFile(relative));
-        const std::string copy = dir.path(source.filename().string());
-        fs::copy_file(source, copy);
-        store.keepFacts = true;
-        store.initialize();
-        EXPECT_EQ(0, store.parseFile(copy));
-        const auto start = std::chrono::steady_clock::now();
-        program = buildProgram(store);
-        buildMilliseconds =
-            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-    }
-};
 
 bool written(const Program& program, uint32_t address)
 {
@@ -107,69 +38,46 @@ TEST(RealPrograms, AgreeWithTheLinkerMap)
 {
     const RealProgram real("avr-mobit-nmea/nmea.d90");
     const Program& program = real.program;
-    const std::vector<MapPart> parts = readMap("avr-mobit-nmea/nmea.map");
+    const LinkerMap map = readLinkerMap(realFile("avr-mobit-nmea/nmea.map"));
 
     std::set<std::string> described;
     for (const Function& function : program.functions)
         if (function.isDescribed)
             described.insert(function.qualifiedName);
     size_t functions = 0, variables = 0;
-    std::map<std::string, const MapPart*> partOf;
-    for (const MapPart& part : parts)
-        for (const MapPart::Entry& entry : part.entries) {
-            partOf[entry.name] = &part;
-            if (!entry.isFunction || !described.count(entry.name))
-                continue;
-            ++functions;
-            const Function& function = program.functions.at(findFunctions(program, entry.name).at(0));
-            EXPECT_EQ(entry.address, function.entry) << entry.name;
-            EXPECT_EQ(part.size, function.size()) << entry.name;
-            EXPECT_EQ(entry.isInterrupt, function.isInterrupt) << entry.name;
-            const SourcePlace place = symbolize(program, entry.address);
-            ASSERT_NE(kNone, place.function) << entry.name;
-            EXPECT_EQ(entry.name, program.functions[place.function].qualifiedName);
-            // The name stands on the function's header, before any line of its code.
-            ASSERT_NE(nullptr, place.row) << entry.name;
-            EXPECT_LE(function.line, place.row->line) << entry.name;
-        }
+    std::map<std::string, const MapEntry*> entryOf;
+    for (const MapEntry& entry : map.entries) {
+        entryOf[entry.name] = &entry;
+        if (!entry.isFunction || !described.count(entry.name))
+            continue;
+        ++functions;
+        const Function& function = program.functions.at(findFunctions(program, entry.name).at(0));
+        EXPECT_EQ(entry.address, function.entry) << entry.name;
+        EXPECT_EQ(entry.partSize, function.size()) << entry.name;
+        EXPECT_EQ(entry.isInterrupt, function.isInterrupt) << entry.name;
+        const SourcePlace place = symbolize(program, *entry.address);
+        ASSERT_NE(kNone, place.function) << entry.name;
+        EXPECT_EQ(entry.name, program.functions[place.function].qualifiedName);
+        // The name stands on the function's header, before any line of its code.
+        ASSERT_NE(nullptr, place.row) << entry.name;
+        EXPECT_LE(function.line, place.row->line) << entry.name;
+    }
     EXPECT_EQ(described.size(), functions) << "a function the file describes is not in the map";
     EXPECT_EQ(14u, functions);
 
     for (const Variable& variable : program.variables) {
         if (variable.location.kind != Location::Kind::Address || variable.function != kNone)
             continue;
-        const auto found = partOf.find(variable.qualifiedName);
-        ASSERT_NE(partOf.end(), found) << variable.qualifiedName << " is not in the map";
+        const auto found = entryOf.find(variable.qualifiedName);
+        ASSERT_NE(entryOf.end(), found) << variable.qualifiedName << " is not in the map";
         ++variables;
-        EXPECT_EQ(found->second->address, variable.location.address) << variable.qualifiedName;
-        EXPECT_EQ(found->second->size, variable.size) << variable.qualifiedName;
+        EXPECT_EQ(found->second->partAddress, variable.location.address) << variable.qualifiedName;
+        EXPECT_EQ(found->second->partSize, variable.size) << variable.qualifiedName;
         EXPECT_EQ(found->second->memory == "CODE" ? MemorySpace::Code : MemorySpace::Data, variable.location.space);
     }
     EXPECT_GT(variables, 40u);
     std::printf("nmea.d90: %zu functions at their map entries with their map sizes, %zu variables\n", functions,
                 variables);
-}
-
-// The data records of an Intel HEX file by address (record types 02 and 04 move the base).
-std::map<uint32_t, uint8_t> readHex(const std::string& relative)
-{
-    std::ifstream in(realFile(relative));
-    std::map<uint32_t, uint8_t> bytes;
-    uint32_t base = 0;
-    for (std::string line; std::getline(in, line);) {
-        if (line.size() < 11 || line[0] != ':')
-            continue;
-        auto byteAt = [&line](size_t i) { return static_cast<uint8_t>(std::stoul(line.substr(1 + 2 * i, 2), nullptr, 16)); };
-        const uint32_t count = byteAt(0), offset = uint32_t(byteAt(1)) << 8 | byteAt(2), type = byteAt(3);
-        if (type == 0)
-            for (uint32_t i = 0; i < count; ++i)
-                bytes[base + offset + i] = byteAt(4 + i);
-        else if (type == 2)
-            base = (uint32_t(byteAt(4)) << 8 | byteAt(5)) << 4;
-        else if (type == 4)
-            base = (uint32_t(byteAt(4)) << 8 | byteAt(5)) << 16;
-    }
-    return bytes;
 }
 
 // The images the same links wrote: the model's memory holds every byte they hold but the
@@ -190,7 +98,7 @@ TEST(RealPrograms, MemoriesEqualTheImagesOfTheSameLinks)
         const RealProgram real(pair.program);
         const MemoryImage* memory = real.program.memory(pair.space);
         ASSERT_NE(nullptr, memory) << pair.image;
-        std::map<uint32_t, uint8_t> image = readHex(pair.image);
+        std::map<uint32_t, uint8_t> image = readIntelHex(realFile(pair.image));
         uint64_t compared = 0;
         for (const ByteRun& run : memory->runs)
             for (uint32_t i = 0; i < run.bytes.size(); ++i, ++compared) {
@@ -203,6 +111,37 @@ TEST(RealPrograms, MemoriesEqualTheImagesOfTheSameLinks)
             EXPECT_EQ(0xFF, byte) << pair.image << " holds a byte the program does not at " << address;
         EXPECT_EQ(memory->byteCount(), compared);
     }
+}
+
+// Suo.dbg names no CPU, but its sources include the ATmega16's register header, iom16.h.
+TEST(RealPrograms, NameTheirProcessors)
+{
+    UBROF_NEED_REAL_FILES();
+    for (const auto& [file, processor] : std::vector<std::pair<const char*, const char*>>{
+             {"avr-mobit-nmea/nmea.d90", "ATmega16"}, {"avr-ethradio/NikeE1B.d90", "ATmega32"},
+             {"avr-cama-suo/Suo.dbg", "ATmega16"}}) {
+        const RealProgram real(file);
+        EXPECT_EQ(Family::Avr, real.program.processor.family) << file;
+        EXPECT_EQ(processor, real.program.processor.name) << file;
+    }
+}
+
+// NikeE1B.d90's assembler module stuff.asm writes _i2a, 94 bytes with a line per instruction and
+// labels at its loops; FIFO.c ends ETHfifo_free at 0xb00 and writes there ?Subroutine0, the
+// 10 bytes that both ETHfifo_free (from 0xada and 0xaf6) and MP3fifo_free (from 0xb68) jump to.
+TEST(RealPrograms, PlaceAssemblerRoutinesAndSharedCodeWhole)
+{
+    UBROF_NEED_REAL_FILES();
+    const RealProgram real("avr-ethradio/NikeE1B.d90");
+    const Program& program = real.program;
+    const Function& i2a = program.functions.at(findFunctions(program, "_i2a").at(0));
+    EXPECT_EQ(0x5926u, i2a.entry);
+    EXPECT_EQ(94u, i2a.size());
+    EXPECT_EQ(0xB00u, program.functions.at(findFunctions(program, "ETHfifo_free").at(0)).end);
+    const uint32_t shared = program.functionAt(0xB00);
+    ASSERT_NE(kNone, shared);
+    EXPECT_EQ("?Subroutine0", program.functions[shared].name);
+    EXPECT_EQ(0xB0Au, program.functions[shared].end);
 }
 
 class OldFormatProgram : public ::testing::TestWithParam<const char*> {};

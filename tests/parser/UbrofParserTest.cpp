@@ -27,10 +27,12 @@ namespace {
 using test::ScratchDir;
 
 // The exception's code and message, or a failure when nothing was thrown.
-std::pair<tarn::ErrorCode, std::string> failureOf(const std::string& path)
+std::pair<tarn::ErrorCode, std::string> failureOf(const std::string& path, bool readNewerVersions = false)
 {
     try {
-        UbrofParser parser(path);
+        UbrofParseOptions options;
+        options.readNewerVersions = readNewerVersions;
+        UbrofParser parser(path, options);
     } catch (const tarn::CoreException& e) {
         return {e.getErrorCode(), e.getStatus()->getMessage()};
     }
@@ -78,6 +80,43 @@ TEST(UbrofParser, ReportsAFileCutShortAsAParseFailure)
     EXPECT_EQ(std::make_pair(tarn::ErrorCode::ObjectfileParseFailed,
                              "Failed to parse nordic object file " + path + "."),
               failureOf(path));
+}
+
+// A host that opts in reads versions 10 and 11 and learns why a file failed; one that does not
+// sees the refusal it always saw.
+TEST(UbrofParser, ReadsVersions10And11OnlyForAHostThatOptsIn)
+{
+    ScratchDir dir;
+    UbrofWriter newer;
+    newer.begFile1().version(10, 0, 2, UbrofWriter::newerSkipInfo(10)).begLib("main").org(1, 0x100);
+    newer.absVar({1, 2}).end().eof();
+    const std::string path = dir.save(newer);
+    const std::string refused = "Failed to parse nordic object file " + path + ".";
+    EXPECT_EQ(std::make_pair(tarn::ErrorCode::ObjectfileParseFailed, refused), failureOf(path));
+
+    UbrofParseOptions options;
+    options.readNewerVersions = true;
+    UbrofParser parser(path, options);
+    EXPECT_EQ(1u, parser.getStore()->moduleTable.size());
+    EXPECT_EQ(10, parser.getStore()->fileHeader.versionBytes[0]);
+
+    UbrofWriter nine;
+    nine.begFile1().version(9).eof();
+    const std::string ninePath = dir.save(nine, "nine.d90");
+    EXPECT_EQ(std::make_pair(tarn::ErrorCode::ObjectfileParseFailed, "Failed to parse nordic object file " + ninePath + "."),
+              failureOf(ninePath));
+    EXPECT_EQ(std::make_pair(tarn::ErrorCode::ObjectfileParseFailed,
+                             "Failed to parse nordic object file " + ninePath +
+                                 ": Error: An error occured while processing the tag! in tag 0xBD (t_version) at "
+                                 "offset 7: format version 9 is not read: no file of that version is known, so "
+                                 "neither is its layout."),
+              failureOf(ninePath, true));
+
+    const std::string cut = dir.save(newer.prefix(newer.size() - 1), "cut.d90");
+    EXPECT_EQ(std::make_pair(tarn::ErrorCode::ObjectfileParseFailed,
+                             "Failed to parse nordic object file " + cut + ": Error: Unexpected end of file at offset " +
+                                 std::to_string(newer.size() - 1) + ", where a tag should begin."),
+              failureOf(cut, true));
 }
 
 // Parses with 8 MiB of address space to spare; the exit status tells what left the constructor:

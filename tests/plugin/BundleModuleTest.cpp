@@ -2,11 +2,14 @@
 #include "TestFiles.h"
 
 #include "host/CoreException.h"
+#include "host/IBinaryInformation.h"
 #include "host/osp/OSPSubsystem.h"
+#include "host/osp/PreferencesService.h"
 #include "plugin/OspClassFactoryManager.h"
 
 #include <Poco/ClassLoader.h>
 #include <Poco/SharedLibrary.h>
+#include <Poco/Util/MapConfiguration.h>
 #include <boost/pointer_cast.hpp>
 #include <gtest/gtest.h>
 
@@ -102,6 +105,53 @@ TEST(BundleModule, FactoryMakesIndependentParsersAndPassesFailuresOn)
     } catch (const CoreException& e) {
         EXPECT_EQ(ErrorCode::ObjectfileParseFailed, e.getErrorCode());
     }
+}
+
+// The one preference through which a host lets the module read format versions 10 and 11; it is
+// read at every parse.
+TEST(BundleModule, ReadsVersions10And11WhenTheHostsPreferenceSaysSo)
+{
+    ubrof::test::ScratchDir dir;
+    ubrof::UbrofWriter w;
+    w.begFile1().version(10, 0, 2, ubrof::UbrofWriter::newerSkipInfo(10));
+    w.begLib("main").org(1, 0x100).absVar({1, 2, 3, 4}).end().eof();
+    const std::string file = dir.save(w);
+    const std::string key = "com.quarnel.tarndbg.ubrof.readNewerVersions";
+
+    Poco::AutoPtr<Poco::Util::MapConfiguration> preferences(new Poco::Util::MapConfiguration);
+    Poco::OSP::OSPSubsystem platform(preferences);
+    platform.bundleLoader().installBundle(UBROF_MODULE_DIR);
+    OspClassFactoryManager manager(platform);
+    auto factory = boost::dynamic_pointer_cast<IObjectfileParserFactory>(manager.getClassFactory(kServiceName));
+    ASSERT_TRUE(factory);
+    auto refusal = [&] {
+        try {
+            factory->createObjectfileParser(file);
+        } catch (const CoreException& e) {
+            return e.getStatus()->getMessage();
+        }
+        return std::string("parsed");
+    };
+    const std::string refused = "Failed to parse nordic object file " + file + ".";
+    EXPECT_EQ(refused, refusal());
+
+    preferences->setString(key, "True");
+    const auto parser = factory->createObjectfileParser(file);
+    ASSERT_TRUE(parser);
+    const auto segments = parser->createBinaryInformation()->getProgramSegments();
+    ASSERT_EQ(1u, segments.size());
+    std::vector<uint8_t> bytes;
+    segments[0]->readData(bytes, 0x100, 4);
+    EXPECT_EQ((std::vector<uint8_t>{1, 2, 3, 4}), bytes);
+
+    for (const char* other : {"false", "", "yes please"}) {
+        preferences->setString(key, other);
+        EXPECT_EQ(refused, refusal()) << other;
+    }
+    // A platform without preferences leaves every setting at its default.
+    preferences->setString(key, "1");
+    platform.serviceRegistry().unregisterService(Poco::OSP::PreferencesService::SERVICE_NAME);
+    EXPECT_EQ(refused, refusal());
 }
 
 // The platform finds the bundle by its manifest function alone; everything else stays inside, so

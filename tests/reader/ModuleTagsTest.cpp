@@ -4,6 +4,9 @@
 #include "reader/OleDate.h"
 #include "reader/ReaderError.h"
 
+#include <array>
+#include <cmath>
+
 namespace ubrof::test {
 namespace {
 
@@ -66,6 +69,31 @@ TEST_F(ModuleTags, ConvertsDatesToOleDays)
                                                          {2000, 1, 1, 0, 0, 60}})
         EXPECT_FALSE(toOleDate(bad[0], bad[1], bad[2], bad[3], bad[4], bad[5], date)) << bad[0];
     EXPECT_EQ(5.0, date);
+}
+
+// Back from OLE days to the calendar, for showing a file's date: every date a file can carry
+// comes back as it went in, to the second, across leap days, centuries and day 0.
+TEST_F(ModuleTags, ConvertsOleDaysBackToDates)
+{
+    const std::array<uint32_t, 6> dates[] = {
+        {1899, 12, 30, 0, 0, 0}, {1899, 12, 29, 6, 0, 0},   {1, 1, 1, 0, 0, 0},      {1900, 2, 28, 23, 59, 59},
+        {1900, 3, 1, 0, 0, 1},   {2000, 2, 29, 12, 30, 45}, {2011, 6, 26, 10, 22, 26}, {9999, 12, 31, 23, 59, 59}};
+    for (const auto& date : dates) {
+        double days = 0;
+        ASSERT_TRUE(toOleDate(date[0], date[1], date[2], date[3], date[4], date[5], days)) << date[0];
+        CivilTime time;
+        ASSERT_TRUE(fromOleDate(days, time)) << days;
+        EXPECT_EQ(date, (std::array<uint32_t, 6>{time.year, time.month, time.day, time.hour, time.minute, time.second}))
+            << days;
+    }
+    CivilTime time;
+    EXPECT_TRUE(fromOleDate(40720.99999999, time)); // rounds up into the next day
+    EXPECT_EQ(27u, time.day);
+    EXPECT_EQ(0u, time.hour);
+    time.year = 77;
+    for (double bad : {2958466.0, -693594.5, std::nan(""), HUGE_VAL, -HUGE_VAL})
+        EXPECT_FALSE(fromOleDate(bad, time)) << bad;
+    EXPECT_EQ(77u, time.year);
 }
 
 TEST_F(ModuleTags, RegistersDefinitionsByContext)

@@ -1,18 +1,17 @@
 // ubrofdump as a user runs it: whole outputs on the bundled sample against golden files in golden/
 // (UBROF_UPDATE_GOLDEN=1 rewrites them; see scripts/update-golden), and what it says about
 // numbers, contexts, bad files, source names, JSON and layout on writer-built files.
-#include "TestFiles.h"
+#include "DumpRun.h"
 
 #include <boost/json/parse.hpp>
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <fstream>
+#include <functional>
+#include <map>
 #include <regex>
+#include <set>
 #include <sstream>
 
 namespace ubrof {
@@ -21,68 +20,6 @@ namespace {
 namespace json = boost::json;
 using test::fileText;
 using test::ScratchDir;
-
-struct DumpResult {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-// Runs program in dir, with extra environment variables, so that embedded sources land there
-// and paths stay relative.
-DumpResult runIn(const ScratchDir& dir, const std::string& program, const std::vector<std::string>& args,
-                 const std::vector<std::pair<std::string, std::string>>& environment = {})
-{
-    const std::string outPath = dir.path("stdout"), errPath = dir.path("stderr");
-    const pid_t child = fork();
-    if (child == 0) {
-        const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        if (out < 0 || err < 0 || chdir(dir.dir().c_str()) != 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0)
-            _exit(127);
-        for (const auto& [name, value] : environment)
-            setenv(name.c_str(), value.c_str(), 1);
-        std::vector<char*> argv{const_cast<char*>(program.c_str())};
-        for (const std::string& arg : args)
-            argv.push_back(const_cast<char*>(arg.c_str()));
-        argv.push_back(nullptr);
-        execv(program.c_str(), argv.data());
-        _exit(127);
-    }
-    DumpResult run;
-    int status = 0;
-    if (child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status))
-        run.status = WEXITSTATUS(status);
-    run.out = fileText(outPath);
-    run.err = fileText(errPath);
-    return run;
-}
-
-DumpResult ubrofdump(const ScratchDir& dir, const std::vector<std::string>& args)
-{
-    return runIn(dir, UBROFDUMP, args);
-}
-
-void copySample(const ScratchDir& dir)
-{
-    const std::string sample = fileText(UBROF_SAMPLE_FILE);
-    ASSERT_FALSE(sample.empty()) << "the build writes " << UBROF_SAMPLE_FILE;
-    std::ofstream(dir.path("sample.d90"), std::ios::binary) << sample;
-}
-
-// A JSON error document: the schema, then an Error with a code and a message, nothing else.
-void expectErrorDocument(const std::string& out, const std::string& code, const std::string& what)
-{
-    const json::value document = json::parse(out);
-    ASSERT_TRUE(document.is_object()) << what;
-    EXPECT_EQ(2, document.at("Schema").to_number<int>()) << what;
-    EXPECT_EQ(2u, document.get_object().size()) << what;
-    const json::object& error = document.at("Error").get_object();
-    EXPECT_EQ(code, error.at("Code").as_string()) << what;
-    EXPECT_FALSE(error.at("Message").as_string().empty()) << what;
-    for (const auto& entry : error)
-        EXPECT_TRUE(entry.key() == "Code" || entry.key() == "Message" || entry.key() == "Module") << entry.key();
-}
 
 // Enumeration numbers come with their names, and no key is spelled in a second way.
 void expectNamedEnumerations(const json::value& value, const std::string& what)
@@ -143,6 +80,7 @@ const GoldenCase kCases[] = {
     {"symbols", {"symbols", "sample.d90"}, 0},
     {"symbols-pc", {"symbols", "sample.d90", "--pc", "0xf4"}, 0},
     {"symbols-json", {"symbols", "sample.d90", "--json", "--pc=0xb0"}, 0},
+    {"symbols-members", {"symbols", "sample.d90", "--members"}, 0},
     {"lookup", {"lookup", "sample.d90", "ADMUX"}, 0},
     {"lookup-pc-json", {"lookup", "sample.d90", "value", "--pc", "0xe0", "--json"}, 0},
     {"lookup-scope", {"lookup", "sample.d90", "sum", "--scope", "9"}, 0},
@@ -151,11 +89,22 @@ const GoldenCase kCases[] = {
     {"lookup-none-json", {"lookup", "sample.d90", "count", "--json"}, 3},
     {"context", {"context", "sample.d90", "33"}, 0},
     {"context-json", {"context", "sample.d90", "31", "--json"}, 0},
+    {"context-members-json", {"context", "sample.d90", "33", "--json", "--members"}, 0},
+    {"context-type", {"context", "sample.d90", "178"}, 0},
     {"context-none", {"context", "sample.d90", "99999"}, 3},
     {"context-none-json", {"context", "sample.d90", "99999", "--json"}, 3},
     {"compiler", {"compiler", "sample.d90"}, 0},
     {"compiler-json", {"compiler", "sample.d90", "--json"}, 0},
     {"usage-json", {"--json", "frobnicate", "sample.d90"}, 2},
+    {"help", {"--help"}, 0},
+    {"addr2line", {"addr2line", "sample.d90", "0x80", "0x92", "average", "lcd_init+2", "0x60"}, 0},
+    {"addr2line-json", {"--json", "--map-path", kSource + "=src/", "addr2line", "sample.d90", "0x94", "0x60"}, 0},
+    {"nm", {"nm", "sample.d90"}, 0},
+    {"nm-json", {"nm", "sample.d90", "--json", "--module", "sensor"}, 0},
+    {"nm-selected", {"nm", "sample.d90", "lcd_*", "--functions", "--size-sort"}, 0},
+    {"nm-none", {"nm", "sample.d90", "--variables", "--module", "lcd", "x*"}, 3},
+    {"size", {"size", "sample.d90"}, 0},
+    {"size-json", {"--json", "size", "sample.d90", "--by", "module", "--top", "3"}, 0},
 };
 
 class Golden : public ::testing::TestWithParam<GoldenCase> {};
@@ -187,7 +136,7 @@ TEST_P(Golden, MatchesTheWholeOutput)
     const json::value document = json::parse(run.out);
     ASSERT_TRUE(document.is_object());
     EXPECT_EQ("Schema", document.get_object().begin()->key());
-    EXPECT_EQ(2, document.at("Schema").to_number<int>());
+    EXPECT_EQ(3, document.at("Schema").to_number<int>());
     EXPECT_EQ(c.status != 0, document.get_object().contains("Error"));
     expectNamedEnumerations(document, c.name);
 }
@@ -289,7 +238,7 @@ TEST(UbrofdumpMessages, FilesThatCannotBeReadSayWhyAndKeepTheModulesReport)
     cut.begFile1().version(8).begLib("main").org(1, 0x100).absVar({1, 2, 3, 4}).end().eof();
     dir.save(cut.prefix(cut.size() - 3), "cut.d90");
     UbrofWriter newer;
-    newer.begFile1().version(10).begLib("main").end().eof();
+    newer.begFile1().version(12).begLib("main").end().eof();
     dir.save(newer, "newer.d43");
     std::ofstream(dir.path("notes.txt")) << "not an object file\n";
     std::ofstream(dir.path("empty.d90"));
@@ -300,24 +249,29 @@ TEST(UbrofdumpMessages, FilesThatCannotBeReadSayWhyAndKeepTheModulesReport)
         {"folder", "is-directory", "folder is a directory; give the path of a UBROF file in it"},
         {"empty.d90", "empty-file", "empty.d90 is empty; the link that wrote it may have failed"},
         {"notes.txt", "not-ubrof", "notes.txt is not a UBROF file: it begins with the byte 0x6E"},
-        {"newer.d43", "newer-version", "newer.d43 is in UBROF format version 10; the module reads versions up to 8"},
+        {"newer.d43", "newer-version", "newer.d43 is in UBROF format version 12, which no command reads: the debugger "
+                                       "module reads versions up to 8, and 10 and 11 when its host opts in"},
         {"cut.d90", "damaged", "cut.d90 begins as a UBROF file but could not be read to its end"},
     };
-    for (const auto& [file, code, sentence] : cases) {
-        const DumpResult text = ubrofdump(dir, {"symbols", file});
-        EXPECT_EQ(1, text.status) << file;
-        EXPECT_EQ("", text.out) << file;
-        EXPECT_EQ(0u, text.err.find("ubrofdump: " + sentence)) << text.err;
-        EXPECT_NE(std::string::npos, text.err.find("\nubrofdump: the module answered error 0x20027: ")) << text.err;
+    // The summary reads the program too, and still fails as the module does. (Versions 10 and 11,
+    // which the program commands read, have a test of their own.)
+    for (const char* command : {"symbols", "summary"})
+        for (const auto& [file, code, sentence] : cases) {
+            const DumpResult text = ubrofdump(dir, {command, file});
+            EXPECT_EQ(1, text.status) << file;
+            EXPECT_EQ("", text.out) << file;
+            EXPECT_EQ(0u, text.err.find("ubrofdump: " + sentence)) << command << ": " << text.err;
+            EXPECT_NE(std::string::npos, text.err.find("\nubrofdump: the module answered error 0x20027: ")) << text.err;
 
-        const DumpResult asJson = ubrofdump(dir, {"--json", "symbols", file});
-        EXPECT_EQ(1, asJson.status) << file;
-        EXPECT_EQ("", asJson.err) << file;
-        expectErrorDocument(asJson.out, code, file);
-        const json::value document = json::parse(asJson.out);
-        EXPECT_EQ(0x20027, document.at("Error").at("Module").at("Code").to_number<int>()) << file;
-        EXPECT_NE(std::string::npos, std::string(document.at("Error").at("Module").at("Message").as_string()).find(file));
-    }
+            const DumpResult asJson = ubrofdump(dir, {"--json", command, file});
+            EXPECT_EQ(1, asJson.status) << file;
+            EXPECT_EQ("", asJson.err) << file;
+            expectErrorDocument(asJson.out, code, file);
+            const json::value document = json::parse(asJson.out);
+            EXPECT_EQ(0x20027, document.at("Error").at("Module").at("Code").to_number<int>()) << file;
+            EXPECT_NE(std::string::npos,
+                      std::string(document.at("Error").at("Module").at("Message").as_string()).find(file));
+        }
 }
 
 TEST(UbrofdumpMessages, AnUnknownCommandIsNamedWhereverItStands)
@@ -443,6 +397,149 @@ TEST(UbrofdumpLayout, AddressesTakeTheirMemorysWidthAndColumnsStayNarrow)
     }
 }
 
+std::vector<std::string> childNames(const json::value& context)
+{
+    std::vector<std::string> names;
+    for (const auto& child : context.at("Children").as_array())
+        names.emplace_back(child.at("Name").as_string());
+    return names;
+}
+
+// Runs a context command with --json and answers its types by name, after checking that each is
+// listed once and that every TypeID of the document names a context of the tree or of the types.
+std::map<std::string, json::value> listedTypes(const ScratchDir& dir, std::vector<std::string> args,
+                                               json::value* document = nullptr)
+{
+    args.push_back("--json");
+    const DumpResult run = ubrofdump(dir, args);
+    EXPECT_EQ(0, run.status) << run.err;
+    const json::value parsed = json::parse(run.out);
+    std::set<std::string> ids, named;
+    std::function<void(const json::value&)> walk = [&](const json::value& context) {
+        ids.emplace(context.at("ID").as_string());
+        if (const auto* type = context.as_object().if_contains("TypeID"))
+            named.emplace(type->as_string());
+        for (const auto& child : context.at("Children").as_array())
+            walk(child);
+    };
+    walk((parsed.as_object().begin() + 1)->value());
+    std::map<std::string, json::value> types;
+    for (const auto& type : parsed.at("Types").as_array()) {
+        EXPECT_EQ(0u, ids.count(std::string(type.at("ID").as_string()))) << "listed twice: " << type;
+        walk(type);
+        types[std::string(type.at("Name").as_string())] = type;
+    }
+    for (const std::string& id : named)
+        EXPECT_EQ(1u, ids.count(id)) << "TypeID " << id << " is not listed in " << run.out;
+    if (document)
+        *document = parsed;
+    return types;
+}
+
+// Four variables of one structure of three members.
+TEST(UbrofdumpTypes, MembersAreListedOnceUnderTheirTypeAndUnderVariablesOnlyWhenAsked)
+{
+    ScratchDir dir;
+    UbrofWriter w;
+    w.begFile1().version(8).typeStruct(100, "pair", 4, {{"first", 5, 0}, {"second", 5, 2}, {"tag", 1, 3}});
+    w.begPgm("main");
+    for (uint32_t v = 0; v < 4; ++v)
+        w.symbolDef1({"p" + std::to_string(v), 2, 2, 0x100 + 4 * v, 100, {}});
+    w.end().eof();
+    dir.save(w, "pairs.d90");
+    const std::vector<std::string> members{"first", "second", "tag"};
+
+    for (const bool under : {false, true}) {
+        json::value document;
+        std::vector<std::string> args{"symbols", "pairs.d90"};
+        if (under)
+            args.push_back("--members");
+        const json::value pair = listedTypes(dir, args, &document)["struct pair"];
+        EXPECT_EQ(members, childNames(pair));
+        const json::value& module = document.at("Symbols").at("Children").at(0);
+        ASSERT_EQ(4u, module.at("Children").as_array().size());
+        for (const auto& variable : module.at("Children").as_array()) {
+            EXPECT_EQ(pair.at("ID"), variable.at("TypeID"));
+            EXPECT_EQ(under ? members : std::vector<std::string>{}, childNames(variable));
+        }
+    }
+    const DumpResult misplaced = ubrofdump(dir, {"segments", "pairs.d90", "--members"});
+    EXPECT_EQ(2, misplaced.status);
+    EXPECT_EQ(0u, misplaced.err.find("ubrofdump: --members does not belong to segments")) << misplaced.err;
+}
+
+// A typedef of itself, a structure that holds itself, two typedefs of each other, and a list
+// that reaches itself through a pointer, each the type of a variable.
+TEST(UbrofdumpTypes, TypesThatNameThemselvesAreListedOnceAndEndTheWalk)
+{
+    ScratchDir dir;
+    UbrofWriter w;
+    w.begFile1().version(8);
+    w.scopedName("loop_t").typeTypedef(100, 100, 0);
+    w.typeStruct(101, "node", 2, {{"self", 101, 0}, {"value", 1, 1}}); // names 1 to 3
+    w.scopedName("ping_t").scopedName("pong_t").typeTypedef(102, 103, 4).typeTypedef(103, 102, 5);
+    w.typePointer(104, 15, 105).typeStruct(105, "list", 3, {{"value", 1, 0}, {"next", 104, 1}});
+    w.begPgm("loops");
+    const std::pair<const char*, uint16_t> variables[] = {
+        {"loop", 100}, {"node", 101}, {"ping", 102}, {"pong", 103}, {"list", 105}};
+    for (const auto& [name, type] : variables)
+        w.symbolDef1({name, 2, 2, 0x100u + type, type, {}});
+    w.end().eof();
+    dir.save(w, "loops.d90");
+
+    json::value document;
+    auto types = listedTypes(dir, {"symbols", "loops.d90", "--members"}, &document);
+    for (const char* name : {"loop_t", "ping_t", "pong_t", "struct list", "struct list *", "struct node"})
+        EXPECT_EQ(1u, types.count(name)) << name;
+    // Members are leaves: a structure a member holds is the type listed once.
+    EXPECT_EQ((std::vector<std::string>{"self", "value"}), childNames(types["struct node"]));
+    const json::value& node = document.at("Symbols").at("Children").at(0).at("Children").at(1);
+    for (const auto& member : node.at("Children").as_array())
+        EXPECT_EQ(std::vector<std::string>{}, childNames(member)) << node;
+
+    const std::string id(types["struct node"].at("ID").as_string());
+    EXPECT_EQ(0u, listedTypes(dir, {"context", "loops.d90", id}).count("struct node")) << "the root is not repeated";
+}
+
+TEST(UbrofdumpOutput, AFullDiskFailsTheRunInsteadOfPassingForWritten)
+{
+    ScratchDir dir;
+    copySample(dir);
+    for (const char* command : {"symbols", "segments"}) {
+        const DumpResult run = runIn(dir, UBROFDUMP, {command, "sample.d90"}, {}, "/dev/full");
+        EXPECT_EQ(1, run.status) << command;
+        EXPECT_EQ("ubrofdump: standard output could not be written\n", run.err) << command;
+    }
+}
+
+// A thousand variables of one structure of a thousand members: listed under every variable,
+// the members made a million rows and gigabytes of memory.
+TEST(UbrofdumpTypes, AWideStructureCostsItsMembersOnce)
+{
+    ScratchDir dir;
+    std::vector<WriterStructMember> members;
+    for (uint32_t m = 0; m < 1000; ++m)
+        members.push_back({"m" + std::to_string(m), 1, m});
+    UbrofWriter w;
+    w.begFile1().version(8).typeStruct(100, "wide", 1000, members).begPgm("wide");
+    for (uint32_t v = 0; v < 1000; ++v)
+        w.symbolDef1({"v" + std::to_string(v), 2, 2, 0x100 + 1000 * v, 100, {}});
+    w.end().eof();
+    dir.save(w, "wide.d90");
+
+    for (const std::vector<std::string>& args : {std::vector<std::string>{"symbols", "wide.d90"},
+                                                 std::vector<std::string>{"symbols", "wide.d90", "--json"}}) {
+        const DumpResult run = ubrofdump(dir, args);
+        ASSERT_EQ(0, run.status) << run.err;
+        // The peak also counts the test's own pages that the child held before it became ubrofdump,
+        // and under the address sanitizer its shadow memory, which is no part of ubrofdump's cost.
+#if !defined(__SANITIZE_ADDRESS__)
+        EXPECT_LT(run.peakKiB, 64 * 1024) << args.back();
+#endif
+        EXPECT_LT(run.out.size(), 2u << 20) << args.back();
+    }
+}
+
 TEST(UbrofdumpRealFiles, Line2addrTakesTheBaseNameOfAStoredPath)
 {
     UBROF_NEED_REAL_FILES();
@@ -486,14 +583,31 @@ TEST(Ubrofgen, LargeProgramsHaveTheShapeAskedFor)
     EXPECT_EQ(3 * (4 + 4), summary.at("GlobalSymbols").to_number<int>());
 }
 
-TEST(UbrofdumpBuild, LinksNoneOfTheModulesCode)
+// The debugger commands see the module only as a host does, through the bundle; the program
+// commands alone read the model.
+TEST(UbrofdumpBuild, OnlyTheProgramCommandsReadTheModel)
 {
-    // Symbol and debug names of the reader and the store would be in the executable if it linked them.
+    // Symbol and debug names of the views and the bundle would be in the executable if it linked them;
+    // the service type (plugin/OspService.h) is what a host and the bundle share.
     const std::string executable = fileText(UBROFDUMP);
     ASSERT_FALSE(executable.empty());
-    for (const char* name : {"TarnUbrofParser", "CParser", "UbrofSymbolContext", "DebuggerUbrofBundleActivator"})
+    for (const char* name : {"UbrofSymbolContext", "UbrofSourceInformation", "DebuggerUbrofBundleActivator"})
         EXPECT_EQ(std::string::npos, executable.find(name)) << name;
     EXPECT_NE(std::string::npos, executable.find("OspService")) << "the probe finds names that are there";
+
+    const std::regex moduleInclude(R"(#\s*include\s*["<](model|parser|reader|info)/)");
+    size_t sources = 0;
+    for (const auto& entry : boost::filesystem::directory_iterator(std::string(UBROF_SOURCE_DIR) + "/tools/ubrofdump")) {
+        const std::string name = entry.path().filename().string();
+        ++sources;
+        if (name != "ProgramCommands.cpp" && name != "ExportCommand.cpp") {
+            EXPECT_FALSE(std::regex_search(fileText(entry.path().string()), moduleInclude)) << name;
+        }
+    }
+    EXPECT_GT(sources, 10u);
+    for (const char* name : {"ProgramCommands.cpp", "ExportCommand.cpp"})
+        EXPECT_TRUE(std::regex_search(fileText(std::string(UBROF_SOURCE_DIR) + "/tools/ubrofdump/" + name), moduleInclude))
+            << name;
 }
 
 } // namespace

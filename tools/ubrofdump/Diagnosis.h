@@ -14,8 +14,13 @@ namespace ubrofdump {
 std::optional<Failure> refuseSpecialFile(const std::string& path);
 
 /// The Failure for a file the module could not parse: which of the causes it is (no such file, a
-/// directory, an empty file, not UBROF, a newer format version, cut short or damaged) and what to
-/// do, keeping the module's own report.
-Failure explainUnparsed(const std::string& path, const ModuleStatus& module);
+/// directory, an empty file, not UBROF, a format version the module was not let read or reads
+/// never, cut short or damaged) and what to do, keeping the module's own report.
+/// readNewerVersions: whether the host had let the module read format versions 10 and 11.
+Failure explainUnparsed(const std::string& path, const ModuleStatus& module, bool readNewerVersions);
+
+/// The Failure for a file the program model could not be built from, reason being the model's
+/// own: the same causes, but format versions 10 and 11 are always read there.
+Failure explainUnbuilt(const std::string& path, const std::string& reason);
 
 } // namespace ubrofdump

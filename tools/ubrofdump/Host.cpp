@@ -6,6 +6,7 @@
 #include <Poco/Exception.h>
 #include <Poco/File.h>
 #include <Poco/Path.h>
+#include <Poco/Util/MapConfiguration.h>
 #include <boost/pointer_cast.hpp>
 
 #include <unistd.h>
@@ -14,9 +15,19 @@ namespace ubrofdump {
 
 namespace {
 const char* const kCategory = "ObjectfileParserFactory";
+
+Poco::AutoPtr<Poco::Util::AbstractConfiguration> preferences(bool readNewerVersions)
+{
+    auto* configuration = new Poco::Util::MapConfiguration;
+    Poco::AutoPtr<Poco::Util::AbstractConfiguration> owned(configuration);
+    if (readNewerVersions)
+        configuration->setString(kReadNewerVersionsPreference, "true");
+    return owned;
 }
 
-Host::Host(const std::string& path)
+} // namespace
+
+Host::Host(const std::string& path, bool readNewerVersions) : platform_(preferences(readNewerVersions))
 {
     try {
         platform_.bundleLoader().installBundle(path)->start();

@@ -17,10 +17,17 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// The platform preference through which a host lets the module read format versions 10 and 11.
+/// A host learns it from the module's documentation, as ubrofdump does: nothing of the module is
+/// linked into a host.
+inline constexpr const char* kReadNewerVersionsPreference = "com.quarnel.tarndbg.ubrof.readNewerVersions";
+
 class Host {
 public:
-    /// Installs and starts the bundle of the module file or module directory at path.
-    explicit Host(const std::string& path);
+    /// Installs and starts the bundle of the module file or module directory at path, on a
+    /// platform whose preferences let the module read format versions 10 and 11 when
+    /// readNewerVersions is set, and leave it at its default otherwise.
+    Host(const std::string& path, bool readNewerVersions);
     ~Host();
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;

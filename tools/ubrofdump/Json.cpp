@@ -18,6 +18,8 @@ const char* nameOf(const char* const (&names)[N], int64_t value)
     return value >= 0 && static_cast<uint64_t>(value) < N && names[value] ? names[value] : "?";
 }
 
+} // namespace
+
 void printJsonAt(std::ostream& out, const json::value& value, int indent)
 {
     const std::string inner(indent + 2, ' ');
@@ -59,8 +61,6 @@ void printJsonAt(std::ostream& out, const json::value& value, int indent)
     }
 }
 
-} // namespace
-
 ModuleStatus moduleStatus(const tarn::IStatus& status)
 {
     return ModuleStatus{static_cast<uint64_t>(status.getErrorCode()), status.getMessage()};
@@ -90,12 +90,27 @@ json::object answerDocument(const std::string& key, json::value value)
     return document;
 }
 
-json::object errorDocument(const Failure& failure)
+Failure refusedRequest(const tarn::CoreException& exception)
+{
+    return usageError(std::string("the module refused the request: ") + exception.what(), moduleStatus(exception));
+}
+
+Failure unexpectedFailure(const std::exception& exception)
+{
+    return Failure{kUnreadable, "failed", exception.what(), std::nullopt};
+}
+
+json::object errorObject(const Failure& failure)
 {
     json::object error{{"Code", failure.code}, {"Message", failure.message}};
     if (failure.module)
         error["Module"] = json::object{{"Code", failure.module->code}, {"Message", failure.module->message}};
-    return answerDocument("Error", std::move(error));
+    return error;
+}
+
+json::object errorDocument(const Failure& failure)
+{
+    return answerDocument("Error", errorObject(failure));
 }
 
 void printJson(std::ostream& out, const json::value& value)

@@ -16,7 +16,7 @@
 namespace ubrofdump {
 
 /// Raised whenever a document changes shape; scripts check it before reading anything else.
-constexpr int kSchema = 2;
+constexpr int kSchema = 3;
 
 /// Exit statuses, the same for the text and the JSON form.
 enum ExitStatus : int { kOk = 0, kUnreadable = 1, kUsage = 2, kNotFound = 3, kNoModule = 4 };
@@ -44,13 +44,22 @@ Failure notFound(std::string message, std::optional<ModuleStatus> module = std::
 /// The arguments cannot be used as given.
 Failure usageError(std::string message, std::optional<ModuleStatus> module = std::nullopt);
 
-/// {"Schema": 2, key: value}
+/// The module refused a call: what was asked is the user's to change.
+Failure refusedRequest(const tarn::CoreException& exception);
+/// Anything else that ends a command before it is done.
+Failure unexpectedFailure(const std::exception& exception);
+
+/// {"Schema": 3, key: value}
 boost::json::object answerDocument(const std::string& key, boost::json::value value);
-/// {"Schema": 2, "Error": {"Code": ..., "Message": ..., "Module": {"Code": ..., "Message": ...}}}
+/// {"Code": ..., "Message": ..., "Module": {"Code": ..., "Message": ...}}
+boost::json::object errorObject(const Failure& failure);
+/// {"Schema": 3, "Error": errorObject(failure)}
 boost::json::object errorDocument(const Failure& failure);
 
 /// JSON with two-space indentation; arrays of plain values stay on one line.
 void printJson(std::ostream& out, const boost::json::value& value);
+/// printJson's layout for a value that sits indent blanks deep, without the final newline.
+void printJsonAt(std::ostream& out, const boost::json::value& value, int indent);
 
 // Names of the host's enumerations, as both output forms show them ("?" for a number the host
 // does not define). A JSON object gives each such number a sibling key ending in "Name".

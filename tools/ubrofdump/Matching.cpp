@@ -4,6 +4,8 @@
 #include "tools/ubrofdump/Json.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 #include <numeric>
 
 namespace ubrofdump {
@@ -130,6 +132,21 @@ std::string listed(const std::vector<std::string>& items)
     for (size_t i = 0; i < items.size(); ++i)
         text += (i == 0 ? "" : i + 1 == items.size() ? " and " : ", ") + items[i];
     return text;
+}
+
+uint64_t parseNumber(const std::string& text, const char* what)
+{
+    const bool isHex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const std::string digits = isHex ? text.substr(2) : text;
+    const char* allowed = isHex ? "0123456789abcdefABCDEF" : "0123456789";
+    if (digits.empty() || digits.find_first_not_of(allowed) != std::string::npos)
+        throw usageError(std::string("not a number for ") + what + ": " + text +
+                         " (numbers are decimal, or hexadecimal after 0x)");
+    errno = 0;
+    const unsigned long long value = std::strtoull(digits.c_str(), nullptr, isHex ? 16 : 10);
+    if (errno == ERANGE)
+        throw usageError(std::string("number too large for ") + what + ": " + text);
+    return value;
 }
 
 } // namespace ubrofdump

@@ -1,7 +1,8 @@
-// Names as people type them: source paths shown through --map-path, a source file named by the
-// tail of its path, and the closest names when nothing matches.
+// Names and numbers as people type them: source paths shown through --map-path, a source file named
+// by the tail of its path, the closest names when nothing matches, and numbers in either base.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -39,5 +40,8 @@ std::vector<std::string> closest(const std::string& wanted, const std::vector<st
 
 /// "a, b and c"
 std::string listed(const std::vector<std::string>& items);
+
+/// A number as typed: decimal, or hexadecimal after 0x; a usage Failure naming what for anything else.
+uint64_t parseNumber(const std::string& text, const char* what);
 
 } // namespace ubrofdump

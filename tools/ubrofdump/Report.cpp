@@ -11,7 +11,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <deque>
 #include <tuple>
+#include <unordered_set>
 
 namespace ubrofdump {
 namespace {
@@ -22,6 +24,10 @@ using SC = tarn::ISymbolContext;
 // Deeper than root, module, function, variable and member never happens in a well-formed
 // file; the bound keeps a hostile one from recursing without end.
 constexpr int kMaxDepth = 8;
+
+// Types reached from the tree through this many other types are not listed: typedef chains of
+// real files are a few records long, and the module gives up on deeper ones too.
+constexpr unsigned kMaxTypeChain = 64;
 
 // Addresses of a memory no segment covers, and the least width of any: most of these
 // controllers' memories are 16-bit spaces, and a small program should not print its addresses
@@ -75,9 +81,14 @@ json::object locationJson(const SC::Ptr& context, uint64_t pc)
     return location;
 }
 
-std::vector<SC::Ptr> childrenOf(const SC::Ptr& context)
+// A variable of a structure type answers its type's members as its children: listed under every
+// such variable, they would grow with the product of the variables and the members, so they are
+// listed once, under the type, unless asked for under each variable.
+std::vector<SC::Ptr> childrenOf(const SC::Ptr& context, bool members)
 {
-    std::vector<SC::Ptr> children = context->getChildren(SC::OtherSymbol);
+    std::vector<SC::Ptr> children;
+    if (members || context->getSymbolClass() == SC::TypeSymbol || context->getTypeClass() != SC::CompositeType)
+        children = context->getChildren(SC::OtherSymbol);
     // The root's variables are those of its modules again; the modules list them.
     if (context->getId() == "0")
         return children;
@@ -155,8 +166,8 @@ size_t countCodeAreas(const tarn::ISourceInformation& source)
 }
 
 // The context's property list with each enumeration's name beside its number, then what the
-// property list leaves out.
-json::object contextJson(const SC::Ptr& context, uint64_t pc, int depth = 0)
+// property list leaves out; its children are the walk's to add.
+json::object contextFields(const SC::Ptr& context, uint64_t pc)
 {
     json::object result;
     for (const auto& [key, value] : context->getProperties()) {
@@ -172,14 +183,61 @@ json::object contextJson(const SC::Ptr& context, uint64_t pc, int depth = 0)
     const auto type = context->getTypeContext();
     result["TypeName"] = type ? type->getName() : std::string();
     result["Location"] = locationJson(context, pc);
-    json::array children;
-    if (depth < kMaxDepth)
-        for (const auto& child : childrenOf(context))
-            if (child)
-                children.push_back(contextJson(child, pc, depth + 1));
-    result["Children"] = std::move(children);
     return result;
 }
+
+// Walks a context tree into a sink, then every type that a context of the tree names by its
+// TypeID, then the types those name in turn, so that each TypeID of the output is listed. Each type
+// is listed once whatever names it, so a type that names itself or a ring of typedefs ends the
+// walk instead of looping; the ring's length is bounded too, as the module's own type walks are.
+class TreeWalk {
+public:
+    TreeWalk(ContextSink& sink, uint64_t pc, bool members) : sink_(sink), pc_(pc), members_(members) {}
+
+    void run(const SC::Ptr& root)
+    {
+        if (root->getSymbolClass() == SC::TypeSymbol)
+            listed_.insert(root->getId()); // its members are under it already
+        visit(root, 0, 0);
+        sink_.beginTypes();
+        while (!pending_.empty()) {
+            const auto [type, chain] = pending_.front();
+            pending_.pop_front();
+            visit(type, 0, chain);
+        }
+        sink_.endTypes();
+    }
+
+private:
+    void visit(const SC::Ptr& context, int depth, unsigned chain)
+    {
+        sink_.enter(contextFields(context, pc_), depth);
+        note(context, chain);
+        if (depth < kMaxDepth)
+            for (const auto& child : childrenOf(context, members_))
+                if (child)
+                    visit(child, depth + 1, chain);
+        sink_.leave(depth);
+    }
+
+    void note(const SC::Ptr& context, unsigned chain)
+    {
+        if (chain >= kMaxTypeChain)
+            return;
+        const auto type = context->getTypeContext();
+        // Code scopes and types other than typedefs are their own type.
+        if (!type || type->getId() == context->getId())
+            return;
+        if (listed_.insert(type->getId()).second)
+            pending_.emplace_back(type, chain + 1);
+    }
+
+    ContextSink& sink_;
+    const uint64_t pc_;
+    const bool members_;
+    std::unordered_set<std::string> listed_;             ///< IDs of the types listed or about to be
+    std::deque<std::pair<SC::Ptr, unsigned>> pending_; ///< with how many types led to each
+};
 
 SC::Ptr root(const boost::shared_ptr<tarn::ISymbolInformation>& symbols)
 {
@@ -204,9 +262,29 @@ int AddressWidths::of(const std::string& memory) const
     return found == digits.end() ? kLeastAddressDigits : found->second;
 }
 
+void AddressWidths::cover(const std::string& memory, uint64_t highest)
+{
+    int needed = 2;
+    while (needed < 16 && (highest >> (4 * needed)) != 0)
+        needed += 2;
+    int& width = digits.emplace(memory, kLeastAddressDigits).first->second;
+    width = std::max(width, needed);
+}
+
 Report::Report(boost::shared_ptr<tarn::IObjectfileParser> parser, std::string file, const PathMap& paths)
     : parser_(std::move(parser)), file_(std::move(file)), paths_(paths)
 {
+}
+
+// The tree is walked only as the answer is written, so that no more than one context's fields are
+// held at a time. The answer holds a context of the module's making: it must go before the module.
+Answer Report::tree(std::string key, SC::Ptr context, uint64_t pc, bool members) const
+{
+    Answer answer(std::move(key), {});
+    answer.walk = [context = std::move(context), pc, members](ContextSink& sink) {
+        TreeWalk(sink, pc, members).run(context);
+    };
+    return answer;
 }
 
 std::vector<std::pair<std::string, std::string>> Report::sourcePaths() const
@@ -372,20 +450,21 @@ Answer Report::lineToAddress(const std::string& source, uint32_t line) const
     return {"Addresses", std::move(list)};
 }
 
-Answer Report::scope(uint64_t pc) const
+Answer Report::scope(uint64_t pc, bool members) const
 {
     const auto context = need(parser_->createSymbolInformation(), "symbol")->getScopeContextFromPc(pc);
     if (!context)
         throw notFound("no scope holds the address " + hex(pc));
-    return {"Scope", contextJson(context, pc)};
+    return tree("Scope", context, pc, members);
 }
 
-Answer Report::symbols(uint64_t pc) const
+Answer Report::symbols(uint64_t pc, bool members) const
 {
-    return {"Symbols", contextJson(root(need(parser_->createSymbolInformation(), "symbol")), pc)};
+    return tree("Symbols", root(need(parser_->createSymbolInformation(), "symbol")), pc, members);
 }
 
-Answer Report::lookup(const std::string& name, std::optional<uint64_t> pc, std::optional<uint64_t> scopeId) const
+Answer Report::lookup(const std::string& name, std::optional<uint64_t> pc, std::optional<uint64_t> scopeId,
+                      bool members) const
 {
     const auto symbols = need(parser_->createSymbolInformation(), "symbol");
     if (name.empty())
@@ -405,7 +484,7 @@ Answer Report::lookup(const std::string& name, std::optional<uint64_t> pc, std::
     if (!found)
         throw notFound("no symbol " + name + " is visible " +
                        (pc ? "at " + hex(*pc) : scopeId ? "from context " + std::to_string(*scopeId) : "globally"));
-    return {"Lookup", contextJson(found, pc.value_or(kNoPc))};
+    return tree("Lookup", found, pc.value_or(kNoPc), members);
 }
 
 // The views never say how many contexts a file holds. Context numbers run without gaps through
@@ -429,14 +508,53 @@ bool Report::isContext(uint64_t id) const
     return false;
 }
 
-Answer Report::context(uint64_t id) const
+Answer Report::context(uint64_t id, bool members) const
 {
     const auto symbols = need(parser_->createSymbolInformation(), "symbol");
     if (id > kMaxContextId)
         throw notFound("no context " + std::to_string(id) + ": context IDs go up to " + std::to_string(kMaxContextId));
     if (!isContext(id))
         throw notFound("no context " + std::to_string(id) + " in " + file_);
-    return {"Context", contextJson(symbols->getSymbolContextFromID(std::to_string(id)), kNoPc)};
+    return tree("Context", symbols->getSymbolContextFromID(std::to_string(id)), kNoPc, members);
+}
+
+// The module never names a context qualified, and a plain name may stand for several (a
+// method of each of three classes); the place the model gives tells which is meant. Functions
+// are the modules' children; variables those of the modules and, for a function's statics, of
+// the functions.
+Answer Report::lookupPlaced(const std::string& qualified, const std::vector<PlacedName>& candidates,
+                            bool members) const
+{
+    const auto top = root(need(parser_->createSymbolInformation(), "symbol"));
+    std::vector<SC::Ptr> functions, variables = top->getChildren(SC::DataSymbol);
+    for (const auto& module : top->getChildren(SC::OtherSymbol))
+        for (const auto& function : module->getChildren(SC::CodeSymbol)) {
+            functions.push_back(function);
+            const auto statics = function->getChildren(SC::DataSymbol);
+            variables.insert(variables.end(), statics.begin(), statics.end());
+        }
+    for (const PlacedName& candidate : candidates) {
+        for (const SC::Ptr& context : candidate.isFunction ? functions : variables) {
+            if (!context || context->getName() != candidate.name)
+                continue;
+            if (candidate.isFunction) {
+                // A scope's value holds its low address, least significant byte first.
+                const std::vector<uint8_t> value = context->getValue();
+                uint64_t low = 0;
+                for (size_t i = value.size(); i-- > 0;)
+                    low = (low << 8) | value[i];
+                const uint64_t size = static_cast<uint64_t>(std::max(context->getSize(), 0));
+                if (low >= candidate.low && low + size <= candidate.high)
+                    return tree("Lookup", context, kNoPc, members);
+                continue;
+            }
+            const auto location = context->getLocation(boost::make_shared<Frame>(kNoPc));
+            if (location && location->getAddressingMode() == tarn::ILocation::Memory && !location->getPieces().empty() &&
+                location->getPieces().front().address == candidate.low)
+                return tree("Lookup", context, kNoPc, members);
+        }
+    }
+    throw notFound("the module has no context for " + qualified + ", though the program holds it");
 }
 
 Answer Report::compiler() const
@@ -475,12 +593,7 @@ AddressWidths Report::addressWidths() const
         return widths;
     for (const auto& segment : binary->getProgramSegments()) {
         const uint64_t size = segment->getSize();
-        const uint64_t highest = segment->getStartAddress() + (size ? size - 1 : 0);
-        int digits = 2;
-        while (digits < 16 && (highest >> (4 * digits)) != 0)
-            digits += 2;
-        int& width = widths.digits.emplace(segment->getMemoryType(), kLeastAddressDigits).first->second;
-        width = std::max(width, digits);
+        widths.cover(segment->getMemoryType(), segment->getStartAddress() + (size ? size - 1 : 0));
     }
     return widths;
 }

@@ -63,9 +63,7 @@ enum class Keep { Start, End };
 // as '?'; a long text is cut to the column's width, keeping the end of a path (its file name).
 std::string cell(std::string text, Keep keep = Keep::Start)
 {
-    for (char& c : text)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
-            c = '?';
+    text = printable(std::move(text));
     const size_t width = displayWidth(text);
     if (width <= kMaxColumnWidth)
         return text;
@@ -87,41 +85,48 @@ std::string cell(std::string text, Keep keep = Keep::Start)
     return kEllipsis + text.substr(at);
 }
 
-/// Left-aligned columns two blanks apart, each as wide as its widest cell.
-class Table {
-public:
-    explicit Table(std::vector<std::string> header) { rows_.push_back(std::move(header)); }
-    void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
-
-    void print(std::ostream& out) const
-    {
-        std::vector<size_t> widths;
-        for (const auto& row : rows_)
-            for (size_t i = 0; i < row.size(); ++i) {
-                if (widths.size() <= i)
-                    widths.push_back(0);
-                widths[i] = std::max(widths[i], displayWidth(row[i]));
-            }
-        for (const auto& row : rows_) {
-            std::string line = " ";
-            for (size_t i = 0; i < row.size(); ++i) {
-                line += " " + row[i];
-                if (i + 1 < row.size())
-                    line += std::string(widths[i] - displayWidth(row[i]) + 1, ' ');
-            }
-            while (!line.empty() && line.back() == ' ')
-                line.pop_back();
-            out << line << "\n";
-        }
-    }
-
-private:
-    std::vector<std::vector<std::string>> rows_;
-};
-
 std::string count(size_t n, const std::string& one, const std::string& many)
 {
     return n == 1 ? "is 1 " + one : "are " + std::to_string(n) + " " + many;
+}
+
+// The summary's account of the program as it is, when the answer has one.
+void printProgramSummary(std::ostream& out, const json::object& summary)
+{
+    if (!summary.contains("FormatVersion"))
+        return;
+    out << "Format version:  " << number(field(summary, "FormatVersion")) << "\n";
+    out << "Created:         " << (field(summary, "Created").is_string() ? text(field(summary, "Created")) : "unknown")
+        << "\n";
+    const json::value& processor = field(summary, "Processor");
+    if (processor.is_object()) {
+        const std::string name = text(field(processor.get_object(), "Name"));
+        const std::string family = text(field(processor.get_object(), "Family"));
+        out << "Processor:       " << (name.empty() ? family : cell(name) + " (" + family + ")") << "\n";
+    }
+    std::string memories;
+    if (field(summary, "Memories").is_array())
+        for (const auto& memory : field(summary, "Memories").get_array())
+            memories += (memories.empty() ? "" : ", ") + text(field(memory.get_object(), "Name")) + " " +
+                        std::to_string(number(field(memory.get_object(), "Bytes"))) + " bytes";
+    out << "Memories:        " << (memories.empty() ? "none" : memories) << "\n";
+    const json::value& largest = field(summary, "LargestModules");
+    const size_t shown = largest.is_array() ? largest.get_array().size() : 0;
+    out << "Program modules: " << number(field(summary, "ProgramModules"));
+    if (shown == 0) {
+        out << "\n";
+        return;
+    }
+    out << (shown == 1 ? "; the largest by code bytes:\n" : "; the " + std::to_string(shown) + " largest by code bytes:\n");
+    std::vector<std::pair<std::string, std::string>> rows;
+    size_t width = 0;
+    for (const auto& module : largest.get_array()) {
+        rows.emplace_back(std::to_string(number(field(module.get_object(), "CodeBytes"))),
+                          cell(text(field(module.get_object(), "Name"))));
+        width = std::max(width, rows.back().first.size());
+    }
+    for (const auto& [bytes, name] : rows)
+        out << std::string(17 + width - bytes.size(), ' ') << bytes << "  " << name << "\n";
 }
 
 void printSummary(std::ostream& out, const json::object& summary)
@@ -131,11 +136,15 @@ void printSummary(std::ostream& out, const json::object& summary)
         {"Segments", "Segments"}, {"Source files", "SourceFiles"}, {"Code areas", "CodeAreas"},
         {"Modules", "Modules"},   {"Functions", "Functions"},     {"Global symbols", "GlobalSymbols"}};
     for (const auto& [label, key] : rows) {
+        // A summary of a file the module did not read holds the program's rows alone.
+        if (!summary.contains(key))
+            continue;
         const json::value& value = field(summary, key);
         const std::string shown = value.is_string() ? cell(text(value), std::string(key) == "File" ? Keep::End : Keep::Start)
                                                     : std::to_string(number(value));
         out << label << ":" << std::string(16 - std::string(label).size(), ' ') << shown << "\n";
     }
+    printProgramSummary(out, summary);
 }
 
 // Sixteen bytes a line, as hex and as text, like a hex dump tool.
@@ -162,7 +171,7 @@ void printData(std::ostream& out, uint64_t start, const std::string& data, int d
 void printSegments(std::ostream& out, const json::array& segments, const TextRequest& request)
 {
     out << "There " << count(segments.size(), "program segment", "program segments") << ":\n\n";
-    Table table({"Nr", "Memory", "Start", "Load", "Size", "Name"});
+    Table table(out, {"Nr", "Memory", "Start", "Load", "Size", "Name"});
     for (size_t i = 0; i < segments.size(); ++i) {
         const json::object& segment = segments[i].get_object();
         const int digits = request.widths.of(text(field(segment, "Memory")));
@@ -170,7 +179,7 @@ void printSegments(std::ostream& out, const json::array& segments, const TextReq
                    hex(number(field(segment, "StartAddress")), digits), hex(number(field(segment, "LoadAddress")), digits),
                    hex(number(field(segment, "Size")), digits), cell(text(field(segment, "Name")))});
     }
-    table.print(out);
+    table.finish();
     if (!request.withData)
         return;
     for (size_t i = 0; i < segments.size(); ++i) {
@@ -184,10 +193,10 @@ void printSegments(std::ostream& out, const json::array& segments, const TextReq
 void printSources(std::ostream& out, const json::array& sources)
 {
     out << "There " << count(sources.size(), "source file", "source files") << ":\n\n";
-    Table table({"Nr", "File"});
+    Table table(out, {"Nr", "File"});
     for (size_t i = 0; i < sources.size(); ++i)
         table.add({std::to_string(i), cell(text(sources[i]), Keep::End)});
-    table.print(out);
+    table.finish();
 }
 
 std::string lineRange(uint64_t first, uint64_t last)
@@ -204,14 +213,14 @@ void printCodeAreas(std::ostream& out, const json::array& areas, const TextReque
         out << "Code areas from " << hex(request.start, digits) << " on:\n\n";
     else
         out << "Code areas from " << hex(request.start, digits) << " to " << hex(request.end, digits) << ":\n\n";
-    Table table({"Start", "End", "Lines", "Function", "File"});
+    Table table(out, {"Start", "End", "Lines", "Function", "File"});
     for (const auto& value : areas) {
         const json::object& area = value.get_object();
         table.add({hex(number(field(area, "StartAddress")), digits), hex(number(field(area, "EndAddress")), digits),
                    lineRange(number(field(area, "StartLine")), number(field(area, "EndLine"))),
                    cell(text(field(area, "Function"))), cell(text(field(area, "File")), Keep::End)});
     }
-    table.print(out);
+    table.finish();
 }
 
 void printAddresses(std::ostream& out, const json::array& addresses, const TextRequest& request)
@@ -221,11 +230,11 @@ void printAddresses(std::ostream& out, const json::array& addresses, const TextR
         out << "Line " << number(field(first, "Line")) << " of " << cell(text(field(first, "File")), Keep::End)
             << ":\n\n";
     }
-    Table table({"Address", "Function"});
+    Table table(out, {"Address", "Function"});
     for (const auto& value : addresses)
         table.add({hex(number(field(value.get_object(), "Address")), request.widths.of(kCodeMemory)),
                    cell(text(field(value.get_object(), "Function")))});
-    table.print(out);
+    table.finish();
 }
 
 std::string locationText(const json::object& location, const AddressWidths& widths)
@@ -270,39 +279,6 @@ std::string codeRange(const json::object& context, const AddressWidths& widths)
     return hex(low, digits) + "-" + hex(low + signedNumber(field(context, "Size")), digits);
 }
 
-void addContextRows(Table& table, const json::object& context, int depth, const AddressWidths& widths)
-{
-    const int64_t storage = signedNumber(field(context, "StorageClass"));
-    const int64_t symbolClass = signedNumber(field(context, "Class"));
-    const std::string name = text(field(context, "Name"));
-    const std::string type = text(field(context, "TypeName"));
-    std::string location = "-";
-    if (symbolClass == 3)
-        location = codeRange(context, widths);
-    else if (!type.empty() && field(context, "Location").is_object())
-        location = locationText(field(context, "Location").get_object(), widths); // modules have no type and no place
-    table.add({text(field(context, "ID")), symbolClassName(symbolClass), storageClassName(storage),
-               typeClassName(signedNumber(field(context, "TypeClass"))),
-               std::to_string(signedNumber(field(context, "Size"))),
-               storage == 3 ? std::to_string(signedNumber(field(context, "Offset"))) : "-", location,
-               type.empty() || symbolClass == 3 ? "-" : cell(type),
-               cell(std::string(2 * depth, ' ') + (name.empty() ? "<unnamed>" : name))});
-    const json::value& children = field(context, "Children");
-    if (children.is_array())
-        for (const auto& child : children.get_array())
-            if (child.is_object())
-                addContextRows(table, child.get_object(), depth + 1, widths);
-}
-
-void printContext(std::ostream& out, const std::string& title, const json::object& context,
-                  const AddressWidths& widths)
-{
-    out << title << ":\n\n";
-    Table table({"ID", "Class", "Storage", "TypeClass", "Size", "Offset", "Location", "Type", "Name"});
-    addContextRows(table, context, 0, widths);
-    table.print(out);
-}
-
 std::string atPc(const TextRequest& request)
 {
     return request.pc == kNoPc ? std::string(" (no pc: locations from the symbols alone)")
@@ -315,7 +291,7 @@ void printCompiler(std::ostream& out, const json::object& compiler)
     out << "Producer:    " << cell(text(field(compiler, "Producer"))) << "\n";
     out << "Big endian:  " << (field(compiler, "BigEndian").is_bool() && field(compiler, "BigEndian").get_bool() ? "yes" : "no")
         << "\n\nBase types:\n\n";
-    Table table({"ID", "Name", "Size", "Bits", "Signed", "Byte order"});
+    Table table(out, {"ID", "Name", "Size", "Bits", "Signed", "Byte order"});
     if (field(compiler, "BaseTypes").is_array()) {
         for (const auto& value : field(compiler, "BaseTypes").get_array()) {
             const json::object& type = value.get_object();
@@ -325,7 +301,7 @@ void printCompiler(std::ostream& out, const json::object& compiler)
                        byteOrderName(signedNumber(field(type, "ByteOrder")))});
         }
     }
-    table.print(out);
+    table.finish();
     out << "\nCompiler info:\n\n";
     const json::value& info = field(compiler, "CompilerInfo");
     if (!info.is_object())
@@ -343,10 +319,81 @@ void printCompiler(std::ostream& out, const json::object& compiler)
 
 } // namespace
 
+Table::Table(std::ostream& out, std::vector<std::string> header, size_t window)
+    : out_(out), window_(std::max<size_t>(window, 1))
+{
+    rows_.push_back(std::move(header));
+}
+
+void Table::add(std::vector<std::string> row)
+{
+    rows_.push_back(std::move(row));
+    if (rows_.size() >= window_)
+        finish();
+}
+
+void Table::finish()
+{
+    for (const auto& row : rows_)
+        for (size_t i = 0; i < row.size(); ++i) {
+            if (widths_.size() <= i)
+                widths_.push_back(0);
+            widths_[i] = std::max(widths_[i], displayWidth(row[i]));
+        }
+    for (const auto& row : rows_) {
+        std::string line = " ";
+        for (size_t i = 0; i < row.size(); ++i) {
+            line += " " + row[i];
+            if (i + 1 < row.size())
+                line += std::string(widths_[i] - displayWidth(row[i]) + 1, ' ');
+        }
+        while (!line.empty() && line.back() == ' ')
+            line.pop_back();
+        out_ << line << "\n";
+    }
+    rows_.clear();
+}
+
+std::vector<std::string> contextRow(const json::object& context, int depth, const AddressWidths& widths)
+{
+    const int64_t storage = signedNumber(field(context, "StorageClass"));
+    const int64_t symbolClass = signedNumber(field(context, "Class"));
+    const std::string name = text(field(context, "Name"));
+    const std::string type = text(field(context, "TypeName"));
+    std::string location = "-";
+    if (symbolClass == 3)
+        location = codeRange(context, widths);
+    else if (!type.empty() && field(context, "Location").is_object())
+        location = locationText(field(context, "Location").get_object(), widths); // modules have no type and no place
+    return {text(field(context, "ID")), symbolClassName(symbolClass), storageClassName(storage),
+            typeClassName(signedNumber(field(context, "TypeClass"))),
+            std::to_string(signedNumber(field(context, "Size"))),
+            storage == 3 ? std::to_string(signedNumber(field(context, "Offset"))) : "-", location,
+            type.empty() || symbolClass == 3 ? "-" : cell(type),
+            cell(std::string(2 * depth, ' ') + (name.empty() ? "<unnamed>" : name))};
+}
+
+const std::vector<std::string>& contextHeader()
+{
+    static const std::vector<std::string> kHeader{"ID",     "Class",    "Storage", "TypeClass", "Size",
+                                                  "Offset", "Location", "Type",    "Name"};
+    return kHeader;
+}
+
+std::string treeTitle(const std::string& key, const TextRequest& request)
+{
+    if (key == "Scope")
+        return "Scope" + atPc(request);
+    if (key == "Symbols")
+        return "Symbol tree" + atPc(request);
+    if (key == "Lookup")
+        return "Symbol " + cell(request.subject) + atPc(request);
+    return "Context " + request.subject;
+}
+
 void printText(std::ostream& out, const Answer& answer, const TextRequest& request)
 {
     const json::value& value = answer.value;
-    const AddressWidths& widths = request.widths;
     if (answer.key == "Summary" && value.is_object())
         printSummary(out, value.get_object());
     else if (answer.key == "Segments" && value.is_array())
@@ -357,16 +404,21 @@ void printText(std::ostream& out, const Answer& answer, const TextRequest& reque
         printCodeAreas(out, value.get_array(), request);
     else if (answer.key == "Addresses" && value.is_array())
         printAddresses(out, value.get_array(), request);
-    else if (answer.key == "Scope" && value.is_object())
-        printContext(out, "Scope" + atPc(request), value.get_object(), widths);
-    else if (answer.key == "Symbols" && value.is_object())
-        printContext(out, "Symbol tree" + atPc(request), value.get_object(), widths);
-    else if (answer.key == "Lookup" && value.is_object())
-        printContext(out, "Symbol " + cell(request.subject) + atPc(request), value.get_object(), widths);
-    else if (answer.key == "Context" && value.is_object())
-        printContext(out, "Context " + request.subject, value.get_object(), widths);
     else if (answer.key == "Compiler" && value.is_object())
         printCompiler(out, value.get_object());
+}
+
+std::string printable(std::string text)
+{
+    for (char& c : text)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+            c = '?';
+    return text;
+}
+
+std::string tableCell(const std::string& text, bool keepEnd)
+{
+    return cell(text, keepEnd ? Keep::End : Keep::Start);
 }
 
 } // namespace ubrofdump

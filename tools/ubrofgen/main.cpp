@@ -1,6 +1,7 @@
 // ubrofgen: writes the bundled sample program, or a large synthetic one for benchmarks, as a UBROF file.
 #include "tools/ubrofgen/ProgramBuilder.h"
 #include "tools/ubrofgen/Synthetic.h"
+#include "tools/ubrofgen/TypeStress.h"
 
 #include <cstdlib>
 #include <exception>
@@ -14,8 +15,12 @@ const char* const kUsage =
     "usage: ubrofgen OUTPUT\n"
     "       ubrofgen --large MODULES FUNCTIONS STATEMENTS OUTPUT\n"
     "       ubrofgen --synthetic SIZE [--seed N] OUTPUT\n"
+    "       ubrofgen --wide-struct VARIABLES MEMBERS OUTPUT\n"
+    "       ubrofgen --self-typedef VARIABLES OUTPUT\n"
     "Writes the sample program, a large one of MODULES x FUNCTIONS x STATEMENTS, or a synthetic\n"
-    "program of about SIZE bytes (suffixes K, M, G) shaped like a real one, as a UBROF file.\n";
+    "program of about SIZE bytes (suffixes K, M, G) shaped like a real one, as a UBROF file;\n"
+    "--wide-struct: VARIABLES globals of one structure of MEMBERS members; --self-typedef: VARIABLES\n"
+    "globals of a typedef that names itself, and types that hold or name each other.\n";
 
 bool parseCount(const char* text, uint32_t& value)
 {
@@ -63,6 +68,16 @@ int main(int argc, char** argv)
         const bool seeded = args.size() == 5 && args[2] == "--seed" && parseCount(argv[4], seed);
         if ((args.size() == 3 || seeded) && args[0] == "--synthetic" && parseSize(args[1], size)) {
             ubrof::gen::writeSyntheticProgram(args.back(), size, seed);
+            return 0;
+        }
+        uint32_t variables = 0, members = 0;
+        if (argc == 5 && std::string(argv[1]) == "--wide-struct" && parseCount(argv[2], variables) &&
+            parseCount(argv[3], members)) {
+            ubrof::gen::wideStructProgram(variables, members).save(argv[4]);
+            return 0;
+        }
+        if (argc == 4 && std::string(argv[1]) == "--self-typedef" && parseCount(argv[2], variables)) {
+            ubrof::gen::selfTypedefProgram(variables).save(argv[3]);
             return 0;
         }
         std::cerr << kUsage;

@@ -1,0 +1,295 @@
+// The program model of the real files of format versions 10 and 11: read whole, held against their
+// linker maps and compiler listings, and failing clearly when cut short or changed.
+#include "LinkerMap.h"
+#include "RealProgram.h"
+#include "TagStarts.h"
+#include "TestFiles.h"
+
+#include "model/ProgramQueries.h"
+
+#include <boost/filesystem.hpp>
+
+#include <cstdio>
+#include <fstream>
+
+namespace ubrof::test {
+namespace {
+
+using namespace ubrof::model;
+namespace fs = boost::filesystem;
+
+std::string baseName(const std::string& path)
+{
+    const size_t slash = path.find_last_of("/\\");
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// Each file's rows: every code byte of a described function has one, and each lies inside its
+// function's code and, unless it is the function's own line standing in for rows not understood,
+// inside the lines the function's line program gives as its extent.
+TEST(NewerPrograms, AreReadWhollyWithEveryRowInsideItsFunction)
+{
+    UBROF_NEED_REAL_FILES();
+    const std::vector<std::string> files = newerRealFiles();
+    EXPECT_EQ(12u, files.size());
+    for (const std::string& relative : files) {
+        SCOPED_TRACE(relative);
+        const RealProgram real(relative);
+        const Program& program = real.program;
+        EXPECT_EQ(fs::file_size(realFile(relative)), real.store.facts.newer.endOffset);
+        EXPECT_LE(10, program.version);
+        EXPECT_FALSE(program.processor.name.empty());
+
+        std::map<uint32_t, const NewerFormatFacts::FunctionLines*> extentAt;
+        for (const NewerFormatFacts::FunctionLines& record : real.store.facts.newer.functionLines)
+            if (record.understood)
+                extentAt.emplace(record.address, &record);
+        uint64_t bytes = 0, covered = 0;
+        for (const LineRow& row : program.lines) {
+            ASSERT_LT(row.function, program.functions.size());
+            const Function& function = program.functions[row.function];
+            EXPECT_TRUE(function.entry <= row.address && row.address < row.end && row.end <= function.end)
+                << function.name << " at " << row.address;
+            covered += row.end - row.address;
+            const auto extent = extentAt.find(function.entry);
+            if (row.file == function.file && row.line == function.line)
+                continue;
+            ASSERT_NE(extentAt.end(), extent) << function.name << " has rows but no line program";
+            const PlacedExtent& lines = extent->second->extent;
+            EXPECT_EQ(lines.file, row.file) << function.name;
+            EXPECT_TRUE(lines.line <= row.line && row.line <= lines.line + lines.extent.extraLines)
+                << function.name << ": line " << row.line;
+        }
+        size_t described = 0;
+        for (const Function& function : program.functions)
+            if (function.isDescribed) {
+                ++described;
+                bytes += function.size();
+            }
+        EXPECT_EQ(bytes, covered);
+        std::printf("%s: %zu functions (%zu described), %llu of %llu function bytes on a line, %zu lines, "
+                    "%zu notes; parsed in %.1f ms, built in %.1f ms\n",
+                    relative.c_str(), program.functions.size(), described, (unsigned long long)covered,
+                    (unsigned long long)bytes, program.lines.size(), program.notes.size(), real.parseMilliseconds,
+                    real.buildMilliseconds);
+    }
+}
+
+struct MappedFile {
+    const char* program;
+    const char* map;
+};
+
+class NewerProgramAgainstItsMap : public ::testing::TestWithParam<MappedFile> {};
+
+// Every function the file describes and the map lists starts where the map says, is as long as its
+// segment part, says whether it handles interrupts and how much stack it takes as the map does, and
+// symbolizes at its entry to itself and the line of its name. Every variable the map lists is where
+// the map puts it.
+TEST_P(NewerProgramAgainstItsMap, PlacesFunctionsAndVariablesWhereTheLinkerDid)
+{
+    UBROF_NEED_REAL_FILES();
+    const RealProgram real(GetParam().program);
+    const Program& program = real.program;
+    const LinkerMap map = readLinkerMap(realFile(GetParam().map));
+    ASSERT_FALSE(map.entries.empty());
+    if (map.entryPoint) {
+        EXPECT_EQ(map.entryPoint, program.entryPoint);
+    }
+
+    auto listed = [&](const SymbolEntry& symbol, const std::string& name) -> const MapEntry* {
+        const std::string module = symbol.module < program.modules.size() ? program.modules[symbol.module].name : "";
+        const MapEntry* entry = map.find(module, name);
+        return entry && entry->address ? entry : nullptr;
+    };
+    size_t described = 0, functions = 0, sized = 0, stacks = 0, variables = 0, unlisted = 0;
+    for (const SymbolEntry& symbol : listSymbols(program)) {
+        if (symbol.kind == SymbolEntry::Kind::Variable) {
+            const Variable& variable = program.variables[symbol.index];
+            const MapEntry* entry = listed(symbol, variable.qualifiedName);
+            if (!entry)
+                entry = listed(symbol, variable.name);
+            unlisted += entry == nullptr;
+            if (!entry)
+                continue;
+            ++variables;
+            EXPECT_EQ(*entry->address, symbol.address) << variable.qualifiedName;
+            // The map's word for the memory: CONST is the 8051's code memory, IDATA its upper internal data.
+            static const std::map<std::string, MemorySpace> kSpaceOfWord = {
+                {"CODE", MemorySpace::Code}, {"CONST", MemorySpace::Code},      {"DATA", MemorySpace::Data},
+                {"IDATA", MemorySpace::Data}, {"XDATA", MemorySpace::External}, {"EEPROM", MemorySpace::Eeprom}};
+            if (!entry->memory.empty()) {
+                const auto space = kSpaceOfWord.find(entry->memory);
+                EXPECT_TRUE(space != kSpaceOfWord.end() && space->second == symbol.space)
+                    << variable.qualifiedName << ": " << spaceName(symbol.space) << ", the map says " << entry->memory;
+            }
+            continue;
+        }
+        const Function& function = program.functions[symbol.index];
+        if (!function.isDescribed)
+            continue;
+        ++described;
+        const MapEntry* entry = listed(symbol, function.qualifiedName);
+        if (!entry)
+            continue;
+        ++functions;
+        EXPECT_EQ(*entry->address, symbol.address) << function.name;
+        if (entry->partSize != 0) {
+            ++sized;
+            EXPECT_EQ(entry->partSize, symbol.size) << function.name;
+            EXPECT_EQ(entry->isInterrupt, function.isInterrupt) << function.name;
+        }
+        if (!entry->stack.empty()) {
+            ++stacks;
+            // The file's stack use of a segment is the sum of the map's two figures for it.
+            std::vector<std::pair<std::string, uint32_t>> mapped;
+            for (const MapEntry::Stack& use : entry->stack)
+                if (use.first + use.second != 0)
+                    mapped.emplace_back(use.segment, use.first + use.second);
+            std::vector<std::pair<std::string, uint32_t>> own = function.stackUse;
+            own.erase(std::remove_if(own.begin(), own.end(), [](const auto& use) { return use.second == 0; }), own.end());
+            std::sort(mapped.begin(), mapped.end());
+            std::sort(own.begin(), own.end());
+            EXPECT_EQ(mapped, own) << function.name;
+        }
+        const SourcePlace place = symbolize(program, symbol.address);
+        EXPECT_EQ(symbol.index, place.function) << function.name;
+        EXPECT_EQ(0u, place.offset);
+        ASSERT_NE(nullptr, place.row) << function.name;
+        EXPECT_NE(kNone, function.file) << function.name;
+        EXPECT_NE(0u, function.line) << function.name;
+        if (place.row->file == function.file) {
+            EXPECT_LE(function.line, place.row->line) << function.name << ": the name stands before its code";
+        }
+    }
+    EXPECT_EQ(described, functions) << "described functions the map does not list";
+    EXPECT_GT(variables, 0u);
+    std::printf("%s: %zu described functions, %zu at their map entries, %zu of them sized by the map, %zu with its "
+                "stack figures; %zu variables at their map addresses, %zu not in the map\n",
+                GetParam().program, described, functions, sized, stacks, variables, unlisted);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    RealPrograms, NewerProgramAgainstItsMap,
+    ::testing::Values(MappedFile{"avr-mega128-board/atmega128.d90", "avr-mega128-board/atmega128.map"},
+                      MappedFile{"msp430-iotcar/Project_08.d43", "msp430-iotcar/Project_08.map"},
+                      MappedFile{"8051-cc2530-vfd/vfd.d51", "8051-cc2530-vfd/vfd.map"},
+                      MappedFile{"rl78-yrdk/prbRL78G13.d87", "rl78-yrdk/prbRL78G13.map"},
+                      MappedFile{"8051-zstack-genericapp/GenericApp.d51", "8051-zstack-genericapp/GenericApp.map.gz"}));
+
+// atmega128.d90 against its compiler's listings: each function on the line its label follows, and
+// each statement's code on the line the listing prints it under.
+TEST(NewerPrograms, Atmega128SymbolizesAsItsListingsSay)
+{
+    UBROF_NEED_REAL_FILES();
+    const std::string board = "avr-mega128-board/";
+    const RealProgram real(board + "atmega128.d90");
+    const Program& program = real.program;
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(realFile(board + "listings")))
+        names.push_back(entry.path().filename().string());
+    const Listings listings = readListings(realFile(board + "listings"), names, readLinkerMap(realFile(board + "atmega128.map")));
+
+    ASSERT_FALSE(listings.functions.empty());
+    for (const ListedFunction& listed : listings.functions) {
+        const SourcePlace place = symbolize(program, listed.address);
+        ASSERT_NE(kNone, place.function) << listed.name;
+        const Function& function = program.functions[place.function];
+        EXPECT_EQ(listed.name, function.name);
+        EXPECT_EQ(listed.line, function.line) << listed.name;
+        ASSERT_NE(kNone, function.file);
+        EXPECT_EQ(listed.module + ".c", baseName(program.files[function.file].path));
+    }
+    const Function& main = program.functions.at(findFunctions(program, "main").at(0));
+    EXPECT_EQ(std::make_pair(std::string("main.c"), 60u), std::make_pair(baseName(program.files[main.file].path), main.line));
+
+    size_t statements = 0, matched = 0;
+    for (const ListedStatement& code : listings.statements) {
+        if (!code.startsStatement)
+            continue;
+        ++statements;
+        const SourcePlace place = symbolize(program, code.address);
+        if (place.row && place.row->line == code.line && place.row->isStatement)
+            ++matched;
+        else
+            std::printf("  %s at 0x%X: listing line %u, the model's %u\n", code.function.c_str(), code.address,
+                        code.line, place.row ? place.row->line : 0);
+    }
+    std::printf("atmega128.d90: %zu of %zu listed statements symbolize to the listing's line, %zu functions to "
+                "the line of their name\n",
+                matched, statements, listings.functions.size());
+    EXPECT_GE(matched * 100, statements * 95);
+}
+
+// Cut short, or with a tag's code changed, a file fails with a ModelError that says where, or, when
+// the change makes another tag that fits, still builds; it never crashes.
+TEST(NewerPrograms, FailClearlyWhenCutShortOrChanged)
+{
+    UBROF_NEED_REAL_FILES();
+    ScratchDir dir;
+    for (const char* relative : {"msp430-iotcar/Project_08.d43", "avr-mega128-board/atmega128.d90"}) {
+        const std::string path = realFile(relative);
+        std::ifstream in(path, std::ios::binary);
+        const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        auto failure = [&](const std::vector<uint8_t>& file) -> std::string {
+            try {
+                loadProgram(dir.save(file, baseName(path)));
+            } catch (const ModelError& error) {
+                return error.what();
+            }
+            return std::string();
+        };
+        for (size_t step = 1; step <= 30; ++step) {
+            const size_t cut = bytes.size() * step / 31 + step % 5;
+            const std::string error = failure(std::vector<uint8_t>(bytes.begin(), bytes.begin() + long(cut)));
+            EXPECT_NE(std::string::npos, error.find("Unexpected end of file")) << "cut at " << cut << ": " << error;
+            EXPECT_NE(std::string::npos, error.find(" offset ")) << error;
+        }
+
+        const std::vector<uint64_t> starts = tagStarts(path);
+        ASSERT_GT(starts.size(), 40u);
+        size_t changed = 0, failed = 0;
+        for (size_t i = 1; i < starts.size(); i += starts.size() / 40, ++changed) {
+            std::vector<uint8_t> file = bytes;
+            file[starts[i]] ^= 0x02;
+            const std::string error = failure(file);
+            if (!error.empty()) {
+                ++failed;
+                EXPECT_NE(std::string::npos, error.find(" offset ")) << error;
+            }
+        }
+        std::printf("%s: %zu of %zu changed tag codes fail the build\n", relative, failed, changed);
+        EXPECT_GE(failed * 100, changed * 80) << relative;
+    }
+}
+
+// A light build of the largest file keeps none of the rows it would not place, and still holds
+// what a summary shows.
+TEST(NewerPrograms, LightBuildsStayLight)
+{
+    UBROF_NEED_REAL_FILES();
+    const std::string path = realFile("8051-zstack-genericapp/GenericApp.d51");
+    TarnUbrofParser store;
+    store.keepFacts = store.readNewerVersions = store.facts.light = true;
+    store.initialize();
+    ASSERT_EQ(0, store.parseFile(path));
+    const NewerFormatFacts& facts = store.facts.newer;
+    EXPECT_TRUE(facts.rows.empty() && facts.functionLines.empty() && facts.positions.empty() &&
+                facts.symbolSources.empty() && facts.stackUses.empty() && facts.functionSizes.empty());
+    BuildOptions light;
+    light.light = true;
+    const Program summary = buildProgram(store, light);
+    const Program full = loadProgram(path);
+    EXPECT_TRUE(summary.functions.empty() && summary.lines.empty());
+    EXPECT_EQ(full.processor.name, summary.processor.name);
+    EXPECT_EQ(full.entryPoint, summary.entryPoint);
+    ASSERT_EQ(full.modules.size(), summary.modules.size());
+    for (size_t m = 0; m < full.modules.size(); ++m)
+        EXPECT_EQ(full.modules[m].size(MemorySpace::Code), summary.modules[m].size(MemorySpace::Code));
+    ASSERT_EQ(full.memories.size(), summary.memories.size());
+    for (size_t m = 0; m < full.memories.size(); ++m)
+        EXPECT_EQ(full.memories[m].byteCount(), summary.memories[m].byteCount());
+}
+
+} // namespace
+} // namespace ubrof::test

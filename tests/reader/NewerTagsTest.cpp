@@ -1,0 +1,310 @@
+// Format versions 10 and 11: variable-length numbers, the new tags, and where what they say lands.
+#include "ReaderFixture.h"
+
+#include "reader/ReaderError.h"
+#include "reader/TagCodes.h"
+
+namespace ubrof::test {
+namespace {
+
+using NewerTags = ReaderTest;
+
+// Global lines of this module: main.c 1-2, io.h 1-5 (included at main.c line 2), main.c 3-20.
+WriterSourceFiles twoFiles()
+{
+    WriterSourceFiles sources;
+    sources.directories = {"C:\\src\\", "C:\\inc\\"};
+    sources.files = {{"main.c", 1, 20, {2024, 5, 6, 7, 8, 9}}, {"io.h", 2, 5, {2024, 13, 1}}};
+    sources.include(0, 0).include(2, 1).end().end();
+    return sources;
+}
+
+// main at 0x100, 12 bytes: an entry row on the line of its name (global 15 = main.c 10), three
+// statements, and a row past its code that marks a jump elsewhere.
+WriterLineProgram mainProgram()
+{
+    WriterLineProgram program;
+    program.kind(3).spans(1).line(15).row(0, 0, 1, 4);
+    program.row(1, 2, 3, 10);
+    program.calls(5).row(2);
+    program.noFallThrough().row(2, 1, -2, -3);
+    program.row(3);
+    return program;
+}
+
+// A module as the compilers of these versions write one: its files, a function with its
+// position, stack use, size and line program, a variable, and a block inside the function.
+UbrofWriter typicalModule()
+{
+    UbrofWriter w = fileStart(10);
+    w.segInfo({{"CODE", {{0x100, 0x20}}, 1}, {"CSTACK", {{0x200, 0x40}, {0x300, 2}}, 2}});
+    w.begPgm("main").aux1("6.21.3.50641", 0x5A32).debug(0).sourceFiles(twoFiles());
+    w.scopedName("main").scopedName("count").scopedBlockName(0, 1);
+    w.typePointer(300, 15, 6).typeArray(301, 300, 4, 2, 41);
+    w.symbolDef2(0, 2, 1, 0x100, 0).symbolPosition(0, 10, {0, 0, 0x10, 0x30, 0, 0});
+    w.stackUseCount(1).stackUse(1, 4).sourcePosition(15, 6, 0, 9);
+    w.symbolDef2(1, 4, 2, 0x60, 301).sourcePosition(4, 5, 0, 9);
+    w.org(1, 0x100).functionSize(12, 0).lineProgramHeader(2);
+    w.lineProgram({0, 6, 2, 0, 15, 6, 0, 9, mainProgram().bytes});
+    w.absVar({1, 2}).blockBegin3(0).sourcePosition(15, 1, 10, 1).absVar({3, 4, 5, 6});
+    w.blockBegin3(2).absVar({7, 8}).blockEnd().absVar({9, 10, 11, 12}).blockEnd();
+    w.org(1, 0).absVar({0x0C, 0x94}); // a vector at module level
+    return w.end().eof();
+}
+
+TEST_F(NewerTags, PlaceAModulesFilesFunctionsBlocksAndStatementsInTheStore)
+{
+    const UbrofWriter w = typicalModule();
+    ASSERT_EQ("", readNewer(w)) << failure;
+
+    ASSERT_EQ(2u, store->sourceFileTable.size());
+    EXPECT_EQ("C:\\src\\main.c", store->sourceFileTable[0].name);
+    EXPECT_EQ("C:\\inc\\io.h", store->sourceFileTable[1].name);
+    EXPECT_NEAR(45418.2973, store->sourceFileTable[0].timestamp, 0.0001); // 6 May 2024, 07:08:09
+    EXPECT_EQ(0.0, store->sourceFileTable[1].timestamp);             // month 13: no date
+    const ChunkedVector<BlockRecord>& blocks = store->blockTree.blocks;
+    ASSERT_EQ(3u, blocks.size());
+    EXPECT_EQ(0u, store->blockTree.moduleFile(0, 0));
+    EXPECT_EQ(1u, store->blockTree.moduleFile(0, 1));
+
+    // The function's size covers its prologue, written before its block; the block inside
+    // gets the bytes written while it is open; the vector at module level widens nothing.
+    EXPECT_EQ(FunctionBlock, blocks[1].kind);
+    EXPECT_EQ(std::make_pair(0x100u, 0x10Cu), std::make_pair(blocks[1].lowAddress, blocks[1].highAddress));
+    EXPECT_EQ(std::make_pair(0x106u, 0x108u), std::make_pair(blocks[2].lowAddress, blocks[2].highAddress));
+    EXPECT_EQ(std::make_pair(0x100u, 0x10Cu), std::make_pair(blocks[0].lowAddress, blocks[0].highAddress));
+
+    // One line record per row inside the code, each as long as the code up to the next one.
+    struct Line {
+        uint32_t address, size, line, span, column, endColumn;
+        bool operator==(const Line& o) const
+        {
+            return std::tie(address, size, line, span, column, endColumn) ==
+                   std::tie(o.address, o.size, o.line, o.span, o.column, o.endColumn);
+        }
+    };
+    std::vector<Line> lines;
+    for (const LineRecord& r : store->lineTable)
+        lines.push_back({r.address, r.size, r.line, r.lineSpan, r.column, r.endColumn});
+    EXPECT_EQ((std::vector<Line>{{0x100, 2, 10, 1, 1, 4}, {0x102, 4, 12, 0, 4, 14}, {0x106, 4, 12, 0, 4, 14},
+                                 {0x10A, 2, 13, 0, 2, 11}}),
+              lines);
+    ASSERT_EQ(1u, store->fileLineRanges.size());
+    EXPECT_EQ(0, store->fileLineRanges[0].file);
+    EXPECT_EQ(4u, store->fileLineRanges[0].lineRecordCount);
+    EXPECT_EQ(13, store->fileLineRanges[0].maxLine);
+    EXPECT_EQ(std::vector<uint32_t>{0}, store->blockTree.lineRanges(1));
+    EXPECT_EQ(std::vector<uint32_t>{0}, store->sourceFileTable[0].lineRanges);
+
+    // Type indexes are variable-length numbers now, in types and symbols alike.
+    EXPECT_EQ(15u, store->typeTable.getRecord(300).kind);
+    EXPECT_EQ(6u, store->typeTable.getRecord(300).op1);
+    EXPECT_EQ(300u, store->typeTable.getRecord(301).op1);
+    ASSERT_EQ(2u, store->symbolTable.symbols.size());
+    EXPECT_EQ(301u, store->symbolTable.symbols[1].typeIndex);
+    EXPECT_EQ(0x60u, store->symbolTable.symbols[1].value);
+}
+
+TEST_F(NewerTags, KeepWhatTheStoreHasNoPlaceForInTheFacts)
+{
+    const UbrofWriter w = typicalModule();
+    ASSERT_EQ("", readNewer(w)) << failure;
+    const NewerFormatFacts& facts = store->facts.newer;
+    EXPECT_EQ(w.size(), facts.endOffset);
+
+    ASSERT_EQ(2u, facts.segments.size());
+    EXPECT_EQ("CSTACK", facts.segments[1].name);
+    EXPECT_EQ(2, facts.segments[1].leading[0]);
+    EXPECT_EQ((std::vector<std::pair<uint32_t, uint32_t>>{{0x200, 0x40}, {0x300, 2}}), facts.segments[1].ranges);
+
+    ASSERT_EQ(1u, facts.moduleSources.size());
+    EXPECT_EQ((std::vector<uint32_t>{0, 1}), facts.moduleSources[0].files);
+    EXPECT_EQ((std::vector<uint32_t>{20, 5}), facts.moduleSources[0].lineCounts);
+    EXPECT_EQ(3u, facts.moduleSources[0].spans.size());
+
+    // Positions, stack use and sizes describe what was defined just before them.
+    ASSERT_EQ(1u, facts.symbolSources.size());
+    EXPECT_EQ(std::make_tuple(0u, 0u, 10u, uint8_t(0x30)),
+              std::make_tuple(facts.symbolSources[0].symbol, facts.symbolSources[0].file, facts.symbolSources[0].line,
+                              facts.symbolSources[0].flags[3]));
+    ASSERT_EQ(1u, facts.stackUses.size());
+    EXPECT_EQ(std::make_tuple(0u, 1u, 4u),
+              std::make_tuple(facts.stackUses[0].symbol, facts.stackUses[0].segment, facts.stackUses[0].bytes));
+    ASSERT_EQ(3u, facts.positions.size());
+    auto where = [&](size_t i) {
+        const auto& p = facts.positions[i];
+        return std::make_tuple(p.ofBlock, p.index, p.position.file, p.position.line, p.position.extent.lastColumn);
+    };
+    EXPECT_EQ(std::make_tuple(false, 0u, 0u, 10u, 9u), where(0));
+    EXPECT_EQ(std::make_tuple(false, 1u, 1u, 2u, 9u), where(1)); // global line 4: io.h, included at main.c 2
+    EXPECT_EQ(std::make_tuple(true, 1u, 0u, 10u, 1u), where(2));
+    ASSERT_EQ(1u, facts.functionSizes.size());
+    EXPECT_EQ(std::make_tuple(0u, 0u, 0x100u, 12u),
+              std::make_tuple(facts.functionSizes[0].module, facts.functionSizes[0].nameIndex,
+                              facts.functionSizes[0].address, facts.functionSizes[0].size));
+
+    ASSERT_EQ(1u, facts.functionLines.size());
+    const NewerFormatFacts::FunctionLines& main = facts.functionLines[0];
+    EXPECT_TRUE(main.understood);
+    EXPECT_EQ(std::make_tuple(0x100u, 12u, 0u, 10u), std::make_tuple(main.address, main.size, main.extent.file, main.extent.line));
+    ASSERT_EQ(4u, main.rowCount);
+    std::vector<std::tuple<uint32_t, uint32_t, uint32_t, RowKind, bool, uint32_t>> rows;
+    for (const StatementRow& r : facts.rows)
+        rows.emplace_back(r.address, r.line, r.endLine, r.kind, r.fallsThrough, r.callee);
+    EXPECT_EQ((decltype(rows){{0x100, 10, 11, RowKind::Entry, true, kNoIndex},
+                              {0x102, 12, 12, RowKind::Statement, true, kNoIndex},
+                              {0x106, 12, 12, RowKind::Call, true, 5},
+                              {0x10A, 13, 13, RowKind::Statement, false, kNoIndex}}),
+              rows);
+    EXPECT_TRUE(facts.notes.empty());
+}
+
+TEST_F(NewerTags, NoteWhatTheyDoNotUnderstandAndFallBackToTheRecordsLine)
+{
+    UbrofWriter w = fileStart(10);
+    w.begPgm("m").sourceFiles(twoFiles()).scopedName("f").scopedName("g").scopedName("h");
+    w.org(1, 0x200).functionSize(8, 0).lineProgramHeader(2);
+    WriterLineProgram unknownOpcode;
+    unknownOpcode.kind(3).line(15).row(0).byte(1).row(1);
+    w.lineProgram({0, 4, 2, 0, 15, 1, 0, 1, unknownOpcode.bytes});
+    w.absVar({1, 2, 3, 4, 5, 6, 7, 8}).blockBegin3(0).blockEnd();
+    WriterLineProgram fragment;
+    fragment.line(18).row(0);
+    w.org(1, 0x300).lineProgram({1, 2, 0, 9, 18, 3, 0, 7, fragment.bytes});   // a shared fragment
+    w.lineProgram({2, 2, 2, 0, 19, 1, 0, 1, fragment.bytes, 4});                // no header 4
+    w.counted(uint8_t(NewerTag::t_line_program), {7, 1, 2});                    // a kind never seen
+    w.counted(uint8_t(NewerTag::t_function_info), {5, 1, 2, 3});                // kinds other than 3 pass
+    w.end().eof();
+    ASSERT_EQ("", readNewer(w)) << failure;
+
+    const NewerFormatFacts& facts = store->facts.newer;
+    ASSERT_EQ(4u, facts.notes.size());
+    EXPECT_NE(std::string::npos, facts.notes[0].text.find("of f are not understood: opcode 1 at byte 16"))
+        << facts.notes[0].text;
+    EXPECT_NE(std::string::npos, facts.notes[1].text.find("of g are not understood: it is a shared code fragment"))
+        << facts.notes[1].text;
+    EXPECT_NE(std::string::npos, facts.notes[2].text.find("header 4, which the file does not give"));
+    EXPECT_NE(std::string::npos, facts.notes[3].text.find("of kind 7"));
+    // Each note says where: the offset of its tag.
+    for (const auto& note : facts.notes)
+        EXPECT_EQ(uint8_t(NewerTag::t_line_program), w.bytes().at(note.offset)) << note.text;
+
+    // One row per record, at its code address, on the record's own line; none in the store.
+    ASSERT_EQ(3u, facts.rows.size());
+    for (const StatementRow& row : facts.rows)
+        EXPECT_TRUE(row.fallback);
+    EXPECT_EQ(std::make_tuple(0x200u, 0u, 10u), std::make_tuple(facts.rows[0].address, facts.rows[0].file, facts.rows[0].line));
+    EXPECT_EQ(std::make_tuple(0x300u, 0u, 13u), std::make_tuple(facts.rows[1].address, facts.rows[1].file, facts.rows[1].line));
+    EXPECT_TRUE(store->lineTable.empty());
+    // The function's size still gives its block its code.
+    EXPECT_EQ(std::make_pair(0x200u, 0x208u),
+              std::make_pair(store->blockTree.blocks[1].lowAddress, store->blockTree.blocks[1].highAddress));
+}
+
+TEST_F(NewerTags, AreReadOnlyWhenAllowedAndOnlyInTheirVersions)
+{
+    const UbrofWriter newer = typicalModule();
+    EXPECT_EQ(kTagProcessingError, read(newer));
+    EXPECT_NE(std::string::npos, failure.find("in tag 0xBD (t_version) at offset 7: format version 10 is not read"))
+        << failure;
+    EXPECT_TRUE(store->moduleTable.empty());
+
+    for (uint8_t version : {9, 12}) {
+        UbrofWriter w;
+        w.begFile1().version(version).raw({0, 0, 0});
+        EXPECT_EQ(kTagProcessingError, readNewer(w.eof()));
+        EXPECT_NE(std::string::npos, failure.find(version == 9 ? "no file of that version is known" : "newer than 11"))
+            << failure;
+    }
+
+    // In a version 8 file the new tag codes are unknown tags: the skip rule, never a handler,
+    // and no variable-length count.
+    UbrofWriter old;
+    old.begFile1().version(8, 0, 0, {{0xD7, 3}, {0xB0, 0xFD}}).begLib("m");
+    old.tag(0xD7).raw({0x8A, 0x4A, 0x05}).tag(0xB0).u8(1).u8(9).typePointer(300, 15, 6).end().eof();
+    EXPECT_EQ("", readNewer(old)) << failure;
+    EXPECT_TRUE(store->facts.newer.positions.empty());
+    EXPECT_EQ(6u, store->typeTable.getRecord(300).op1); // 16-bit indexes, as ever
+    UbrofWriter stackCount = fileStart(8);
+    stackCount.stackUseCount(1).eof();
+    EXPECT_EQ(kUnknownTag, readNewer(stackCount));
+
+    // A newer file that declares another layout for a new tag has it passed over by that layout.
+    UbrofWriter other;
+    other.begFile1().version(10, 0, 2, {{0xD7, 0xFE}}).begLib("m").tag(0xD7).u16(2).raw({1, 2}).end().eof();
+    EXPECT_EQ("", readNewer(other)) << failure;
+    EXPECT_TRUE(store->facts.newer.positions.empty());
+
+    // Other t_aux_1 codes are no error from version 10 on.
+    UbrofWriter aux = fileStart(10);
+    aux.begLib("m").aux1("9.10", 0x2000).end().eof();
+    EXPECT_EQ("", readNewer(aux)) << failure;
+    EXPECT_EQ(0x2000, store->moduleTable[0].versionCode);
+}
+
+TEST_F(NewerTags, FailWithWhatAndWhereOnBadNumbersAndBodies)
+{
+    auto failureOf = [this](const std::function<void(UbrofWriter&)>& build) {
+        UbrofWriter w = fileStart(10);
+        w.begLib("m").sourceFiles(twoFiles());
+        const size_t at = w.size();
+        build(w);
+        w.end().eof();
+        EXPECT_NE("", readNewer(w));
+        EXPECT_NE(std::string::npos, failure.find("at offset " + std::to_string(at))) << failure;
+        return failure;
+    };
+    auto says = [](const std::string& text, std::initializer_list<const char*> parts) {
+        for (const char* part : parts)
+            if (text.find(part) == std::string::npos)
+                return ::testing::AssertionFailure() << text;
+        return ::testing::AssertionSuccess();
+    };
+    EXPECT_TRUE(says(failureOf([](UbrofWriter& w) { w.tag(uint8_t(Tag::t_type)).vnum(0x10000).u8(15).vnum(1); }),
+                     {"(t_type) at", "type index 65536 beyond"}));
+    EXPECT_TRUE(says(failureOf([](UbrofWriter& w) { w.tag(uint8_t(Tag::t_type)).raw({0x80, 0x80, 0x80, 0x80, 0x80, 1}); }),
+                     {"longer than five bytes"}));
+    EXPECT_TRUE(says(failureOf([](UbrofWriter& w) { w.tag(uint8_t(Tag::t_type)).raw({0x80, 0x80, 0x80, 0x80, 0x10}); }),
+                     {"beyond 32 bits"}));
+    EXPECT_TRUE(says(failureOf([](UbrofWriter& w) {
+                         w.counted(uint8_t(NewerTag::t_source_position), {1, 2, 3, 4, 5});
+                     }),
+                     {"(t_source_position) at", "1 bytes after the position"}));
+    EXPECT_TRUE(says(failureOf([](UbrofWriter& w) { w.counted(uint8_t(NewerTag::t_stack_use), {1, 0x84}); }),
+                     {"(t_stack_use) at", "the body ends inside a field"}));
+    WriterSourceFiles badInclude = twoFiles();
+    badInclude.tree = {1, 0, 5};
+    EXPECT_TRUE(says(failureOf([&](UbrofWriter& w) { w.sourceFiles(badInclude); }), {"an include of file 5 of 2"}));
+    WriterSourceFiles open = twoFiles();
+    open.tree = {1, 0, 0};
+    EXPECT_TRUE(says(failureOf([&](UbrofWriter& w) { w.sourceFiles(open); }), {"1 files left open"}));
+    WriterSourceFiles stray = twoFiles();
+    stray.tree = {3};
+    EXPECT_TRUE(says(failureOf([&](UbrofWriter& w) { w.sourceFiles(stray); }), {"include-tree step 3"}));
+    EXPECT_TRUE(says(failureOf([](UbrofWriter& w) { w.tag(uint8_t(NewerTag::t_stack_use)).vnum(0xFFFFFF); }),
+                     {"Unexpected end of file in tag 0xD8 (t_stack_use)"}));
+    EXPECT_TRUE(says(failureOf([](UbrofWriter& w) { w.tag(0xD9).vnum(1000); }), {"Unexpected end of file in tag 0xD9"}));
+
+    // A read out of step is caught where a tag's leading length disagrees with its fields, or
+    // where a 0xFF taken for the end has more of the file after it.
+    EXPECT_TRUE(says(failureOf([](UbrofWriter& w) {
+                         w.tag(uint8_t(Tag::t_scoped_name)).u32(9).u8(1).u32(1).raw({'x'}).u32(0xFFFFFFFF);
+                     }),
+                     {"(t_scoped_name) at offset 121", "its length says it ends at offset 135, its fields at 136"}));
+    UbrofWriter trailing = fileStart(10);
+    trailing.begLib("m").end().eof().raw({0x4A, 0x00});
+    EXPECT_EQ(kTagProcessingError, readNewer(trailing));
+    const std::string eofAt = "(t_ubrof_eof) at offset " + std::to_string(trailing.size() - 3);
+    EXPECT_TRUE(says(failure, {eofAt.c_str(), ": 2 bytes follow the end of the file's tags"}));
+}
+
+TEST_F(NewerTags, FailAtEveryCutWithoutACrash)
+{
+    const UbrofWriter w = typicalModule();
+    ASSERT_EQ("", readNewer(w)) << failure;
+    for (size_t n = 0; n < w.size(); ++n)
+        ASSERT_EQ(kUnexpectedEndOfFile, readNewer(w.prefix(n))) << "cut after " << n << " bytes";
+}
+
+} // namespace
+} // namespace ubrof::test

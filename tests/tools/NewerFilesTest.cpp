@@ -1,0 +1,203 @@
+// ubrofdump on the real files of format versions 10 and 11: the program commands print what the
+// model holds (which the model's own tests hold against the linker maps), stack use and statement
+// lines against the maps and listings, and the debugger commands of a host that opts in.
+#include "DumpRun.h"
+#include "LinkerMap.h"
+
+#include "model/ProgramBuilder.h"
+#include "model/ProgramQueries.h"
+
+#include <boost/filesystem.hpp>
+#include <boost/json/parse.hpp>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <map>
+#include <sstream>
+#include <tuple>
+
+namespace ubrof {
+namespace {
+
+namespace json = boost::json;
+using test::ScratchDir;
+
+class NewerFileCommands : public ::testing::TestWithParam<const char*> {};
+
+// nm prints the model's entry, size, memory and name of every function and variable, in its order;
+// addr2line at each described function's entry names it, the row's line and the line of its name,
+// and the text form adds the name's line exactly where it differs from the row's. Where the file
+// gives a function no position, addr2line still names the function there and adds no line.
+TEST_P(NewerFileCommands, PrintTheModelsAnswerForEveryFunctionAndVariable)
+{
+    UBROF_NEED_REAL_FILES();
+    const std::string path = test::realFile(GetParam());
+    const model::Program program = model::loadProgram(path);
+    ScratchDir dir;
+    const json::value listed = answerOf(dir, {"nm", path});
+    ASSERT_TRUE(listed.is_object());
+    const std::vector<model::SymbolEntry> symbols = model::listSymbols(program);
+    const json::array& printed = listed.at("NameList").as_array();
+    ASSERT_EQ(symbols.size(), printed.size());
+    std::vector<std::string> entries{"addr2line", path};
+    std::vector<const model::Function*> described;
+    for (size_t i = 0; i < symbols.size(); ++i) {
+        const model::SymbolEntry& symbol = symbols[i];
+        EXPECT_EQ(std::make_tuple(*symbol.qualifiedName, symbol.address, symbol.size, std::string(model::spaceName(symbol.space))),
+                  std::make_tuple(std::string(printed[i].at("Name").as_string()), printed[i].at("Address").to_number<uint32_t>(),
+                                  printed[i].at("Size").to_number<uint32_t>(), std::string(printed[i].at("Memory").as_string())));
+        if (symbol.kind == model::SymbolEntry::Kind::Function && program.functions[symbol.index].isDescribed) {
+            entries.push_back(std::to_string(symbol.address));
+            described.push_back(&program.functions[symbol.index]);
+        }
+    }
+    const json::value places = answerOf(dir, entries);
+    ASSERT_TRUE(places.is_object());
+    std::istringstream text(ubrofdump(dir, entries).out);
+    size_t unpositioned = 0, noted = 0;
+    for (size_t i = 0; i < described.size(); ++i) {
+        const model::Function& function = *described[i];
+        const model::LineRow* row = program.lineAt(function.entry);
+        const json::value& symbol = places.at("Symbolized").at(i).at("Symbol").at(0);
+        EXPECT_EQ(function.qualifiedName, symbol.at("FunctionName").as_string());
+        EXPECT_EQ(function.line, symbol.at("StartLine").to_number<uint32_t>()) << function.name;
+        EXPECT_EQ(row ? row->line : 0, symbol.at("Line").to_number<uint32_t>()) << function.name;
+        std::string line;
+        std::getline(text, line);
+        EXPECT_EQ(0u, line.find(function.qualifiedName + " at ")) << line;
+        const bool differs = function.line != 0 && row && (row->line != function.line || row->file != function.file);
+        EXPECT_EQ(differs, line.find(" (declared at ") != std::string::npos) << line;
+        if (differs && row->file == function.file) {
+            EXPECT_NE(std::string::npos, line.find("(declared at line " + std::to_string(function.line) + ")")) << line;
+        }
+        unpositioned += function.line == 0;
+        noted += differs;
+    }
+    std::printf("%s: nm prints the model's %zu functions and variables; addr2line at the entries of %zu described "
+                "functions, %zu with the line of their name added, %zu without a position in the file\n",
+                GetParam(), symbols.size(), described.size(), noted, unpositioned);
+}
+
+INSTANTIATE_TEST_SUITE_P(RealFiles, NewerFileCommands,
+                         ::testing::Values("avr-mega128-board/atmega128.d90", "msp430-iotcar/Project_08.d43",
+                                           "8051-cc2530-vfd/vfd.d51", "rl78-yrdk/prbRL78G13.d87",
+                                           "8051-zstack-genericapp/GenericApp.d51"));
+
+// size --stack gives the figures of the linker maps: the two a map gives for a segment
+// ("CSTACK = 4 ( 10 )") add up to the file's. Of a function the map gives figures for, it lists
+// no others; the file also records some the map leaves out (atmega128's __exit and __DebugBreak).
+TEST(NewerRealFiles, StackUseIsWhatTheMapsSay)
+{
+    UBROF_NEED_REAL_FILES();
+    ScratchDir dir;
+    for (const auto& [program, mapFile] : {std::make_pair("avr-mega128-board/atmega128.d90", "avr-mega128-board/atmega128.map"),
+                                           std::make_pair("8051-cc2530-vfd/vfd.d51", "8051-cc2530-vfd/vfd.map")}) {
+        std::map<std::pair<std::string, std::string>, std::map<std::string, uint32_t>> mapped; // module, function
+        for (const test::MapEntry& entry : test::readLinkerMap(test::realFile(mapFile)).entries)
+            for (const test::MapEntry::Stack& use : entry.stack)
+                if (use.first + use.second != 0)
+                    mapped[{entry.module, entry.name}][use.segment] = use.first + use.second;
+        const json::value sizes = answerOf(dir, {"size", test::realFile(program), "--stack"});
+        ASSERT_TRUE(sizes.is_object());
+        std::map<std::pair<std::string, std::string>, std::map<std::string, uint32_t>> listed;
+        for (const auto& use : sizes.at("Sizes").at("Stack").as_array())
+            listed[{std::string(use.at("Module").as_string()), std::string(use.at("Name").as_string())}]
+                  [std::string(use.at("Segment").as_string())] = use.at("Bytes").to_number<uint32_t>();
+        size_t unmapped = 0;
+        for (const auto& [function, figures] : listed) {
+            const auto inMap = mapped.find(function);
+            unmapped += inMap == mapped.end();
+            if (inMap != mapped.end()) {
+                EXPECT_EQ(inMap->second, figures) << function.second;
+            }
+        }
+        for (const auto& [function, figures] : mapped)
+            EXPECT_TRUE(listed.count(function)) << function.second << " has stack figures in the map";
+        std::printf("%s: the stack figures of %zu functions as the map gives them; %zu more the map gives none for\n",
+                    program, mapped.size(), unmapped);
+    }
+}
+
+// At the address of each statement of atmega128.d90's compiler listings, addr2line gives the
+// listing's line (for loops' increments sit on the for line, where the listing prints them under
+// the loop's end); main is named on main.c line 60.
+TEST(NewerRealFiles, Atmega128sStatementsAreOnTheirListingsLines)
+{
+    UBROF_NEED_REAL_FILES();
+    const std::string board = test::realFile("avr-mega128-board/");
+    std::vector<std::string> names;
+    for (const boost::filesystem::directory_entry& entry : boost::filesystem::directory_iterator(board + "listings"))
+        names.push_back(entry.path().filename().string());
+    const test::Listings listings = test::readListings(board + "listings", names, test::readLinkerMap(board + "atmega128.map"));
+    std::vector<std::string> args{"addr2line", board + "atmega128.d90"};
+    std::vector<uint32_t> lines;
+    for (const test::ListedStatement& statement : listings.statements)
+        if (statement.startsStatement) {
+            args.push_back(std::to_string(statement.address));
+            lines.push_back(statement.line);
+        }
+    ScratchDir dir;
+    const json::value places = answerOf(dir, args);
+    ASSERT_TRUE(places.is_object());
+    size_t matched = 0;
+    for (size_t i = 0; i < lines.size(); ++i)
+        matched += places.at("Symbolized").at(i).at("Symbol").at(0).at("Line").to_number<uint32_t>() == lines[i];
+    std::printf("atmega128.d90: addr2line gives the listing's line for %zu of %zu statements\n", matched, lines.size());
+    EXPECT_GE(matched * 100, lines.size() * 95);
+    EXPECT_GT(lines.size(), 150u);
+    EXPECT_EQ("main at C:\\Users\\Administrator\\Desktop\\ATmega128Project\\src\\main.c:73 (declared at line 60)\n",
+              ubrofdump(dir, {"addr2line", board + "atmega128.d90", "main"}).out);
+}
+
+// What a host that opts in receives through the bundle: the image the model holds, each code area
+// inside one of the model's functions, main's line and scope, and main in the symbol tree.
+TEST(NewerRealFiles, AHostThatOptsInReadsAtmega128ThroughTheModule)
+{
+    UBROF_NEED_REAL_FILES();
+    const std::string path = test::realFile("avr-mega128-board/atmega128.d90");
+    const model::Program program = model::loadProgram(path);
+    ScratchDir dir;
+    const auto opted = [&](std::vector<std::string> args) {
+        args.insert(args.begin(), "--newer-versions");
+        return answerOf(dir, args);
+    };
+    const json::value summary = opted({"summary", path});
+    ASSERT_TRUE(summary.is_object());
+    EXPECT_EQ(10, summary.at("Summary").at("FormatVersion").to_number<int>());
+    EXPECT_GT(summary.at("Summary").at("Functions").to_number<int>(), 20);
+
+    const json::value segments = opted({"segments", path, "--data"});
+    ASSERT_TRUE(segments.is_object());
+    const model::MemoryImage& code = *program.memory(model::MemorySpace::Code);
+    ASSERT_EQ(1u, code.runs.size());
+    std::string hex;
+    char pair[3];
+    for (uint8_t byte : code.runs[0].bytes) {
+        std::snprintf(pair, sizeof pair, "%02x", byte);
+        hex += pair;
+    }
+    EXPECT_EQ(hex, segments.at("Segments").at(0).at("Data").as_string()) << "the module's image is not the model's";
+
+    const json::value areas = opted({"lines", path});
+    ASSERT_TRUE(areas.is_object());
+    // The module names an area by its innermost scope, a function or one of its blocks.
+    for (const auto& area : areas.at("CodeAreas").as_array()) {
+        const uint32_t function = program.functionAt(area.at("StartAddress").to_number<uint32_t>());
+        ASSERT_NE(model::kNone, function) << area;
+        EXPECT_LE(area.at("EndAddress").to_number<uint32_t>(), program.functions[function].end) << area;
+    }
+
+    const model::Function& main = program.functions.at(model::findFunctions(program, "main").at(0));
+    const json::value address = opted({"line2addr", path, "main.c", "73"});
+    ASSERT_TRUE(address.is_object());
+    EXPECT_EQ(main.entry, address.at("Addresses").at(0).at("Address").to_number<uint32_t>());
+    const json::value scope = opted({"scope", path, std::to_string(main.entry + 2)});
+    ASSERT_TRUE(scope.is_object());
+    EXPECT_EQ("main", scope.at("Scope").at("Name").as_string());
+    const DumpResult tree = ubrofdump(dir, {"--newer-versions", "symbols", path});
+    EXPECT_EQ(0, tree.status) << tree.err;
+    EXPECT_NE(std::string::npos, tree.out.find(" main\n")) << "main is not in the symbol tree";
+}
+
+} // namespace
+} // namespace ubrof
