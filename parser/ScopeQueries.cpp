@@ -2,6 +2,7 @@
 #include "parser/TarnUbrofParser.h"
 
 #include <algorithm>
+#include <unordered_map>
 
 namespace ubrof {
 
@@ -344,16 +345,29 @@ int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* lo
     if (!scopesIndexed())
         return scopeAtAddress(pc, low, high);
     std::vector<ScopeTrail::Level>& levels = trail.levels;
-    size_t kept = 0;
-    while (kept < levels.size() && levels[kept].low <= pc && pc < levels[kept].high)
-        ++kept;
+    auto push = [&levels](int32_t scope, uint64_t pieceLow, uint64_t pieceHigh) {
+        ScopeTrail::Level level{scope, pieceLow, pieceHigh, pieceLow, pieceHigh, scope};
+        if (!levels.empty()) {
+            const ScopeTrail::Level& above = levels.back();
+            level.jointLow = std::max(above.jointLow, pieceLow);
+            level.jointHigh = std::min(above.jointHigh, pieceHigh);
+            if (scope < 0)
+                level.jointScope = above.jointScope;
+        }
+        levels.push_back(level);
+    };
+    // The joint ranges nest, so the levels that still hold are a prefix found by bisection.
+    const auto holds = std::partition_point(levels.begin(), levels.end(), [pc](const ScopeTrail::Level& level) {
+        return level.jointLow <= pc && pc < level.jointHigh;
+    });
+    const size_t kept = size_t(holds - levels.begin());
     if (kept == 0) {
         uint64_t pieceLow = 0, pieceHigh = uint64_t(1) << 32;
         const int32_t claimed = moduleClaiming_.at(pc, &pieceLow, &pieceHigh);
         trail.claimed = claimed >= 0;
         const int32_t found = trail.claimed ? claimed : moduleHolding_.at(pc, &pieceLow, &pieceHigh);
-        levels.assign(1, {found >= 0 ? static_cast<int32_t>(blockTree.roots[size_t(found)]) : -1, pieceLow, pieceHigh});
-        kept = 1;
+        levels.clear();
+        push(found >= 0 ? static_cast<int32_t>(blockTree.roots[size_t(found)]) : -1, pieceLow, pieceHigh);
     } else {
         levels.resize(kept);
     }
@@ -363,21 +377,14 @@ int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* lo
             const auto parent = static_cast<uint32_t>(levels.back().scope);
             uint64_t pieceLow = 0, pieceHigh = uint64_t(1) << 32;
             const int32_t child = childAt(parent, pc, &pieceLow, &pieceHigh);
-            levels.push_back({child, pieceLow, pieceHigh});
+            push(child, pieceLow, pieceHigh);
             if (child < 0)
                 break;
         }
     }
-    *low = 0;
-    *high = uint64_t(1) << 32;
-    int32_t scope = -1;
-    for (const ScopeTrail::Level& level : levels) {
-        *low = std::max(*low, level.low);
-        *high = std::min(*high, level.high);
-        if (level.scope >= 0)
-            scope = level.scope;
-    }
-    return scope;
+    *low = std::max<uint64_t>(levels.back().jointLow, 0);
+    *high = std::min<uint64_t>(levels.back().jointHigh, uint64_t(1) << 32);
+    return levels.back().jointScope;
 }
 
 int32_t TarnUbrofParser::findSymbolInScope(int32_t scope, const std::string& name) const
@@ -508,6 +515,15 @@ void TarnUbrofParser::indexNames()
     functionNames_.clear();
     uint32_t place = 0;
     std::string scratch;
+    // One scoped name may name every block and symbol of a file, at up to 4 GiB of text: each
+    // name is hashed once, however often it is used.
+    std::unordered_map<uint32_t, uint32_t> symbolHashes, blockHashes;
+    auto hashOf = [](std::unordered_map<uint32_t, uint32_t>& hashes, uint32_t nameIndex, auto text) {
+        const auto [at, added] = hashes.try_emplace(nameIndex, 0);
+        if (added)
+            at->second = hashName(text());
+        return at->second;
+    };
     for (uint32_t position = 0; position < blockTree.roots.size(); ++position) {
         const uint32_t module = blockTree.roots[position];
         if (module >= blocks.size())
@@ -515,15 +531,17 @@ void TarnUbrofParser::indexNames()
         for (uint32_t symbol : blockTree.symbols(module)) {
             if (symbol < symbolTable.symbols.size() && symbolTable.symbols[symbol].kind != 6 &&
                 symbolTable.symbols[symbol].kind != 9)
-                moduleNames_.push_back(
-                    {hashName(nameTable.nameView(symbolTable.symbols[symbol].nameIndex, scratch)), position, symbol});
+                moduleNames_.push_back({hashOf(symbolHashes, symbolTable.symbols[symbol].nameIndex,
+                                               [&] { return nameTable.nameView(symbolTable.symbols[symbol].nameIndex, scratch); }),
+                                        position, symbol});
         }
         if (!blockTree.groups(module).empty())
             modulesWithGroups_.push_back(position);
         for (uint32_t child : blockTree.children(module)) {
             const int32_t nameIndex = child < blocks.size() ? blocks[child].nameIndex : -1;
             if (nameIndex >= 0 && size_t(nameIndex) < names.size() && names.hasText(size_t(nameIndex)))
-                functionNames_.push_back({hashName(names.text(size_t(nameIndex))), place, child});
+                functionNames_.push_back(
+                    {hashOf(blockHashes, uint32_t(nameIndex), [&] { return names.text(size_t(nameIndex)); }), place, child});
             ++place;
         }
     }

@@ -216,6 +216,11 @@ private:
             int32_t scope; ///< the module or child found at this level; -1 where none was
             uint64_t low;
             uint64_t high;
+            // What the levels down to this one answer together, so that a nesting as deep as
+            // the file allows costs a lookup no walk over its levels.
+            uint64_t jointLow = 0;
+            uint64_t jointHigh = 0;
+            int32_t jointScope = -1;
         };
         std::vector<Level> levels;
         bool claimed = false; ///< whether a module claimed the address, so that the walk went down
