@@ -275,7 +275,7 @@ void CParser::checkImageBudget(uint64_t offset) const
     const uint64_t used = codeMemory_.allocatedBytes() + dataMemory_.allocatedBytes() + eepromMemory_.allocatedBytes();
     if (used > imageBudget())
         throw ReaderError{kOutOfMemory, "the memory images would take more than " + std::to_string(imageBudget()) +
-                                            " bytes (four times the file and 64 MiB) at file offset " +
+                                            " bytes (four times the file and 48 MiB) at file offset " +
                                             std::to_string(offset)};
 }
 

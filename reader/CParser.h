@@ -184,8 +184,9 @@ private:
     void checkImageBudget(uint64_t offset) const;
     /// Memory the three images may take in all: a file of n bytes can fill at most n bytes of
     /// them, but every byte it places on a new page costs the whole page, so the bound is a
-    /// multiple of the file's size with room for real programs' scattered segments.
-    uint64_t imageBudget() const { return 4 * fileSize_ + (uint64_t(64) << 20); }
+    /// multiple of the file's size with room for real programs' scattered segments, and below
+    /// what a hostile file may cost the whole process (64 MiB and four times the file).
+    uint64_t imageBudget() const { return 4 * fileSize_ + (uint64_t(48) << 20); }
 
     // Line records (shared by the source and symbol tags).
     void dropPendingLineRecord()

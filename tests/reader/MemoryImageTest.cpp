@@ -154,7 +154,7 @@ TEST_F(ReaderTest, BytesScatteredOverNewPagesStopAtTheImagesBudget)
 
     // Where the budget ran out, and what it was: each byte costs a page, and the first byte
     // of each 4 MiB region of a memory a page table too.
-    const uint64_t budget = 4 * w.size() + (uint64_t(64) << 20);
+    const uint64_t budget = 4 * w.size() + (uint64_t(48) << 20);
     uint64_t used = 0, offset = header;
     for (uint32_t write = 0; used <= budget; ++write) {
         offset += 6 + 2 + 1; // t_org, then the tag, count and byte of t_abs_var
@@ -162,7 +162,7 @@ TEST_F(ReaderTest, BytesScatteredOverNewPagesStopAtTheImagesBudget)
     }
     --offset;
     EXPECT_EQ("the memory images would take more than " + std::to_string(budget) +
-                  " bytes (four times the file and 64 MiB) at file offset " + std::to_string(offset),
+                  " bytes (four times the file and 48 MiB) at file offset " + std::to_string(offset),
               detail);
 }
 
