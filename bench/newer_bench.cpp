@@ -36,7 +36,7 @@ void parse(benchmark::State& state, bool keepFacts)
             state.SkipWithError(store.parseError.c_str());
             return;
         }
-        benchmark::DoNotOptimize(store.lineTable.data());
+        benchmark::DoNotOptimize(store.lineTable.size());
     }
     state.SetLabel(kFiles.at(static_cast<size_t>(state.range(0))));
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(boost::filesystem::file_size(path)));

@@ -71,7 +71,7 @@ void BM_Parse(benchmark::State& state)
             state.SkipWithError("parse failed");
             return;
         }
-        benchmark::DoNotOptimize(store.codeAreas.data());
+        benchmark::DoNotOptimize(store.codeAreas.size());
     }
     setCounters(state, path);
 }

@@ -31,7 +31,7 @@ bool UbrofSourceInformation::getSourcefiles(tarn::Status& status, std::vector<st
 bool UbrofSourceInformation::getCodeAreasFromAddressRange(tarn::Status& status, uint64_t start, uint64_t end,
                                                           std::vector<tarn::CodeArea>& areas) const
 {
-    areas.clear();
+    // The store empties the list, or writes over its entries, reusing their texts.
     return store->getCodeAreasInRange(status, start, end, areas);
 }
 

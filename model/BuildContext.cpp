@@ -18,7 +18,7 @@ BuildContext::BuildContext(const TarnUbrofParser& store, Program& program, bool 
     // A block's parent is always appended before it, so one forward pass finds every module.
     // A module begun while another is open (after t_end_abs, which closes nothing) is a module
     // of its own all the same.
-    const std::vector<BlockRecord>& blocks = store.blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = store.blockTree.blocks;
     moduleOfBlock.assign(blocks.size(), kNone);
     for (size_t b = 0; b < blocks.size(); ++b) {
         const BlockRecord& block = blocks[b];
@@ -66,7 +66,7 @@ std::string BuildContext::nameText(uint32_t nameIndex) const
 
 std::string BuildContext::qualifiedName(uint32_t nameIndex) const
 {
-    const std::vector<NameRecord>& names = store.nameTable.records;
+    const NameRecords& names = store.nameTable.records;
     std::string qualified = nameText(nameIndex);
     if (nameIndex >= names.size())
         return qualified;

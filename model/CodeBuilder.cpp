@@ -68,7 +68,7 @@ void CodeBuilder::build()
 void CodeBuilder::findTopFunctions()
 {
     // A function block nested in another function is one of its lexical blocks.
-    const std::vector<BlockRecord>& blocks = store_.blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = store_.blockTree.blocks;
     topFunctionOfBlock_.assign(blocks.size(), kNone);
     for (size_t b = 0; b < blocks.size(); ++b) {
         const int32_t parent = blocks[b].parent;
@@ -78,7 +78,7 @@ void CodeBuilder::findTopFunctions()
             topFunctionOfBlock_[b] = static_cast<uint32_t>(b);
     }
 
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     symbolOfName_.assign(store_.nameTable.records.size(), kNone);
     for (uint32_t s = 0; s < symbols.size(); ++s) {
         const uint32_t name = symbols[s].nameIndex;
@@ -93,8 +93,8 @@ uint32_t CodeBuilder::functionSymbol(uint32_t block)
     const BlockRecord& record = store_.blockTree.blocks[block];
     if (record.nameIndex < 0)
         return kNone;
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
-    const std::vector<NameRecord>& names = store_.nameTable.records;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const NameRecords& names = store_.nameTable.records;
     auto usable = [&](uint32_t symbol) {
         return symbol != kNone && !symbolUsed_[symbol] && context_.isCodeSymbol(symbols[symbol]);
     };
@@ -104,20 +104,20 @@ uint32_t CodeBuilder::functionSymbol(uint32_t block)
     if (usable(bearing(name)))
         return bearing(name);
     // A function named through a reference: its symbol bears the name referred to.
-    if (name < names.size() && names[name].nameKind == 3 && names[name].scopeKind == 2 && !names[name].text &&
-        names[name].parent >= 0 && usable(bearing(static_cast<uint32_t>(names[name].parent))))
-        return bearing(static_cast<uint32_t>(names[name].parent));
+    if (name < names.size() && names.nameKind(name) == 3 && names.scopeKind(name) == 2 && !names.hasText(name) &&
+        names.parent(name) >= 0 && usable(bearing(static_cast<uint32_t>(names.parent(name)))))
+        return bearing(static_cast<uint32_t>(names.parent(name)));
 
     // t_func_begin1 makes a name of its own, so the symbol is found by its text among the code
     // symbols of the function's module.
     uint32_t module = block;
-    for (unsigned step = 0; step < BlockTree::kMaxOpenBlocks && store_.blockTree.blocks[module].kind != ModuleBlock &&
+    for (size_t step = 0; step < store_.blockTree.blocks.size() && store_.blockTree.blocks[module].kind != ModuleBlock &&
                             store_.blockTree.blocks[module].parent >= 0;
          ++step)
         module = static_cast<uint32_t>(store_.blockTree.blocks[module].parent);
     auto& byText = symbolsByText_[module];
     if (byText.empty()) {
-        for (uint32_t symbol : store_.blockTree.blocks[module].symbols)
+        for (uint32_t symbol : store_.blockTree.symbols(module))
             if (symbol < symbols.size() && context_.isCodeSymbol(symbols[symbol]))
                 byText.emplace(context_.nameText(symbols[symbol].nameIndex), symbol);
     }
@@ -133,8 +133,8 @@ uint32_t CodeBuilder::nameIndexOf(const Draft& draft) const
 
 void CodeBuilder::collectDrafts()
 {
-    const std::vector<BlockRecord>& blocks = store_.blockTree.blocks;
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<BlockRecord>& blocks = store_.blockTree.blocks;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     std::vector<uint32_t> draftOfBlock(blocks.size(), kNone);
     for (uint32_t b = 0; b < blocks.size(); ++b) {
         if (topFunctionOfBlock_[b] != b)
@@ -183,8 +183,8 @@ void CodeBuilder::collectDrafts()
     for (uint32_t root = 0; root < blocks.size(); ++root) {
         if (blocks[root].kind != ModuleBlock)
             continue;
-        std::vector<uint32_t> listed = blocks[root].symbols;
-        for (uint32_t group : blocks[root].groups)
+        std::vector<uint32_t> listed = store_.blockTree.symbols(root).toVector();
+        for (uint32_t group : store_.blockTree.groups(root))
             if (group < groupTaken.size() && !groupTaken[group]) {
                 groupTaken[group] = true;
                 const std::vector<uint32_t>& members = store_.groupTable[group].symbols;
@@ -227,7 +227,7 @@ void CodeBuilder::collectDrafts()
 void CodeBuilder::indexCode()
 {
     const std::vector<Run>& runs = context_.facts.writtenRuns;
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     for (uint32_t s = 0; s < symbols.size(); ++s)
         if (!context_.derived[s] && context_.isCodeSymbol(symbols[s]))
             codeSymbols_.push_back(s);
@@ -250,7 +250,7 @@ bool CodeBuilder::isLocalLabel(uint32_t symbol) const
 void CodeBuilder::placeEnds()
 {
     const std::vector<Run>& runs = context_.facts.writtenRuns;
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     for (size_t i = 0; i < drafts_.size(); ++i) {
         Draft& draft = drafts_[i];
         // Functions never overlap: each ends at the latest where the next one begins.
@@ -308,7 +308,7 @@ void CodeBuilder::claimTrailingCode()
     // start, the compiler wrote a piece of its own there, which more than one function may jump
     // to ("?Subroutine0"): that piece becomes a function known by its label.
     const std::vector<Run>& runs = context_.facts.writtenRuns;
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     std::vector<Draft> pieces;
     for (size_t i = 0; i < drafts_.size(); ++i) {
         Draft& draft = drafts_[i];
@@ -349,7 +349,7 @@ void CodeBuilder::claimTrailingCode()
 
 void CodeBuilder::emitFunctions()
 {
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     const TypeShapes& types = *context_.types;
     program_.functions.reserve(drafts_.size());
     for (const Draft& draft : drafts_) {
@@ -384,7 +384,7 @@ void CodeBuilder::emitFunctions()
 
 void CodeBuilder::emitBlocksAndVariables(uint32_t function, const Draft& draft)
 {
-    const std::vector<BlockRecord>& blocks = store_.blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = store_.blockTree.blocks;
     const std::vector<Run>& runs = context_.facts.writtenRuns;
     const uint32_t entry = program_.functions[function].entry;
     const uint32_t end = program_.functions[function].end;
@@ -402,10 +402,10 @@ void CodeBuilder::emitBlocksAndVariables(uint32_t function, const Draft& draft)
         order.push_back(block);
         parentOf.push_back(parent);
         // Children come after their parent in the table, which also keeps a walk from looping.
-        const std::vector<uint32_t>& children = blocks[block].children;
-        for (auto child = children.rbegin(); child != children.rend(); ++child)
-            if (*child < blocks.size() && *child > block)
-                pending.emplace_back(*child, at);
+        const IndexRange children = store_.blockTree.children(block);
+        for (size_t i = children.size(); i-- > 0;)
+            if (children[i] < blocks.size() && children[i] > block)
+                pending.emplace_back(children[i], at);
     }
 
     // Each block covers the code written while it was open, within the function, and what
@@ -423,7 +423,7 @@ void CodeBuilder::emitBlocksAndVariables(uint32_t function, const Draft& draft)
         high[found->second] = std::max(high[found->second], to);
     }
     for (uint32_t k = 0; k < order.size(); ++k)
-        keep[k] = high[k] > 0 || !blocks[order[k]].symbols.empty();
+        keep[k] = high[k] > 0 || !store_.blockTree.symbols(order[k]).empty();
     for (uint32_t k = static_cast<uint32_t>(order.size()); k-- > 1;) {
         const uint32_t parent = parentOf[k];
         low[parent] = std::min(low[parent], low[k]);
@@ -438,9 +438,9 @@ void CodeBuilder::emitBlocksAndVariables(uint32_t function, const Draft& draft)
     if (type < program_.types.size())
         parameters = program_.types[type].parameters;
     const TypeShapes& types = *context_.types;
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     size_t matched = 0;
-    for (uint32_t s : blocks[draft.block].symbols) {
+    for (uint32_t s : store_.blockTree.symbols(draft.block)) {
         bool isParameter = false;
         if (matched < parameters.size() && s < symbols.size()) {
             const uint32_t own = types.strip(symbols[s].typeIndex);
@@ -473,7 +473,7 @@ void CodeBuilder::emitBlocksAndVariables(uint32_t function, const Draft& draft)
             program_.functions[function].blocks.push_back(index);
         else
             program_.blocks[modelBlock[parentOf[k]]].blocks.push_back(index);
-        for (uint32_t s : blocks[order[k]].symbols) {
+        for (uint32_t s : store_.blockTree.symbols(order[k])) {
             const uint32_t variable = emitVariable(s, function, index, false, draft.module);
             if (variable != kNone)
                 program_.blocks[index].variables.push_back(variable);
@@ -484,7 +484,7 @@ void CodeBuilder::emitBlocksAndVariables(uint32_t function, const Draft& draft)
 uint32_t CodeBuilder::emitVariable(uint32_t symbolIndex, uint32_t function, uint32_t block, bool isParameter,
                                    uint32_t module)
 {
-    const std::vector<SymbolRecord>& symbols = store_.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store_.symbolTable.symbols;
     if (symbolIndex >= symbols.size() || context_.derived[symbolIndex] || symbolUsed_[symbolIndex])
         return kNone;
     const SymbolRecord& symbol = symbols[symbolIndex];
@@ -502,11 +502,9 @@ uint32_t CodeBuilder::emitVariable(uint32_t symbolIndex, uint32_t function, uint
     const bool isStatic = variable.location.kind == Location::Kind::Address;
 
     const std::string text = context_.nameText(symbol.nameIndex);
-    const NameRecord* name = symbol.nameIndex < store_.nameTable.records.size()
-                                 ? &store_.nameTable.records[symbol.nameIndex]
-                                 : nullptr;
+    const bool named = symbol.nameIndex < store_.nameTable.records.size();
     variable.name = plainName(text);
-    if (name && name->parent >= 0)
+    if (named && store_.nameTable.records.parent(symbol.nameIndex) >= 0)
         variable.qualifiedName = context_.qualifiedName(symbol.nameIndex);
     else if (function != kNone && isStatic && text.find("::") == std::string::npos)
         variable.qualifiedName = program_.functions[function].qualifiedName + "::" + text;
@@ -546,7 +544,7 @@ uint32_t CodeBuilder::emitVariable(uint32_t symbolIndex, uint32_t function, uint
 std::vector<LocationRange> CodeBuilder::rangesOf(const SymbolRecord& symbol, const Location& own, uint32_t size,
                                                  uint32_t low, uint32_t high) const
 {
-    const std::vector<LocationRecord>& records = store_.symbolTable.locations;
+    const ChunkedVector<LocationRecord>& records = store_.symbolTable.locations;
     const uint64_t first = std::min<uint64_t>(symbol.firstLocation, records.size());
     const uint64_t last = std::min<uint64_t>(first + symbol.locationCount, records.size());
     std::vector<LocationRange> ranges;
@@ -582,15 +580,15 @@ std::vector<LocationRange> CodeBuilder::rangesOf(const SymbolRecord& symbol, con
 void CodeBuilder::emitModuleVariables()
 {
     std::sort(statics_.begin(), statics_.end());
-    const std::vector<BlockRecord>& blocks = store_.blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = store_.blockTree.blocks;
     std::vector<bool> groupTaken(store_.groupTable.size(), false);
     for (uint32_t b = 0; b < blocks.size(); ++b) {
         if (topFunctionOfBlock_[b] != kNone)
             continue;
         const uint32_t module = context_.moduleOfBlock[b];
-        std::vector<uint32_t> listed = blocks[b].symbols;
+        std::vector<uint32_t> listed = store_.blockTree.symbols(b).toVector();
         if (blocks[b].kind == ModuleBlock)
-            for (uint32_t group : blocks[b].groups)
+            for (uint32_t group : store_.blockTree.groups(b))
                 if (group < groupTaken.size() && !groupTaken[group]) {
                     groupTaken[group] = true;
                     const std::vector<uint32_t>& members = store_.groupTable[group].symbols;
@@ -604,7 +602,7 @@ void CodeBuilder::emitModuleVariables()
 void CodeBuilder::emitLines()
 {
     const std::vector<Run>& runs = context_.facts.writtenRuns;
-    const std::vector<LineRecord>& statements = store_.lineTable;
+    const LineTable& statements = store_.lineTable;
     const std::vector<Function>& functions = program_.functions;
 
     // Calls visit(low, high, run, function) for each piece of a code run inside a described

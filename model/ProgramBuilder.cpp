@@ -211,7 +211,7 @@ void fillProcessor(BuildContext& context)
 // lies there, and the linker reports it as the program entry.
 void fillEntryPoint(BuildContext& context)
 {
-    const std::vector<SymbolRecord>& symbols = context.store.symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = context.store.symbolTable.symbols;
     for (uint32_t s = 0; s < symbols.size(); ++s)
         if (!context.derived[s] && context.isCodeSymbol(symbols[s]) &&
             context.nameText(symbols[s].nameIndex) == "__program_start") {
@@ -293,12 +293,12 @@ void fillModules(BuildContext& context)
         program.modules.push_back(std::move(module));
     }
 
-    const std::vector<BlockRecord>& blocks = store.blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = store.blockTree.blocks;
     for (uint32_t root = 0; root < blocks.size(); ++root) {
         if (blocks[root].kind != ModuleBlock || context.moduleOfBlock[root] == kNone)
             continue;
         Module& module = program.modules[context.moduleOfBlock[root]];
-        for (uint32_t file : blocks[root].files)
+        for (const auto& [reference, file] : store.blockTree.moduleFiles(root))
             if (file < program.files.size() && std::find(module.files.begin(), module.files.end(), file) == module.files.end())
                 module.files.push_back(file);
     }
@@ -309,7 +309,7 @@ void fillModules(BuildContext& context)
     for (size_t b = 0; b < blocks.size(); ++b) {
         if (context.moduleOfBlock[b] == kNone)
             continue;
-        for (uint32_t r : blocks[b].lineRanges)
+        for (uint32_t r : store.blockTree.lineRanges(static_cast<uint32_t>(b)))
             if (r < store.fileLineRanges.size() && store.fileLineRanges[r].file >= 0)
                 statementsIn[{context.moduleOfBlock[b], static_cast<uint32_t>(store.fileLineRanges[r].file)}] +=
                     store.fileLineRanges[r].lineRecordCount;
@@ -356,13 +356,13 @@ void fillModuleRanges(BuildContext& context)
         else
             spans.emplace_back(module, space, run.address, run.end());
     }
-    const std::vector<BlockRecord>& blocks = store.blockTree.blocks;
-    const std::vector<SymbolRecord>& symbols = store.symbolTable.symbols;
+    const ChunkedVector<BlockRecord>& blocks = store.blockTree.blocks;
+    const ChunkedVector<SymbolRecord>& symbols = store.symbolTable.symbols;
     const detail::TypeShapes& types = *context.types;
     for (size_t b = 0; b < blocks.size(); ++b) {
         if (context.moduleOfBlock[b] == kNone)
             continue;
-        for (uint32_t s : blocks[b].symbols) {
+        for (uint32_t s : store.blockTree.symbols(static_cast<uint32_t>(b))) {
             if (s >= symbols.size() || context.derived[s])
                 continue;
             const SymbolRecord& symbol = symbols[s];

@@ -2,6 +2,7 @@
 #include "parser/TarnUbrofParser.h"
 
 #include <algorithm>
+#include <unordered_map>
 
 namespace ubrof {
 
@@ -55,6 +56,25 @@ int32_t TarnUbrofParser::decodeContextId(uint32_t context, uint32_t* kind) const
 TarnUbrofParser::SegmentIndex TarnUbrofParser::makeSegmentIndex(std::vector<Span> spans, bool lowestWins)
 {
     SegmentIndex index;
+    // Spans side by side in address order, as modules and functions are laid out, need no
+    // precedence: the pieces are the spans and the gaps between them.
+    bool sideBySide = true;
+    for (size_t i = 0; i < spans.size() && sideBySide; ++i)
+        sideBySide = spans[i].low < spans[i].high && (i == 0 || spans[i].low >= spans[i - 1].high);
+    if (sideBySide) {
+        for (const Span& span : spans) {
+            if (index.bounds.empty() || index.bounds.back() != span.low) {
+                index.bounds.push_back(span.low);
+                index.winner.push_back(-1);
+            }
+            index.winner.back() = span.position;
+            index.bounds.push_back(span.high);
+            index.winner.push_back(-1);
+        }
+        if (!index.winner.empty())
+            index.winner.pop_back();
+        return index;
+    }
     for (const Span& span : spans) {
         index.bounds.push_back(span.low);
         index.bounds.push_back(span.high);
@@ -95,9 +115,40 @@ TarnUbrofParser::SegmentIndex TarnUbrofParser::makeSegmentIndex(std::vector<Span
     return index;
 }
 
-int32_t TarnUbrofParser::SegmentIndex::at(uint32_t pc) const
+void TarnUbrofParser::SegmentIndex::divide()
 {
-    const auto after = std::upper_bound(bounds.begin(), bounds.end(), uint64_t(pc));
+    stretches.clear();
+    shift = 0;
+    if (bounds.size() < 64)
+        return;
+    const uint64_t span = bounds.back() - bounds.front();
+    while ((span >> shift) > bounds.size())
+        ++shift;
+    const size_t count = size_t(span >> shift) + 2;
+    stretches.resize(count + 1);
+    size_t bound = 0;
+    for (size_t s = 0; s <= count; ++s) {
+        const uint64_t start = bounds.front() + (uint64_t(s) << shift);
+        while (bound < bounds.size() && bounds[bound] < start)
+            ++bound;
+        stretches[s] = static_cast<uint32_t>(bound);
+    }
+}
+
+int32_t TarnUbrofParser::SegmentIndex::at(uint32_t pc, uint64_t* low, uint64_t* high) const
+{
+    auto first = bounds.begin(), last = bounds.end();
+    if (!stretches.empty() && pc >= bounds.front()) {
+        // The first bound above pc is at or after its stretch's first, and no later than the next's.
+        const size_t s = std::min<size_t>((uint64_t(pc) - bounds.front()) >> shift, stretches.size() - 2);
+        first = bounds.begin() + stretches[s];
+        last = bounds.begin() + std::min<size_t>(size_t(stretches[s + 1]) + 1, bounds.size());
+    }
+    const auto after = std::upper_bound(first, last, uint64_t(pc));
+    if (after != bounds.end() && high)
+        *high = std::min(*high, *after);
+    if (after != bounds.begin() && low)
+        *low = std::max(*low, *(after - 1));
     if (after == bounds.begin() || after == bounds.end())
         return -1;
     return winner[size_t(after - bounds.begin()) - 1];
@@ -105,21 +156,51 @@ int32_t TarnUbrofParser::SegmentIndex::at(uint32_t pc) const
 
 void TarnUbrofParser::indexScopes()
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     auto covers = [&](uint32_t scope) {
         return scope < blocks.size() && blocks[scope].lowAddress < blocks[scope].highAddress;
     };
 
-    childIndex_.clear();
-    childIndex_.reserve(blocks.size());
-    for (const BlockRecord& block : blocks) {
-        std::vector<Span> children;
-        for (size_t i = 0; i < block.children.size(); ++i) {
-            const uint32_t child = block.children[i];
-            if (covers(child))
-                children.push_back({blocks[child].lowAddress, blocks[child].highAddress, int32_t(i)});
+    // Every scope's pieces go into one pair of arrays: a scope without children costs its slice.
+    childSlices_.clear();
+    childBounds_.clear();
+    childWinners_.clear();
+    childSlices_.reserve(blocks.size());
+    std::vector<Span> children;
+    for (uint32_t scope = 0; scope < blocks.size(); ++scope) {
+        children.clear();
+        const IndexRange list = blockTree.children(scope);
+        bool disjoint = true;
+        for (size_t i = 0; i < list.size(); ++i) {
+            const uint32_t child = list[i];
+            if (!covers(child))
+                continue;
+            if (!children.empty() && blocks[child].lowAddress < children.back().high)
+                disjoint = false;
+            children.push_back({blocks[child].lowAddress, blocks[child].highAddress, int32_t(i)});
         }
-        childIndex_.push_back(makeSegmentIndex(std::move(children), true));
+        const auto first = static_cast<uint32_t>(childBounds_.size());
+        if (disjoint) {
+            // Children side by side in address order, as compilers lay them out: the pieces
+            // are the children and the gaps between them.
+            for (const Span& span : children) {
+                if (childBounds_.size() == first || childBounds_.back() != span.low) {
+                    childBounds_.push_back(static_cast<uint32_t>(span.low));
+                    childWinners_.push_back(-1);
+                }
+                childWinners_.back() = static_cast<int32_t>(list[size_t(span.position)]);
+                childBounds_.push_back(static_cast<uint32_t>(span.high));
+                childWinners_.push_back(-1);
+            }
+        } else {
+            const SegmentIndex index = makeSegmentIndex(children, true);
+            for (size_t i = 0; i < index.bounds.size(); ++i) {
+                childBounds_.push_back(static_cast<uint32_t>(index.bounds[i]));
+                const int32_t position = i < index.winner.size() ? index.winner[i] : -1;
+                childWinners_.push_back(position < 0 ? -1 : static_cast<int32_t>(list[size_t(position)]));
+            }
+        }
+        childSlices_.push_back({first, static_cast<uint32_t>(childBounds_.size()) - first});
     }
 
     // The plain walk answers with the first top-level scope that holds pc and claims it
@@ -138,26 +219,43 @@ void TarnUbrofParser::indexScopes()
             if (low < high)
                 claiming.push_back({low, high, int32_t(i)});
         };
-        for (uint32_t child : module.children) {
+        for (uint32_t child : blockTree.children(blockTree.roots[i])) {
             if (covers(child))
                 claim(blocks[child].lowAddress, blocks[child].highAddress);
         }
-        for (uint32_t rangeIndex : module.lineRanges) {
+        for (uint32_t rangeIndex : blockTree.lineRanges(blockTree.roots[i])) {
             if (rangeIndex >= fileLineRanges.size() || fileLineRanges[rangeIndex].lineRecordCount == 0)
                 continue;
             const FileLineRange& range = fileLineRanges[rangeIndex];
             const uint64_t last = uint64_t(range.firstLineRecord) + range.lineRecordCount - 1;
             if (last < lineTable.size())
-                claim(lineTable[last].address, uint64_t(lineTable[last].address) + lineTable[last].size);
+                claim(lineTable.address(last), uint64_t(lineTable.address(last)) + lineTable.codeSize(last));
         }
     }
     moduleHolding_ = makeSegmentIndex(std::move(holding), false);
     moduleClaiming_ = makeSegmentIndex(std::move(claiming), true);
+    moduleHolding_.divide();
+    moduleClaiming_.divide();
 }
 
-int32_t TarnUbrofParser::scopeHolding(const std::vector<uint32_t>& scopes, uint32_t pc) const
+int32_t TarnUbrofParser::childAt(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChildSlice& slice = childSlices_[scope];
+    const uint32_t* first = childBounds_.data() + slice.first;
+    const uint32_t* last = first + slice.count;
+    const uint32_t* after = std::upper_bound(first, last, pc);
+    if (after != last && high)
+        *high = std::min<uint64_t>(*high, *after);
+    if (after != first && low)
+        *low = std::max<uint64_t>(*low, *(after - 1));
+    if (after == first || after == last)
+        return -1;
+    return childWinners_[slice.first + size_t(after - first) - 1];
+}
+
+int32_t TarnUbrofParser::scopeHolding(IndexRange scopes, uint32_t pc) const
+{
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     for (uint32_t scope : scopes) {
         if (scope < blocks.size() && blocks[scope].holds(pc))
             return static_cast<int32_t>(scope);
@@ -165,19 +263,18 @@ int32_t TarnUbrofParser::scopeHolding(const std::vector<uint32_t>& scopes, uint3
     return -1;
 }
 
-int32_t TarnUbrofParser::innermostBelow(uint32_t scope, uint32_t pc) const
+int32_t TarnUbrofParser::innermostBelow(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     const bool indexed = scopesIndexed();
     int32_t found = -1;
     // A tree filled by hand could loop; a real one is never deeper than it has blocks.
     for (size_t depth = 0; depth < blocks.size(); ++depth) {
         int32_t child = -1;
         if (indexed) {
-            const int32_t position = childIndex_[scope].at(pc);
-            child = position < 0 ? -1 : static_cast<int32_t>(blocks[scope].children[size_t(position)]);
+            child = childAt(scope, pc, low, high);
         } else {
-            child = scopeHolding(blocks[scope].children, pc);
+            child = scopeHolding(blockTree.children(scope), pc);
         }
         if (child < 0)
             break;
@@ -187,9 +284,9 @@ int32_t TarnUbrofParser::innermostBelow(uint32_t scope, uint32_t pc) const
     return found;
 }
 
-bool TarnUbrofParser::lineRangesEndAt(const BlockRecord& module, uint32_t pc) const
+bool TarnUbrofParser::lineRangesEndAt(uint32_t module, uint32_t pc) const
 {
-    for (uint32_t rangeIndex : module.lineRanges) {
+    for (uint32_t rangeIndex : blockTree.lineRanges(module)) {
         if (rangeIndex >= fileLineRanges.size())
             continue;
         const FileLineRange& range = fileLineRanges[rangeIndex];
@@ -198,8 +295,8 @@ bool TarnUbrofParser::lineRangesEndAt(const BlockRecord& module, uint32_t pc) co
         const uint64_t last = uint64_t(range.firstLineRecord) + range.lineRecordCount - 1;
         if (last >= lineTable.size())
             continue;
-        const LineRecord& record = lineTable[last];
-        if (record.address <= pc && pc - record.address < record.size)
+        const uint32_t address = lineTable.address(last);
+        if (address <= pc && pc - address < lineTable.codeSize(last))
             return true;
     }
     return false;
@@ -207,47 +304,104 @@ bool TarnUbrofParser::lineRangesEndAt(const BlockRecord& module, uint32_t pc) co
 
 int32_t TarnUbrofParser::findScopeAtAddress(uint32_t pc) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    uint64_t low = 0, high = 0;
+    return scopeAtAddress(pc, &low, &high);
+}
+
+int32_t TarnUbrofParser::scopeAtAddress(uint32_t pc, uint64_t* low, uint64_t* high) const
+{
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     if (scopesIndexed()) {
-        const int32_t claimed = moduleClaiming_.at(pc);
+        // The answer holds over the piece of every index consulted on the way.
+        *low = 0;
+        *high = uint64_t(1) << 32;
+        const int32_t claimed = moduleClaiming_.at(pc, low, high);
         if (claimed >= 0) {
             const uint32_t module = blockTree.roots[size_t(claimed)];
-            const int32_t inner = innermostBelow(module, pc);
+            const int32_t inner = innermostBelow(module, pc, low, high);
             return inner >= 0 ? inner : static_cast<int32_t>(module);
         }
-        const int32_t held = moduleHolding_.at(pc);
+        const int32_t held = moduleHolding_.at(pc, low, high);
         return held >= 0 ? static_cast<int32_t>(blockTree.roots[size_t(held)]) : -1;
     }
+    *low = pc;
+    *high = uint64_t(pc) + 1;
     int32_t result = -1;
     for (uint32_t module : blockTree.roots) {
         if (module >= blocks.size() || !blocks[module].holds(pc))
             continue;
         result = static_cast<int32_t>(module);
-        const int32_t inner = innermostBelow(module, pc);
+        const int32_t inner = innermostBelow(module, pc, nullptr, nullptr);
         if (inner >= 0)
             return inner;
-        if (lineRangesEndAt(blocks[module], pc))
+        if (lineRangesEndAt(module, pc))
             return result;
     }
     return result;
+}
+
+int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* low, uint64_t* high) const
+{
+    if (!scopesIndexed())
+        return scopeAtAddress(pc, low, high);
+    std::vector<ScopeTrail::Level>& levels = trail.levels;
+    auto push = [&levels](int32_t scope, uint64_t pieceLow, uint64_t pieceHigh) {
+        ScopeTrail::Level level{scope, pieceLow, pieceHigh, pieceLow, pieceHigh, scope};
+        if (!levels.empty()) {
+            const ScopeTrail::Level& above = levels.back();
+            level.jointLow = std::max(above.jointLow, pieceLow);
+            level.jointHigh = std::min(above.jointHigh, pieceHigh);
+            if (scope < 0)
+                level.jointScope = above.jointScope;
+        }
+        levels.push_back(level);
+    };
+    // The joint ranges nest, so the levels that still hold are a prefix found by bisection.
+    const auto holds = std::partition_point(levels.begin(), levels.end(), [pc](const ScopeTrail::Level& level) {
+        return level.jointLow <= pc && pc < level.jointHigh;
+    });
+    const size_t kept = size_t(holds - levels.begin());
+    if (kept == 0) {
+        uint64_t pieceLow = 0, pieceHigh = uint64_t(1) << 32;
+        const int32_t claimed = moduleClaiming_.at(pc, &pieceLow, &pieceHigh);
+        trail.claimed = claimed >= 0;
+        const int32_t found = trail.claimed ? claimed : moduleHolding_.at(pc, &pieceLow, &pieceHigh);
+        levels.clear();
+        push(found >= 0 ? static_cast<int32_t>(blockTree.roots[size_t(found)]) : -1, pieceLow, pieceHigh);
+    } else {
+        levels.resize(kept);
+    }
+    // Down from the last level that still holds, as innermostBelow goes, as many steps at most.
+    if (trail.claimed && levels.back().scope >= 0) {
+        while (levels.size() - 1 < blockTree.blocks.size()) {
+            const auto parent = static_cast<uint32_t>(levels.back().scope);
+            uint64_t pieceLow = 0, pieceHigh = uint64_t(1) << 32;
+            const int32_t child = childAt(parent, pc, &pieceLow, &pieceHigh);
+            push(child, pieceLow, pieceHigh);
+            if (child < 0)
+                break;
+        }
+    }
+    *low = std::max<uint64_t>(levels.back().jointLow, 0);
+    *high = std::min<uint64_t>(levels.back().jointHigh, uint64_t(1) << 32);
+    return levels.back().jointScope;
 }
 
 int32_t TarnUbrofParser::findSymbolInScope(int32_t scope, const std::string& name) const
 {
     if (scope < 0 || static_cast<size_t>(scope) >= blockTree.blocks.size())
         return -1;
-    const std::vector<SymbolRecord>& symbols = symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = symbolTable.symbols;
     // Kinds 6 and 9 are not variables the debugger can show by name.
     auto matches = [&](uint32_t symbol) {
         return symbol < symbols.size() && symbols[symbol].kind != 6 && symbols[symbol].kind != 9 &&
-               nameTable.nameText(symbols[symbol].nameIndex) == name;
+               nameTable.nameIs(symbols[symbol].nameIndex, name);
     };
-    const BlockRecord& block = blockTree.blocks[static_cast<size_t>(scope)];
-    for (uint32_t symbol : block.symbols) {
+    for (uint32_t symbol : blockTree.symbols(static_cast<uint32_t>(scope))) {
         if (matches(symbol))
             return static_cast<int32_t>(symbol);
     }
-    for (uint32_t group : block.groups) {
+    for (uint32_t group : blockTree.groups(static_cast<uint32_t>(scope))) {
         if (group >= groupTable.size())
             continue;
         for (uint32_t symbol : groupTable[group].symbols) {
@@ -260,7 +414,7 @@ int32_t TarnUbrofParser::findSymbolInScope(int32_t scope, const std::string& nam
 
 int32_t TarnUbrofParser::lookupName(int32_t scope, const std::string& name, int32_t* foundScope) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     int32_t walkEnd = -1;
     for (size_t depth = 0; scope >= 0 && static_cast<size_t>(scope) < blocks.size() && depth < blocks.size();
          ++depth) {
@@ -273,28 +427,144 @@ int32_t TarnUbrofParser::lookupName(int32_t scope, const std::string& name, int3
         walkEnd = scope;
         scope = blocks[static_cast<size_t>(scope)].parent;
     }
-    for (uint32_t module : blockTree.roots) {
+    auto inModule = [&](uint32_t module) {
         if (static_cast<int32_t>(module) == walkEnd)
-            continue;
+            return -1;
         const int32_t symbol = findSymbolInScope(static_cast<int32_t>(module), name);
-        if (symbol >= 0) {
+        if (symbol >= 0 && foundScope)
+            *foundScope = -1;
+        return symbol;
+    };
+    if (!namesIndexed()) {
+        for (uint32_t module : blockTree.roots) {
+            if (const int32_t symbol = inModule(module); symbol >= 0)
+                return symbol;
+        }
+        return -1;
+    }
+    // Only the modules that list a symbol of the name, or that reach groups, can hold it; they
+    // are asked in module order, as the plain walk would. A module's first listed symbol of
+    // the name is what findSymbolInScope would answer, groups or not.
+    const uint32_t hash = hashName(name);
+    const uint32_t bucket = hash >> (32 - kNameBucketBits);
+    auto listed = moduleNames_.begin() + moduleNameBuckets_[bucket];
+    const auto listedEnd = moduleNames_.begin() + moduleNameBuckets_[bucket + 1];
+    auto grouped = modulesWithGroups_.begin();
+    for (;;) {
+        while (listed != listedEnd && listed->hash != hash)
+            ++listed;
+        const bool moreListed = listed != listedEnd;
+        const bool moreGrouped = grouped != modulesWithGroups_.end();
+        if (!moreListed && !moreGrouped)
+            return -1;
+        if (moreListed && (!moreGrouped || listed->module <= *grouped)) {
+            const uint32_t position = listed->module;
+            const ModuleName& first = *listed;
+            ++listed;
+            if (moreGrouped && *grouped == position)
+                ++grouped;
+            if (!nameTable.nameIs(symbolTable.symbols[first.symbol].nameIndex, name)) {
+                // Another name of the same hash: the module's symbols of this one may follow.
+                int32_t symbol = -1;
+                for (; listed != listedEnd && listed->module == position && symbol < 0; ++listed)
+                    if (listed->hash == hash && nameTable.nameIs(symbolTable.symbols[listed->symbol].nameIndex, name))
+                        symbol = static_cast<int32_t>(listed->symbol);
+                if (symbol < 0) {
+                    if (const int32_t found = inModule(blockTree.roots[position]); found >= 0)
+                        return found;
+                    continue;
+                }
+                if (static_cast<int32_t>(blockTree.roots[position]) == walkEnd)
+                    continue;
+                if (foundScope)
+                    *foundScope = -1;
+                return symbol;
+            }
+            if (static_cast<int32_t>(blockTree.roots[position]) == walkEnd)
+                continue;
             if (foundScope)
                 *foundScope = -1;
-            return symbol;
+            return static_cast<int32_t>(first.symbol);
+        }
+        if (const int32_t found = inModule(blockTree.roots[*grouped++]); found >= 0)
+            return found;
+    }
+}
+
+uint32_t TarnUbrofParser::hashName(std::string_view name)
+{
+    uint32_t hash = 2166136261u;
+    for (unsigned char c : name)
+        hash = (hash ^ c) * 16777619u;
+    return hash;
+}
+
+bool TarnUbrofParser::namesIndexed() const
+{
+    return namesIndexedFor_ == std::array<size_t, 4>{blockTree.roots.size(), blockTree.blocks.size(),
+                                                     symbolTable.symbols.size(), nameTable.records.size()} &&
+           !blockTree.roots.empty();
+}
+
+void TarnUbrofParser::indexNames()
+{
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
+    const NameRecords& names = nameTable.records;
+    moduleNames_.clear();
+    modulesWithGroups_.clear();
+    functionNames_.clear();
+    uint32_t place = 0;
+    std::string scratch;
+    // One scoped name may name every block and symbol of a file, at up to 4 GiB of text: each
+    // name is hashed once, however often it is used.
+    std::unordered_map<uint32_t, uint32_t> symbolHashes, blockHashes;
+    auto hashOf = [](std::unordered_map<uint32_t, uint32_t>& hashes, uint32_t nameIndex, auto text) {
+        const auto [at, added] = hashes.try_emplace(nameIndex, 0);
+        if (added)
+            at->second = hashName(text());
+        return at->second;
+    };
+    for (uint32_t position = 0; position < blockTree.roots.size(); ++position) {
+        const uint32_t module = blockTree.roots[position];
+        if (module >= blocks.size())
+            continue;
+        for (uint32_t symbol : blockTree.symbols(module)) {
+            if (symbol < symbolTable.symbols.size() && symbolTable.symbols[symbol].kind != 6 &&
+                symbolTable.symbols[symbol].kind != 9)
+                moduleNames_.push_back({hashOf(symbolHashes, symbolTable.symbols[symbol].nameIndex,
+                                               [&] { return nameTable.nameView(symbolTable.symbols[symbol].nameIndex, scratch); }),
+                                        position, symbol});
+        }
+        if (!blockTree.groups(module).empty())
+            modulesWithGroups_.push_back(position);
+        for (uint32_t child : blockTree.children(module)) {
+            const int32_t nameIndex = child < blocks.size() ? blocks[child].nameIndex : -1;
+            if (nameIndex >= 0 && size_t(nameIndex) < names.size() && names.hasText(size_t(nameIndex)))
+                functionNames_.push_back(
+                    {hashOf(blockHashes, uint32_t(nameIndex), [&] { return names.text(size_t(nameIndex)); }), place, child});
+            ++place;
         }
     }
-    return -1;
+    // Stable, so that a module's symbols of one hash keep the order of its list.
+    std::stable_sort(moduleNames_.begin(), moduleNames_.end());
+    moduleNameBuckets_.assign((size_t(1) << kNameBucketBits) + 1, 0);
+    for (const ModuleName& entry : moduleNames_)
+        ++moduleNameBuckets_[(entry.hash >> (32 - kNameBucketBits)) + 1];
+    for (size_t b = 1; b < moduleNameBuckets_.size(); ++b)
+        moduleNameBuckets_[b] += moduleNameBuckets_[b - 1];
+    std::sort(functionNames_.begin(), functionNames_.end());
+    namesIndexedFor_ = {blockTree.roots.size(), blocks.size(), symbolTable.symbols.size(), names.size()};
 }
 
 int32_t TarnUbrofParser::findChildScopeByName(int32_t scope, const std::string& name) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     if (scope < 0 || static_cast<size_t>(scope) >= blocks.size())
         return -1;
-    for (uint32_t child : blocks[static_cast<size_t>(scope)].children) {
+    for (uint32_t child : blockTree.children(static_cast<uint32_t>(scope))) {
         if (child >= blocks.size() || blocks[child].nameIndex == 0)
             continue;
-        if (nameTable.nameText(static_cast<uint32_t>(blocks[child].nameIndex)) == name)
+        if (nameTable.nameIs(static_cast<uint32_t>(blocks[child].nameIndex), name))
             return static_cast<int32_t>(child);
     }
     return -1;
@@ -302,20 +572,28 @@ int32_t TarnUbrofParser::findChildScopeByName(int32_t scope, const std::string& 
 
 int32_t TarnUbrofParser::findFunctionByName(const std::string& name) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
-    const std::vector<NameRecord>& names = nameTable.records;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
+    const NameRecords& names = nameTable.records;
+    if (namesIndexed()) {
+        const uint32_t hash = hashName(name);
+        for (auto it = std::lower_bound(functionNames_.begin(), functionNames_.end(), FunctionName{hash, 0, 0});
+             it != functionNames_.end() && it->hash == hash; ++it) {
+            if (names.text(size_t(blocks[it->block].nameIndex)) == name)
+                return static_cast<int32_t>(it->block);
+        }
+        return -1;
+    }
     for (uint32_t module : blockTree.roots) {
         if (module >= blocks.size())
             continue;
-        for (uint32_t child : blocks[module].children) {
+        for (uint32_t child : blockTree.children(module)) {
             if (child >= blocks.size())
                 continue;
             // Only a stored text counts: a derived block name is not a function's name.
             const int32_t nameIndex = blocks[child].nameIndex;
             if (nameIndex < 0 || static_cast<size_t>(nameIndex) >= names.size())
                 continue;
-            const std::optional<std::string>& text = names[static_cast<size_t>(nameIndex)].text;
-            if (text && *text == name)
+            if (names.hasText(size_t(nameIndex)) && names.text(size_t(nameIndex)) == name)
                 return static_cast<int32_t>(child);
         }
     }
@@ -324,12 +602,11 @@ int32_t TarnUbrofParser::findFunctionByName(const std::string& name) const
 
 int32_t TarnUbrofParser::findModuleOfFile(uint32_t fileIndex) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     for (uint32_t module : blockTree.roots) {
         if (module >= blocks.size())
             continue;
-        const std::vector<uint32_t>& files = blocks[module].files;
-        if (std::find(files.begin(), files.end(), fileIndex) != files.end())
+        if (blockTree.moduleHasFile(module, fileIndex))
             return static_cast<int32_t>(module);
     }
     return -1;
@@ -337,7 +614,7 @@ int32_t TarnUbrofParser::findModuleOfFile(uint32_t fileIndex) const
 
 void TarnUbrofParser::getChildScopes(int32_t scope, std::vector<uint32_t>& out) const
 {
-    const std::vector<BlockRecord>& blocks = blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     if (scope == -1) {
         for (uint32_t module : blockTree.roots) {
             if (module < blocks.size() && !blocks[module].isHidden)
@@ -347,7 +624,7 @@ void TarnUbrofParser::getChildScopes(int32_t scope, std::vector<uint32_t>& out) 
     }
     if (scope < 0 || static_cast<size_t>(scope) >= blocks.size())
         return;
-    for (uint32_t child : blocks[static_cast<size_t>(scope)].children) {
+    for (uint32_t child : blockTree.children(static_cast<uint32_t>(scope))) {
         if (child < blocks.size())
             out.push_back(child);
     }
@@ -357,8 +634,8 @@ void TarnUbrofParser::getScopeSymbols(int32_t scope, std::vector<uint32_t>& out,
 {
     if (scope < 0 || static_cast<size_t>(scope) >= blockTree.blocks.size())
         return;
-    const std::vector<SymbolRecord>& symbols = symbolTable.symbols;
-    for (uint32_t symbol : blockTree.blocks[static_cast<size_t>(scope)].symbols) {
+    const ChunkedVector<SymbolRecord>& symbols = symbolTable.symbols;
+    for (uint32_t symbol : blockTree.symbols(static_cast<uint32_t>(scope))) {
         if (symbol >= symbols.size())
             continue;
         // Function prototypes are declarations, not variables to list.
@@ -512,8 +789,9 @@ int16_t TarnUbrofParser::getScopeInfo(int32_t scope, std::string* name, std::str
     // Plain unsigned difference: a scope that never covered code (0xFFFFFFFF, 0) wraps to 1.
     *size = block.highAddress - block.lowAddress;
     *firstLineRecord = -1;
-    if (!block.lineRanges.empty() && block.lineRanges.front() < fileLineRanges.size())
-        *firstLineRecord = static_cast<int32_t>(fileLineRanges[block.lineRanges.front()].firstLineRecord);
+    const IndexRange ranges = blockTree.lineRanges(static_cast<uint32_t>(scope));
+    if (!ranges.empty() && ranges.front() < fileLineRanges.size())
+        *firstLineRecord = static_cast<int32_t>(fileLineRanges[ranges.front()].firstLineRecord);
     return StoreOk;
 }
 

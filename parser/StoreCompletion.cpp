@@ -2,82 +2,73 @@
 #include "parser/TarnUbrofParser.h"
 
 #include <algorithm>
+#include <climits>
 
 namespace ubrof {
 
-bool TarnUbrofParser::buildCodeAreas()
+void TarnUbrofParser::buildCodeAreas()
 {
-    // Every line record asks for its scope, so the tree is indexed before the first one does.
+    // The scope of every area is looked up when the area is returned, through this index.
     indexScopes();
 
-    // Many statements share a function; its name text is built once.
-    std::vector<std::string> scopeNames(blockTree.blocks.size());
-    std::vector<bool> scopeNamed(blockTree.blocks.size(), false);
-    auto nameOf = [&](int32_t scope) -> const std::string& {
-        static const std::string none;
-        if (scope < 0)
-            return none;
-        const size_t at = static_cast<size_t>(scope);
-        if (!scopeNamed[at]) {
-            scopeNames[at] = nameTable.nameText(static_cast<uint32_t>(blockTree.blocks[at].nameIndex));
-            scopeNamed[at] = true;
-        }
-        return scopeNames[at];
-    };
-
-    // The areas are ordered by address before any is built: sorting small keys is cheap, moving
-    // the areas themselves is not.
-    struct Key {
-        uint32_t address;
-        uint32_t file;
-        uint32_t lineRecord;
-        int32_t scope;
-    };
-    std::vector<Key> keys;
-    keys.reserve(lineTable.size());
-    std::vector<std::string> publicPaths;
-    publicPaths.reserve(sourceFileTable.size());
+    codeAreas.clear(lineTable);
+    codeAreas.publicPaths.reserve(sourceFileTable.size());
+    rangeMaxPrefix_.clear();
+    rangeMaxStart_.clear();
     for (const SourceFileRecord& file : sourceFileTable) {
-        const auto fileIndex = static_cast<uint32_t>(publicPaths.size());
-        publicPaths.push_back(fileMapper.GetPublicPath(file.name));
+        rangeMaxStart_.push_back(static_cast<uint32_t>(rangeMaxPrefix_.size()));
+        int32_t highest = INT32_MIN;
+        for (uint32_t rangeIndex : file.lineRanges) {
+            if (rangeIndex < fileLineRanges.size() && fileLineRanges[rangeIndex].lineRecordCount != 0)
+                highest = std::max(highest, fileLineRanges[rangeIndex].maxLine);
+            rangeMaxPrefix_.push_back(highest);
+        }
+    }
+    rangeMaxStart_.push_back(static_cast<uint32_t>(rangeMaxPrefix_.size()));
+    for (const SourceFileRecord& file : sourceFileTable) {
+        const auto fileIndex = static_cast<uint32_t>(codeAreas.publicPaths.size());
+        codeAreas.publicPaths.push_back(fileMapper.GetPublicPath(file.name));
         for (uint32_t rangeIndex : file.lineRanges) {
             if (rangeIndex >= fileLineRanges.size())
                 continue;
             const FileLineRange& range = fileLineRanges[rangeIndex];
             const uint64_t end = std::min<uint64_t>(uint64_t(range.firstLineRecord) + range.lineRecordCount,
                                                     lineTable.size());
-            for (uint64_t i = range.firstLineRecord; i < end; ++i)
-                keys.push_back({lineTable[i].address, fileIndex, static_cast<uint32_t>(i), -1});
+            if (end > range.firstLineRecord)
+                codeAreas.appendRange(range.firstLineRecord, static_cast<uint32_t>(end - range.firstLineRecord), fileIndex);
         }
     }
-    auto byAddress = [](const Key& a, const Key& b) { return a.address < b.address; };
-    if (!std::is_sorted(keys.begin(), keys.end(), byAddress))
-        std::stable_sort(keys.begin(), keys.end(), byAddress);
+    codeAreas.sortByStart();
+}
 
-    // Each area carries its own copy of its function and file names, and a statement costs
-    // ten bytes of file while a file name may be 64 KiB: the text is summed before anything
-    // is copied, so that a hostile file cannot turn kilobytes into gigabytes.
-    uint64_t text = 0;
-    for (Key& key : keys) {
-        key.scope = findScopeAtAddress(key.address);
-        text += nameOf(key.scope).size() + publicPaths[key.file].size();
-    }
-    if (text > kMaxCodeAreaText)
-        return false;
+tarn::CodeArea TarnUbrofParser::codeArea(size_t area) const
+{
+    tarn::CodeArea built;
+    fillCodeArea(codeAreas.lineRecord(area), codeAreas.file(area), built);
+    built.functionName = getScopeNameAtPc(static_cast<uint32_t>(built.startAddress));
+    return built;
+}
 
-    codeAreas.reserve(codeAreas.size() + keys.size());
-    for (const Key& key : keys) {
-        const LineRecord& record = lineTable[key.lineRecord];
-        tarn::CodeArea& area = codeAreas.emplace_back();
-        area.functionName = nameOf(key.scope);
-        area.fileName = publicPaths[key.file];
-        area.startLine = record.line;
-        area.endLine = record.line;
-        area.startAddress = record.address;
-        area.endAddress = uint64_t(record.address) + record.size;
-        area.isStatement = 1;
-    }
-    return true;
+void TarnUbrofParser::fillCodeArea(uint32_t lineRecord, uint32_t file, tarn::CodeArea& built) const
+{
+    fillCodeArea(lineRecord, file, lineTable.address(lineRecord), built);
+}
+
+void TarnUbrofParser::fillCodeArea(uint32_t lineRecord, uint32_t file, uint32_t address, tarn::CodeArea& built) const
+{
+    uint32_t line = 0, size = 0;
+    lineTable.lineAndSize(lineRecord, line, size);
+    built.fileName = codeAreas.publicPaths[file];
+    built.startLine = built.endLine = line;
+    built.startColumn = 0;
+    built.endColumn = 0;
+    built.startAddress = address;
+    built.endAddress = uint64_t(address) + size;
+    built.discriminator = 0;
+    built.isStatement = 1;
+    built.isBasicBlock = 0;
+    built.isPrologueEnd = 0;
+    built.isEpilogueBegin = 0;
 }
 
 void TarnUbrofParser::createMemberSymbols()

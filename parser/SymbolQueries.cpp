@@ -101,7 +101,7 @@ int16_t TarnUbrofParser::getSymbolLocation(uint32_t context, uint32_t pc, Symbol
         return StoreBadArgument;
     if (!isParsed())
         return StoreNotParsed;
-    const std::vector<SymbolRecord>& symbols = symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = symbolTable.symbols;
     uint32_t kind = 0;
     const int32_t index = decodeContextId(context, &kind);
     // A type has no location, and its index would name an unrelated symbol.
@@ -130,7 +130,7 @@ int16_t TarnUbrofParser::getSymbolLocation(uint32_t context, uint32_t pc, Symbol
     uint32_t addressSpace = symbol.addressSpace;
     uint32_t value = symbol.value;
     if (pc != 0xFFFFFFFF) {
-        const std::vector<LocationRecord>& records = symbolTable.locations;
+        const ChunkedVector<LocationRecord>& records = symbolTable.locations;
         const LocationRecord* taken = nullptr;
         for (uint64_t i = symbol.firstLocation; i < uint64_t(symbol.firstLocation) + symbol.locationCount; ++i) {
             if (i >= records.size() || records[i].startAddress > pc)
@@ -249,11 +249,11 @@ std::string TarnUbrofParser::getContextTypeName(uint32_t context) const
 
 int32_t TarnUbrofParser::getTypeOfSymbolNamed(const std::string& name) const
 {
-    const std::vector<SymbolRecord>& symbols = symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = symbolTable.symbols;
     // No match falls back to symbol 0, whose type the host then shows; an empty table gives -1.
     int32_t found = 0;
     for (size_t i = 0; i < symbols.size(); ++i) {
-        if (nameTable.nameText(symbols[i].nameIndex) == name) {
+        if (nameTable.nameIs(symbols[i].nameIndex, name)) {
             found = static_cast<int32_t>(i);
             break;
         }
@@ -338,8 +338,9 @@ int16_t TarnUbrofParser::getTypeTarget(int32_t type, int32_t* target, uint32_t* 
 {
     if (!target || !mode)
         return StoreBadArgument;
-    // Qualifier chains are short in real files; a chain longer than the table must loop.
-    for (uint32_t step = 0; step <= typeTable.getCount(); ++step) {
+    // A chain that comes back to a type it passed answers as an undefined type would.
+    TypeChain chain(static_cast<uint32_t>(type));
+    for (;;) {
         const TypeRecord* followed = nullptr;
         if (const int16_t result = typeRecordAt(type, &followed))
             return result;
@@ -347,6 +348,8 @@ int16_t TarnUbrofParser::getTypeTarget(int32_t type, int32_t* target, uint32_t* 
         switch (record.kind) {
         case 36: case 42: case 43:
             type = static_cast<int32_t>(record.op2);
+            if (!chain.step(record.op2))
+                return StoreNotFound;
             continue;
         case 15: case 16: case 23: case 24: case 25: case 26: case 27: case 28: case 29: case 30:
         case 41: case 49:
@@ -365,7 +368,6 @@ int16_t TarnUbrofParser::getTypeTarget(int32_t type, int32_t* target, uint32_t* 
             return StoreNotFound;
         }
     }
-    return StoreNotFound;
 }
 
 int16_t TarnUbrofParser::getStructMember(int32_t type, std::string& text, int32_t position,
@@ -374,19 +376,23 @@ int16_t TarnUbrofParser::getStructMember(int32_t type, std::string& text, int32_
 {
     if (!memberType || !offset || !symbol || !memberCount)
         return StoreBadArgument;
+    // A typedef or qualifier that comes back to itself names no structure.
     const TypeRecord* composite = nullptr;
-    for (uint32_t step = 0; step <= typeTable.getCount() && !composite; ++step) {
+    TypeChain chain(static_cast<uint32_t>(type));
+    while (!composite) {
         const TypeRecord* followed = nullptr;
         if (const int16_t result = typeRecordAt(type, &followed))
             return result;
         const TypeRecord& record = *followed;
         switch (record.kind) {
         case 36: case 42: case 43:
-            type = static_cast<int32_t>(record.op2);
+        case 49: {
+            const uint32_t next = record.kind == 49 ? record.op1 : record.op2;
+            type = static_cast<int32_t>(next);
+            if (!chain.step(next))
+                return StoreNotFound;
             break;
-        case 49:
-            type = static_cast<int32_t>(record.op1);
-            break;
+        }
         case 17: case 18: case 52:
             composite = &record;
             break;
@@ -394,15 +400,13 @@ int16_t TarnUbrofParser::getStructMember(int32_t type, std::string& text, int32_
             return StoreNotFound;
         }
     }
-    if (!composite)
-        return StoreNotFound;
 
     const std::vector<MemberRecord>& members = typeTable.members;
     *memberCount = composite->op4;
     uint64_t chosen = members.size();
     if (position == -1) {
         for (uint64_t i = composite->op5; i < uint64_t(composite->op5) + composite->op4 && i < members.size(); ++i) {
-            if (nameTable.nameText(members[i].nameIndex) == text) {
+            if (nameTable.nameIs(members[i].nameIndex, text)) {
                 chosen = i;
                 break;
             }

@@ -53,11 +53,9 @@ int16_t TarnUbrofParser::parseFile(const std::string& path)
             return StoreNotUbrof;
         }
     }
-    if (!buildCodeAreas()) {
-        parseError = "the code areas would hold more text than a real program needs";
-        return StoreNotUbrof;
-    }
+    buildCodeAreas();
     createMemberSymbols();
+    indexNames();
     filePath = path;
     stateFlags |= 2;
     return StoreOk;
@@ -114,10 +112,10 @@ int32_t TarnUbrofParser::readMemory(uint8_t memoryClass, uint32_t start, uint32_
     }
     // The statement map: the flags of the last line record at each word address.
     std::memset(out, 0, count);
-    for (const LineRecord& record : lineTable) {
-        const uint32_t word = record.address >> 1;
+    for (size_t i = 0; i < lineTable.size(); ++i) {
+        const uint32_t word = lineTable.address(i) >> 1;
         if (word >= start && word - start < count)
-            out[word - start] = record.flags;
+            out[word - start] = lineTable.flags(i);
     }
     return StoreOk;
 }

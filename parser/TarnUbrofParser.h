@@ -4,13 +4,17 @@
 #include "host/CodeArea.h"
 #include "host/FileMapper.h"
 #include "host/Status.h"
+#include "parser/CodeAreaTable.h"
 #include "reader/BlockTree.h"
 #include "reader/DMemory.h"
+#include "reader/LineTable.h"
 #include "reader/ProgramFacts.h"
 #include "reader/Records.h"
 #include "reader/TypeTable.h"
 
+#include <array>
 #include <cstdint>
+#include <string_view>
 #include <string>
 #include <vector>
 
@@ -98,6 +102,9 @@ public:
     /// Indexes every scope's children by address for findScopeAtAddress. The parse calls it; a
     /// tree filled by hand needs it called again, and one whose block count changed since is walked.
     void indexScopes();
+    /// Indexes the modules' symbols and functions by name for lookupName and findFunctionByName,
+    /// as indexScopes does for addresses; a store whose tables changed since is searched in full.
+    void indexNames();
 
     // Scopes, symbols and types by context number.
     int16_t getScopeAtPc(uint32_t pc, int32_t* scope) const;
@@ -139,6 +146,8 @@ public:
     bool getCodeAreasInRange(tarn::Status& status, uint64_t start, uint64_t end,
                              std::vector<tarn::CodeArea>& out) const;
     void collectCodeAreas(size_t position, uint64_t end, std::vector<tarn::CodeArea>& out) const;
+    /// The host's value of code area number area (of codeAreas), built on demand.
+    tarn::CodeArea codeArea(size_t area) const;
 
     // The tables, in declaration order. The reader fills them during parseFile; afterwards
     // they are only read.
@@ -154,11 +163,11 @@ public:
     DMemory eepromMemory;
     DMemory dataMemory;
     std::vector<SourceFileRecord> sourceFileTable;
-    std::vector<LineRecord> lineTable;
+    LineTable lineTable;
     BlockTree blockTree;
     FileIndex fileIndex;
-    std::vector<FileLineRange> fileLineRanges;
-    std::vector<tarn::CodeArea> codeAreas;
+    ChunkedVector<FileLineRange> fileLineRanges;
+    CodeAreaTable codeAreas;
     tarn::FileMapper fileMapper;
     /// What only the program model reads; kept only when keepFacts is set before the parse, so
     /// that a debugger host does not pay for tables it never asks about.
@@ -169,10 +178,6 @@ public:
     bool readNewerVersions = false;
     /// What made the last parse fail and where, for messages; empty after success.
     std::string parseError;
-
-    /// Text the code-area table may hold in all: far beyond any real program, and a bound on
-    /// what a hostile file can make the store copy.
-    static constexpr uint64_t kMaxCodeAreaText = uint64_t(256) << 20;
 
 private:
     /// An address range [low, high) of the scope at position in its list.
@@ -188,28 +193,103 @@ private:
     struct SegmentIndex {
         std::vector<uint64_t> bounds; ///< piece i is [bounds[i], bounds[i + 1])
         std::vector<int32_t> winner;  ///< per piece: a position, or -1
-        /// The winning position at pc, or -1.
-        int32_t at(uint32_t pc) const;
+        /// Per stretch of 2^shift addresses from bounds[0] on, the first bound at or above its
+        /// start: a lookup searches the few bounds of its stretch, which sit in a line or two.
+        std::vector<uint32_t> stretches;
+        unsigned shift = 0;
+        /// The winning position at pc, or -1; narrows [*low, *high) to the piece of pc when given.
+        int32_t at(uint32_t pc, uint64_t* low = nullptr, uint64_t* high = nullptr) const;
+        /// Cuts the bounds into stretches of about one bound each.
+        void divide();
     };
 
-    /// False when the areas would hold more than kMaxCodeAreaText of names.
-    bool buildCodeAreas();
+    void buildCodeAreas();
+    /// An area's fields, all but its function name.
+    void fillCodeArea(uint32_t lineRecord, uint32_t file, tarn::CodeArea& built) const;
+    void fillCodeArea(uint32_t lineRecord, uint32_t file, uint32_t address, tarn::CodeArea& built) const;
+    /// findScopeAtAddress, and the addresses [*low, *high) around pc over which its answer holds.
+    int32_t scopeAtAddress(uint32_t pc, uint64_t* low, uint64_t* high) const;
+    /// The levels of an indexed scope lookup: what each index answered and over which addresses.
+    /// A walk over ascending addresses keeps the levels that still hold and redoes only the rest.
+    struct ScopeTrail {
+        struct Level {
+            int32_t scope; ///< the module or child found at this level; -1 where none was
+            uint64_t low;
+            uint64_t high;
+            // What the levels down to this one answer together, so that a nesting as deep as
+            // the file allows costs a lookup no walk over its levels.
+            uint64_t jointLow = 0;
+            uint64_t jointHigh = 0;
+            int32_t jointScope = -1;
+        };
+        std::vector<Level> levels;
+        bool claimed = false; ///< whether a module claimed the address, so that the walk went down
+    };
+    /// findScopeAtAddress by way of trail; [*low, *high) as for scopeAtAddress.
+    int32_t scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* low, uint64_t* high) const;
     void createMemberSymbols();
     /// The image of a memory class, after the checks every memory query makes.
     int32_t imageFor(uint8_t memoryClass, const DMemory** image) const;
     static SegmentIndex makeSegmentIndex(std::vector<Span> spans, bool lowestWins);
-    bool scopesIndexed() const { return childIndex_.size() == blockTree.blocks.size() && !childIndex_.empty(); }
+    bool scopesIndexed() const { return childSlices_.size() == blockTree.blocks.size() && !childSlices_.empty(); }
+    /// The child of scope that holds pc, or -1; narrows [*low, *high) to the piece of pc when given.
+    int32_t childAt(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const;
     /// The first of scopes, in order, that holds pc; -1 when none does.
-    int32_t scopeHolding(const std::vector<uint32_t>& scopes, uint32_t pc) const;
+    int32_t scopeHolding(IndexRange scopes, uint32_t pc) const;
     /// The innermost scope below scope that holds pc; -1 when no child does.
-    int32_t innermostBelow(uint32_t scope, uint32_t pc) const;
-    bool lineRangesEndAt(const BlockRecord& module, uint32_t pc) const;
+    int32_t innermostBelow(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const;
+    bool lineRangesEndAt(uint32_t module, uint32_t pc) const;
     /// The category getTypeInfo gives a type; undefined for -1.
     uint32_t categoryOfType(int32_t type) const;
     /// The type record at type, after the checks every step of a type walk makes.
     int16_t typeRecordAt(int32_t type, const TypeRecord** record) const;
 
-    std::vector<SegmentIndex> childIndex_; ///< per scope: its first child that holds an address
+    /// Per scope, its slice of childBounds_ and childWinners_: the pieces of its children's
+    /// ranges, each with the first child that holds it (or -1).
+    struct ChildSlice {
+        uint32_t first;
+        uint32_t count;
+    };
+    std::vector<ChildSlice> childSlices_;
+    /// A symbol a module lists itself (module: its position in roots), by a hash of its name;
+    /// symbols of kinds 6 and 9, which no lookup answers, are left out.
+    struct ModuleName {
+        uint32_t hash;
+        uint32_t module;
+        uint32_t symbol;
+        bool operator<(const ModuleName& other) const
+        {
+            return hash != other.hash ? hash < other.hash : module < other.module;
+        }
+    };
+    /// A function of a module by a hash of its name; place is its place in the walk over
+    /// the modules' children, which decides between functions of one name.
+    struct FunctionName {
+        uint32_t hash;
+        uint32_t place;
+        uint32_t block;
+        bool operator<(const FunctionName& other) const
+        {
+            return hash != other.hash ? hash < other.hash : place < other.place;
+        }
+    };
+    /// Per source file (rangeMaxStart_ slices rangeMaxPrefix_), the highest last line of its
+    /// line ranges so far, range by range: a line query starts at the first range that reaches
+    /// its line, where the plain walk would have skipped every range before.
+    std::vector<int32_t> rangeMaxPrefix_;
+    std::vector<uint32_t> rangeMaxStart_;
+    std::vector<ModuleName> moduleNames_; ///< by hash, then module, then place in the module's list
+    /// Where the hashes with each top kNameBucketBits bits begin in moduleNames_, so that a
+    /// lookup reads a line or two of it, not a binary search over the whole.
+    static constexpr unsigned kNameBucketBits = 16;
+    std::vector<uint32_t> moduleNameBuckets_;
+    std::vector<uint32_t> modulesWithGroups_; ///< positions in roots, ascending
+    std::vector<FunctionName> functionNames_;
+    std::array<size_t, 4> namesIndexedFor_{}; ///< table sizes when indexNames ran
+    bool namesIndexed() const;
+    static uint32_t hashName(std::string_view name);
+    std::vector<uint32_t> childBounds_;
+    std::vector<int32_t> childWinners_;
     SegmentIndex moduleHolding_;           ///< the last top-level scope that holds an address
     SegmentIndex moduleClaiming_; ///< the first that holds it in a child or a range's last record
 };

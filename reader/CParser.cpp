@@ -5,7 +5,13 @@
 #include "reader/TagCodes.h"
 #include "reader/VarNumber.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 #include <cinttypes>
 
@@ -21,8 +27,8 @@ CParser::CParser(UbrofFileHeader& fileHeader, NameTable& nameTable, TypeTable& t
                  std::vector<GroupRecord>& groupTable, std::vector<ModuleRecord>& moduleTable,
                  BlockTree& blockTree, SymbolTable& symbolTable, DMemory& codeMemory,
                  DMemory& eepromMemory, DMemory& dataMemory,
-                 std::vector<SourceFileRecord>& sourceFileTable, std::vector<LineRecord>& lineTable,
-                 FileIndex& fileIndex, std::vector<FileLineRange>& fileLineRanges)
+                 std::vector<SourceFileRecord>& sourceFileTable, LineTable& lineTable,
+                 FileIndex& fileIndex, ChunkedVector<FileLineRange>& fileLineRanges)
     : fileHeader_(fileHeader),
       nameTable_(nameTable),
       typeTable_(typeTable),
@@ -44,8 +50,8 @@ CParser::CParser(UbrofFileHeader& fileHeader, NameTable& nameTable, TypeTable& t
 
 CParser::~CParser()
 {
-    if (file_)
-        std::fclose(file_);
+    if (file_ >= 0)
+        ::close(file_);
 }
 
 int CParser::parse(const char* path)
@@ -53,22 +59,27 @@ int CParser::parse(const char* path)
     if (!path || !*path)
         return 0;
     fileName_ = path;
-    file_ = std::fopen(path, "rb");
-    if (!file_)
+    file_ = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (file_ < 0)
         return 0;
     struct stat info;
-    fileSize_ = (fstat(fileno(file_), &info) == 0 && info.st_size > 0) ? uint64_t(info.st_size) : 0;
-    position_ = 0;
+    fileSize_ = (fstat(file_, &info) == 0 && info.st_size > 0) ? uint64_t(info.st_size) : 0;
+    // The file is read once, front to back; the kernel may read ahead and drop what was read.
+    posix_fadvise(file_, 0, 0, POSIX_FADV_SEQUENTIAL);
+    if (!block_)
+        block_.reset(new uint8_t[kBlockSize]);
+    next_ = end_ = block_.get();
+    blockOffset_ = 0;
     lastError_ = nullptr;
     failure_ = Failure{};
 
     auto closeFile = [this] {
-        std::fclose(file_);
-        file_ = nullptr;
+        ::close(file_);
+        file_ = -1;
     };
     try {
         for (;;) {
-            failure_.tagOffset = position_;
+            failure_.tagOffset = tell();
             failure_.tagCode = -1;
             const uint8_t code = static_cast<uint8_t>(readByte());
             failure_.tagCode = code;
@@ -78,9 +89,9 @@ int CParser::parse(const char* path)
                 const uint64_t end = isNewerFormat() ? declaredEnd(code) : 0;
                 if ((this->*entry->handler)() != 0)
                     throw ReaderError{kTagProcessingError};
-                if (end != 0 && position_ != end)
+                if (end != 0 && tell() != end)
                     failTag("its length says it ends at offset " + std::to_string(end) + ", its fields at " +
-                            std::to_string(position_));
+                            std::to_string(tell()));
                 if (code == 0xFF)
                     break;
             } else if (!readNewerTag(code) && !skipUnknownTag(code)) {
@@ -92,10 +103,12 @@ int CParser::parse(const char* path)
         if (isNewerFormat() && remaining() != 0)
             failTag(std::to_string(remaining()) + " bytes follow the end of the file's tags");
         if (isNewerFormat() && facts_)
-            facts_->newer.endOffset = position_;
+            facts_->newer.endOffset = tell();
         failure_ = Failure{};
     } catch (const ReaderError& error) {
         lastError_ = error.text;
+        if (!error.detail.empty())
+            failure_.detail = error.detail;
         closeFile();
         return 0;
     } catch (...) {
@@ -136,27 +149,26 @@ int CParser::skipUnknownTag(uint8_t code)
     return 0;
 }
 
-uint32_t CParser::readByte()
+void CParser::refill()
 {
-    const int c = getc_unlocked(file_);
-    if (c == EOF)
+    blockOffset_ = tell();
+    next_ = end_ = block_.get();
+    // A position past the end of the file is where a skip left the stream; nothing follows it.
+    if (blockOffset_ >= fileSize_)
         throw ReaderError{kUnexpectedEndOfFile};
-    ++position_;
-    return static_cast<uint32_t>(c);
-}
-
-uint32_t CParser::readWord16()
-{
-    const uint32_t high = readByte();
-    return (high << 8) | readByte();
-}
-
-uint32_t CParser::readWord32()
-{
-    uint32_t value = readByte();
-    value = (value << 8) | readByte();
-    value = (value << 8) | readByte();
-    return (value << 8) | readByte();
+    const size_t wanted = static_cast<size_t>(std::min<uint64_t>(kBlockSize, fileSize_ - blockOffset_));
+    size_t got = 0;
+    while (got < wanted) {
+        const ssize_t n = ::pread(file_, block_.get() + got, wanted - got, static_cast<off_t>(blockOffset_ + got));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        got += size_t(n);
+    }
+    if (got == 0)
+        throw ReaderError{kUnexpectedEndOfFile};
+    end_ = block_.get() + got;
 }
 
 uint32_t CParser::readVarNumber()
@@ -175,9 +187,15 @@ void CParser::readBytes(uint8_t* destination, uint32_t count)
 {
     if (count > remaining())
         throw ReaderError{kUnexpectedEndOfFile};
-    if (std::fread(destination, 1, count, file_) != count)
-        throw ReaderError{kUnexpectedEndOfFile};
-    position_ += count;
+    while (count != 0) {
+        if (next_ == end_)
+            refill();
+        const uint32_t part = std::min<uint32_t>(count, static_cast<uint32_t>(end_ - next_));
+        std::memcpy(destination, next_, part);
+        next_ += part;
+        destination += part;
+        count -= part;
+    }
 }
 
 std::string CParser::readString(uint32_t count)
@@ -185,39 +203,80 @@ std::string CParser::readString(uint32_t count)
     // Checked before anything is allocated, so a hostile count costs nothing.
     if (count > remaining())
         throw ReaderError{kUnexpectedEndOfFile};
-    std::string text(count, '\0');
-    if (count != 0 && std::fread(&text[0], 1, count, file_) != count)
-        throw ReaderError{kUnexpectedEndOfFile};
-    position_ += count;
-    // Users of the text see it up to its first NUL, as a C string.
+    std::string text;
+    if (uint32_t(end_ - next_) >= count) {
+        // Users of the text see it up to its first NUL, as a C string.
+        const auto* nul = static_cast<const uint8_t*>(std::memchr(next_, 0, count));
+        text.assign(reinterpret_cast<const char*>(next_), nul ? size_t(nul - next_) : count);
+        next_ += count;
+        return text;
+    }
+    text.resize(count);
+    readBytes(reinterpret_cast<uint8_t*>(&text[0]), count);
     const size_t end = text.find('\0');
     if (end != std::string::npos)
         text.resize(end);
     return text;
 }
 
+std::string_view CParser::readText(uint32_t count)
+{
+    if (count > remaining())
+        throw ReaderError{kUnexpectedEndOfFile};
+    textScratch_.resize(count);
+    if (count != 0)
+        readBytes(reinterpret_cast<uint8_t*>(&textScratch_[0]), count);
+    const size_t end = textScratch_.find('\0');
+    return std::string_view(textScratch_).substr(0, end);
+}
+
 void CParser::skipBytes(int32_t count)
 {
-    // Most skips are a few ignored bytes: reading them through the stream's buffer avoids
-    // a system call and a buffer refill per skip. A skip past the end still seeks, so that
-    // the failure comes from the next read.
-    if (count >= 0 && uint64_t(count) <= remaining() && count <= kSkipThroughBuffer) {
-        uint8_t scratch[kSkipThroughBuffer];
-        readBytes(scratch, static_cast<uint32_t>(count));
+    if (count >= 0 && count <= end_ - next_) {
+        next_ += count;
         return;
     }
-    if (count < 0 && uint64_t(-int64_t(count)) > position_)
+    const uint64_t position = tell();
+    if (count < 0 && uint64_t(-int64_t(count)) > position)
         throw ReaderError{kUnexpectedEndOfFile};
-    if (std::fseek(file_, count, SEEK_CUR) != 0)
-        throw ReaderError{kUnexpectedEndOfFile};
-    position_ = uint64_t(int64_t(position_) + count);
+    // A skip past the end succeeds; the failure comes from the next read.
+    seek(uint64_t(int64_t(position) + count));
 }
 
 void CParser::seek(uint64_t position)
 {
-    if (std::fseek(file_, static_cast<long>(position), SEEK_SET) != 0)
+    const uint64_t held = uint64_t(end_ - block_.get());
+    if (position >= blockOffset_ && position - blockOffset_ <= held) {
+        next_ = block_.get() + (position - blockOffset_);
+        return;
+    }
+    blockOffset_ = position;
+    next_ = end_ = block_.get();
+}
+
+void CParser::writeImageAcrossBlocks(DMemory& image, uint32_t address, uint32_t count)
+{
+    if (count > remaining())
         throw ReaderError{kUnexpectedEndOfFile};
-    position_ = position;
+    uint8_t part[4096];
+    for (uint64_t at = address; count != 0;) {
+        const uint32_t n = std::min<uint32_t>(count, sizeof part);
+        readBytes(part, n);
+        // Past the top of the address space the bytes are read and dropped.
+        if (at <= 0xFFFFFFFF)
+            image.write(static_cast<uint32_t>(at), part, n);
+        at += n;
+        count -= n;
+    }
+}
+
+void CParser::checkImageBudget(uint64_t offset) const
+{
+    const uint64_t used = codeMemory_.allocatedBytes() + dataMemory_.allocatedBytes() + eepromMemory_.allocatedBytes();
+    if (used > imageBudget())
+        throw ReaderError{kOutOfMemory, "the memory images would take more than " + std::to_string(imageBudget()) +
+                                            " bytes (four times the file and 48 MiB) at file offset " +
+                                            std::to_string(offset)};
 }
 
 uint32_t CParser::readTypeIndex()
@@ -258,28 +317,14 @@ std::string CParser::describeFailure() const
     return text;
 }
 
-void CParser::dropPendingLineRecord()
+void CParser::dropLastLineRecord()
 {
-    if (!pendingLineRecord)
-        return;
     pendingLineRecord = false;
     // The flag is only set after a record was appended; the guards keep a bug from underflowing.
     if (!lineTable_.empty())
         lineTable_.pop_back();
     if (!fileLineRanges_.empty() && fileLineRanges_.back().lineRecordCount > 0)
         --fileLineRanges_.back().lineRecordCount;
-}
-
-void CParser::completePendingLineRecord(uint32_t count)
-{
-    if (!pendingLineRecord)
-        return;
-    pendingLineRecord = false;
-    if (!lineTable_.empty())
-        lineTable_.back().size = count;
-    if (blockTree_.current >= 0)
-        blockTree_.widenBlock(static_cast<uint32_t>(blockTree_.current), codeAddress,
-                              codeAddress + count);
 }
 
 } // namespace ubrof

@@ -3,6 +3,7 @@
 
 #include "reader/BlockTree.h"
 #include "reader/DMemory.h"
+#include "reader/LineTable.h"
 #include "reader/NewerState.h"
 #include "reader/ProgramFacts.h"
 #include "reader/Records.h"
@@ -12,6 +13,7 @@
 #include <cstdio>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -44,8 +46,8 @@ public:
             std::vector<GroupRecord>& groupTable, std::vector<ModuleRecord>& moduleTable,
             BlockTree& blockTree, SymbolTable& symbolTable, DMemory& codeMemory,
             DMemory& eepromMemory, DMemory& dataMemory,
-            std::vector<SourceFileRecord>& sourceFileTable, std::vector<LineRecord>& lineTable,
-            FileIndex& fileIndex, std::vector<FileLineRange>& fileLineRanges);
+            std::vector<SourceFileRecord>& sourceFileTable, LineTable& lineTable,
+            FileIndex& fileIndex, ChunkedVector<FileLineRange>& fileLineRanges);
     virtual ~CParser();
     CParser(const CParser&) = delete;
     CParser& operator=(const CParser&) = delete;
@@ -83,22 +85,54 @@ public:
 
 private:
     // Byte-stream primitives: the only code that touches the file. Each raises
-    // ReaderError(kUnexpectedEndOfFile) when the item is not complete.
-    uint32_t readByte();
-    uint32_t readWord16();
-    uint32_t readWord32();
+    // ReaderError(kUnexpectedEndOfFile) when the item is not complete. The file is read in
+    // blocks of kBlockSize and decoded from the block, so a tag costs no call into the system.
+    uint32_t readByte()
+    {
+        if (next_ == end_)
+            refill();
+        return *next_++;
+    }
+    uint32_t readWord16()
+    {
+        if (end_ - next_ < 2) {
+            const uint32_t high = readByte();
+            return high << 8 | readByte();
+        }
+        const uint32_t value = uint32_t(next_[0]) << 8 | next_[1];
+        next_ += 2;
+        return value;
+    }
+    uint32_t readWord32()
+    {
+        if (end_ - next_ < 4) {
+            const uint32_t high = readWord16();
+            return high << 16 | readWord16();
+        }
+        const uint32_t value = uint32_t(next_[0]) << 24 | uint32_t(next_[1]) << 16 | uint32_t(next_[2]) << 8 | next_[3];
+        next_ += 4;
+        return value;
+    }
     void readBytes(uint8_t* destination, uint32_t count);
     /// A counted text, cut at its first NUL; the count is checked against what is left first.
     std::string readString(uint32_t count);
+    /// readString without a string of its own: the view holds until the next readText.
+    std::string_view readText(uint32_t count);
     /// A variable-length number of versions 10 and 11: seven bits a byte, the lowest first, a
     /// set top bit announcing another byte. Raises ReaderError(kTagProcessingError) when the
     /// value does not fit 32 bits.
     uint32_t readVarNumber();
     void skipBytes(int32_t count);
-    static constexpr int32_t kSkipThroughBuffer = 4096;
-    uint64_t tell() const { return position_; }
+    uint64_t tell() const { return blockOffset_ + uint64_t(next_ - block_.get()); }
     void seek(uint64_t position);
-    uint64_t remaining() const { return position_ < fileSize_ ? fileSize_ - position_ : 0; }
+    uint64_t remaining() const
+    {
+        const uint64_t position = tell();
+        return position < fileSize_ ? fileSize_ - position : 0;
+    }
+    /// Reads the block that starts at tell(); raises the end-of-file error when there is none.
+    void refill();
+    static constexpr uint32_t kBlockSize = 64 * 1024;
 
     int skipUnknownTag(uint8_t code);
     /// Reads a tag that only versions 10 and 11 define; false when the file is older or the
@@ -131,9 +165,46 @@ private:
     static std::string refusedVersionReason(uint8_t version, bool newerAccepted);
     void appendLineRecords(uint32_t block, const std::vector<PlacedStatement>& rows, uint32_t end);
 
+    /// Moves count bytes of the stream into image at address, within the images' budget.
+    void writeImage(DMemory& image, uint32_t address, uint32_t count)
+    {
+        // The common case: the bytes are in the block and land on a page the image has.
+        const uint64_t pages = image.allocatedBytes();
+        if (uint32_t(end_ - next_) >= count) {
+            image.write(address, next_, count);
+            next_ += count;
+        } else {
+            writeImageAcrossBlocks(image, address, count);
+        }
+        if (image.allocatedBytes() != pages)
+            checkImageBudget(tell() - count);
+    }
+    void writeImageAcrossBlocks(DMemory& image, uint32_t address, uint32_t count);
+    /// Fails the parse when the images take more than imageBudget(); offset is where the bytes began.
+    void checkImageBudget(uint64_t offset) const;
+    /// Memory the three images may take in all: a file of n bytes can fill at most n bytes of
+    /// them, but every byte it places on a new page costs the whole page, so the bound is a
+    /// multiple of the file's size with room for real programs' scattered segments, and below
+    /// what a hostile file may cost the whole process (64 MiB and four times the file).
+    uint64_t imageBudget() const { return 4 * fileSize_ + (uint64_t(48) << 20); }
+
     // Line records (shared by the source and symbol tags).
-    void dropPendingLineRecord();
-    void completePendingLineRecord(uint32_t count);
+    void dropPendingLineRecord()
+    {
+        if (pendingLineRecord)
+            dropLastLineRecord();
+    }
+    void completePendingLineRecord(uint32_t count)
+    {
+        if (!pendingLineRecord)
+            return;
+        pendingLineRecord = false;
+        if (!lineTable_.empty())
+            lineTable_.setCodeSize(lineTable_.size() - 1, count);
+        if (blockTree_.current >= 0)
+            blockTree_.widenBlock(static_cast<uint32_t>(blockTree_.current), codeAddress, codeAddress + count);
+    }
+    void dropLastLineRecord();
 
     // Definitions (shared by the symbol tags).
     struct SymbolFields {
@@ -161,12 +232,16 @@ private:
 #include "reader/NewerTags.def"
 #undef UBROF_NEWER_TAG
 
-    // The stream.
+    // The stream: the block holds the file's bytes from blockOffset_ on, up to end_.
     const char* fileName_ = nullptr;
-    std::FILE* file_ = nullptr;
+    int file_ = -1;
     uint64_t fileSize_ = 0;
-    uint64_t position_ = 0;
+    std::unique_ptr<uint8_t[]> block_;
+    const uint8_t* next_ = nullptr;
+    const uint8_t* end_ = nullptr;
+    uint64_t blockOffset_ = 0;
     const char* lastError_ = nullptr;
+    std::string textScratch_; ///< what readText's view shows
     Failure failure_;
     std::function<void(uint64_t, uint8_t)> tagObserver_;
 
@@ -185,9 +260,9 @@ private:
     DMemory& eepromMemory_;
     DMemory& dataMemory_;
     std::vector<SourceFileRecord>& sourceFileTable_;
-    std::vector<LineRecord>& lineTable_;
+    LineTable& lineTable_;
     FileIndex& fileIndex_;
-    std::vector<FileLineRange>& fileLineRanges_;
+    ChunkedVector<FileLineRange>& fileLineRanges_;
     ProgramFacts* facts_ = nullptr;
 
     // Reader state shared by the tag handlers.
@@ -202,16 +277,11 @@ private:
     int32_t currentFile = -1;
     std::map<std::string, uint32_t> embeddedNameCounts;
     uint32_t embeddedCopies = 0; ///< embedded sources written to disk by this parse
-    uint32_t fileTableEntries = 0; ///< entries of module file tables grown by this parse
     NewerState newer_;             ///< what the tags of versions 10 and 11 carry from tag to tag
 
 public:
     /// Embedded sources written by one parse at the most.
     static constexpr uint32_t kMaxEmbeddedCopies = 1024;
-    /// Module file-table entries one parse may grow at the most. A table is as long as the
-    /// highest reference its module declares, so eleven bytes of t_file_ref can ask for 65536
-    /// entries, in every module; real modules declare a few dozen.
-    static constexpr uint32_t kMaxFileTableEntries = 1u << 20;
 };
 
 } // namespace ubrof

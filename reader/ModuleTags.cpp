@@ -83,7 +83,7 @@ int CParser::handleGrpRef()
         return 0;
     const uint32_t group = readWord16();
     if (blockTree_.current >= 0)
-        blockTree_.blocks[static_cast<size_t>(blockTree_.current)].groups.push_back(group);
+        blockTree_.addGroup(static_cast<uint32_t>(blockTree_.current), group);
     return 0;
 }
 
@@ -105,8 +105,6 @@ int CParser::handleBegLib()
     std::memcpy(module.attributes.data(), bytes, 3);
     toOleDate(bytes[5] + 1900u, bytes[4], bytes[3], 0, 0, 0, module.creationDate);
     module.name = readString(bytes[6]);
-    if (blockTree_.isFull())
-        return 1;
     const uint8_t hidden = module.name.compare(0, 1, "?") == 0 ? 1 : 0;
     moduleTable_.push_back(std::move(module));
     blockTree_.addBlock(ModuleBlock, static_cast<int32_t>(moduleTable_.size() - 1), hidden, -1);
@@ -224,7 +222,7 @@ int CParser::handleAbsVar()
     // An empty t_abs_var writes nothing, so it must not widen the image's range either
     // (at address 0 that range would wrap to cover the whole address space).
     if (count != 0)
-        readBytes(image->reserve(*address, count), count);
+        writeImage(*image, *address, count);
     if (facts_ && count != 0) {
         const bool code = memoryClass == 1 && !facts_->light;
         const uint32_t statement =

@@ -225,7 +225,7 @@ void CParser::appendLineRecords(uint32_t block, const std::vector<PlacedStatemen
         // A run of rows of one file is one range, as a run of t_src_stat after a file switch is.
         if (i == 0 || row.file != rows[i - 1].file) {
             const uint32_t range = static_cast<uint32_t>(fileLineRanges_.size());
-            blockTree_.blocks[block].lineRanges.push_back(range);
+            blockTree_.addLineRange(block, range);
             FileLineRange opened;
             opened.file = -1;
             if (row.file < sourceFileTable_.size()) {
@@ -412,7 +412,7 @@ int CParser::handleSourceFiles()
     indices.reserve(files.size());
     for (SourceFileRecord& file : files) {
         const uint32_t index = registerSourceFile(fileIndex_, sourceFileTable_, std::move(file));
-        setModuleFile(blockTree_, static_cast<uint32_t>(indices.size()), index, fileTableEntries);
+        setModuleFile(blockTree_, static_cast<uint32_t>(indices.size()), index);
         indices.push_back(index);
     }
     if (facts_) {

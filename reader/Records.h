@@ -1,11 +1,15 @@
 // Records of the parsed-file store, as the reader appends them: files, modules, names, symbols, lines, blocks.
 #pragma once
 
+#include "reader/ChunkedVector.h"
+
 #include <array>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ubrof {
@@ -44,14 +48,79 @@ struct NameRecord {
     int32_t parent = -1;
 };
 
+/// The NameRecords of a file, 16 bytes each with their texts side by side in large blocks:
+/// a file holds a million names, most of them a few characters long. Records read back as
+/// they were appended; the few whose fields do not fit the packed row are kept whole.
+class NameRecords {
+public:
+    NameRecords() = default;
+    NameRecords(const NameRecords&) = delete;
+    NameRecords& operator=(const NameRecords&) = delete;
+
+    size_t size() const { return rows_.size(); }
+    bool empty() const { return rows_.empty(); }
+    NameRecord operator[](size_t index) const;
+    NameRecord at(size_t index) const;
+    void push_back(const NameRecord& record);
+    /// A record with a stored text, without a NameRecord on the way.
+    void pushText(uint32_t nameKind, uint32_t scopeKind, std::string_view text, uint32_t number, int32_t parent);
+
+    // Fields without unpacking the record.
+    uint32_t nameKind(size_t index) const;
+    uint32_t scopeKind(size_t index) const;
+    uint32_t number(size_t index) const;
+    int32_t parent(size_t index) const;
+    bool hasText(size_t index) const;
+    /// The stored text; empty when there is none. Valid as long as the table.
+    std::string_view text(size_t index) const;
+
+private:
+    static constexpr uint16_t kNoText = 0xFFFF;
+    static constexpr uint16_t kWide = 0xFFFE; ///< the record is wide_[textOffset]
+    static constexpr unsigned kBlockBits = 20;
+    struct Row {
+        uint32_t textOffset; ///< block << kBlockBits | offset within the block
+        uint16_t textLength;
+        uint8_t nameKind;
+        uint8_t scopeKind;
+        uint32_t number;
+        int32_t parent;
+    };
+    static_assert(sizeof(Row) == 16, "a name record is 16 bytes");
+
+    /// Copies text into the text blocks; answers where it went.
+    uint32_t storeText(std::string_view text);
+
+    ChunkedVector<Row> rows_;
+    std::vector<std::unique_ptr<char[]>> textBlocks_;
+    uint32_t textUsed_ = 1u << kBlockBits; ///< bytes used of the last block
+    std::vector<NameRecord> wide_;
+};
+
 class NameTable {
 public:
-    std::vector<NameRecord> records;
+    NameRecords records;
 
     /// The name text of record index: stored, borrowed from a parent, or derived ("block5");
     /// empty for -1 or an index out of range, and cut at kMaxNameLength characters.
     std::string nameText(uint32_t index) const;
+    /// nameText(index) as a view of the stored text; a derived text is built in scratch.
+    std::string_view nameView(uint32_t index, std::string& scratch) const;
+    /// nameText(index) == name, without building the text.
+    bool nameIs(uint32_t index, std::string_view name) const;
+    bool nameStartsWith(uint32_t index, std::string_view prefix) const;
     uint32_t append(NameRecord record);
+    /// A plain scoped name (kind 0) with a text, as t_scoped_name of form 1 gives it.
+    uint32_t appendText(std::string_view text, int32_t parent)
+    {
+        records.pushText(0, 0, text, 0, parent);
+        return static_cast<uint32_t>(records.size() - 1);
+    }
+
+private:
+    /// The record whose text names index after borrowing, or kNoIndex; derived is set for a
+    /// block name made from its number.
+    uint32_t textSource(uint32_t index, bool& derived) const;
 };
 
 struct SymbolRecord {
@@ -73,8 +142,8 @@ struct LocationRecord {
 };
 
 struct SymbolTable {
-    std::vector<SymbolRecord> symbols;
-    std::vector<LocationRecord> locations;
+    ChunkedVector<SymbolRecord> symbols;
+    ChunkedVector<LocationRecord> locations;
     double compilerVersion = 0.0;
 };
 

@@ -13,8 +13,7 @@ namespace ubrof {
 uint32_t registerSourceFile(FileIndex& fileIndex, std::vector<SourceFileRecord>& sourceFiles,
                             SourceFileRecord record);
 
-/// Maps the open module's file reference number to a source file; grown counts the entries
-/// this parse has added to all module tables, which CParser::kMaxFileTableEntries bounds.
-void setModuleFile(BlockTree& tree, uint32_t reference, uint32_t file, uint32_t& grown);
+/// Maps the open module's file reference number to a source file.
+void setModuleFile(BlockTree& tree, uint32_t reference, uint32_t file);
 
 } // namespace ubrof

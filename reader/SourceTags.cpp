@@ -48,20 +48,10 @@ uint32_t registerSourceFile(FileIndex& fileIndex, std::vector<SourceFileRecord>&
     return index;
 }
 
-void setModuleFile(BlockTree& tree, uint32_t reference, uint32_t file, uint32_t& grown)
+void setModuleFile(BlockTree& tree, uint32_t reference, uint32_t file)
 {
-    if (tree.currentTopLevel < 0)
-        return;
-    // The reference is 16 bits wide, so one table stays small; many modules need the bound.
-    std::vector<uint32_t>& files = tree.blocks[static_cast<size_t>(tree.currentTopLevel)].files;
-    if (files.size() <= reference) {
-        const size_t added = size_t(reference) + 1 - files.size();
-        if (grown + added > CParser::kMaxFileTableEntries)
-            throw ReaderError{kOutOfMemory};
-        grown += static_cast<uint32_t>(added);
-        files.resize(size_t(reference) + 1, kNoIndex);
-    }
-    files[reference] = file;
+    if (tree.currentTopLevel >= 0)
+        tree.setModuleFile(static_cast<uint32_t>(tree.currentTopLevel), reference, file);
 }
 
 int CParser::handleFileRef()
@@ -74,7 +64,7 @@ int CParser::handleFileRef()
     if (!toOleDate(date[5] + 1900u, date[4], date[3], date[2], date[1], date[0], record.timestamp))
         record.timestamp = 0.0;
     const uint32_t index = registerSourceFile(fileIndex_, sourceFileTable_, std::move(record));
-    setModuleFile(blockTree_, reference, index, fileTableEntries);
+    setModuleFile(blockTree_, reference, index);
     if (reference == 0) {
         currentFile = static_cast<int32_t>(index);
         startNewLineRange = true;
@@ -86,12 +76,8 @@ int CParser::handleNewFile()
 {
     const uint32_t reference = readWord16();
     currentFile = -1;
-    if (blockTree_.currentTopLevel >= 0) {
-        const std::vector<uint32_t>& files =
-            blockTree_.blocks[static_cast<size_t>(blockTree_.currentTopLevel)].files;
-        if (reference < files.size())
-            currentFile = static_cast<int32_t>(files[reference]);
-    }
+    if (blockTree_.currentTopLevel >= 0)
+        currentFile = static_cast<int32_t>(blockTree_.moduleFile(static_cast<uint32_t>(blockTree_.currentTopLevel), reference));
     startNewLineRange = true;
     return 0;
 }
@@ -149,7 +135,7 @@ int CParser::handleFile()
     record.name = std::move(name);
     record.isEmbedded = 1;
     const uint32_t index = registerSourceFile(fileIndex_, sourceFileTable_, std::move(record));
-    setModuleFile(blockTree_, 0, index, fileTableEntries);
+    setModuleFile(blockTree_, 0, index);
     currentFile = static_cast<int32_t>(index);
     startNewLineRange = true;
     return 0;
@@ -162,7 +148,7 @@ int CParser::handleSrcStat()
         startNewLineRange = false;
         const uint32_t range = static_cast<uint32_t>(fileLineRanges_.size());
         if (blockTree_.current >= 0)
-            blockTree_.blocks[static_cast<size_t>(blockTree_.current)].lineRanges.push_back(range);
+            blockTree_.addLineRange(static_cast<uint32_t>(blockTree_.current), range);
         if (currentFile >= 0 && static_cast<size_t>(currentFile) < sourceFileTable_.size())
             sourceFileTable_[static_cast<size_t>(currentFile)].lineRanges.push_back(range);
         FileLineRange opened;
@@ -177,14 +163,10 @@ int CParser::handleSrcStat()
     const uint32_t lastColumn = readWord16();
     const uint32_t kind = readByte();
 
-    LineRecord record;
-    record.address = codeAddress;
-    record.line = firstLine;
-    record.lineSpan = lastLine - firstLine;
-    record.column = firstColumn;
-    record.endColumn = lastColumn;
-    record.flags = kind == 14 ? 3 : (kind == 9 || kind == 13) ? 5 : 1;
-    lineTable_.push_back(record);
+    // The span (last line - first line, modulo 2^32) is kept as the last line it leads to.
+    lineTable_.pushStatement(codeAddress, static_cast<uint16_t>(firstLine), static_cast<uint16_t>(lastLine),
+                             static_cast<uint16_t>(firstColumn), static_cast<uint16_t>(lastColumn),
+                             kind == 14 ? 3 : (kind == 9 || kind == 13) ? 5 : 1);
     pendingLineRecord = true;
 
     FileLineRange& range = fileLineRanges_.back();
@@ -209,12 +191,8 @@ int CParser::handleSourceRange()
         return 0;
     ProgramFacts::SourcePosition position;
     position.symbol = static_cast<uint32_t>(symbolTable_.symbols.size() - 1);
-    if (blockTree_.currentTopLevel >= 0) {
-        const std::vector<uint32_t>& files =
-            blockTree_.blocks[static_cast<size_t>(blockTree_.currentTopLevel)].files;
-        if (reference < files.size())
-            position.file = files[reference];
-    }
+    if (blockTree_.currentTopLevel >= 0)
+        position.file = blockTree_.moduleFile(static_cast<uint32_t>(blockTree_.currentTopLevel), reference);
     position.line = line;
     position.column = column;
     facts_->sourcePositions.push_back(position);

@@ -25,7 +25,7 @@ void CParser::registerDefinition()
     const uint32_t future = static_cast<uint32_t>(symbolTable_.symbols.size());
     if (recordContext == 2) {
         if (blockTree_.current >= 0)
-            blockTree_.blocks[static_cast<size_t>(blockTree_.current)].symbols.push_back(future);
+            blockTree_.addSymbol(static_cast<uint32_t>(blockTree_.current), future);
     } else if (recordContext == 1) {
         // The context is only 1 after t_grp, which made sure a group exists.
         if (!groupTable_.empty())
@@ -90,7 +90,7 @@ void CParser::readLocalSymbols(uint32_t blockIndex)
     for (uint32_t i = 0; i < count; ++i) {
         SymbolFields fields = readSymbolFields();
         // Locals belong to their function or block whatever the registration context says.
-        blockTree_.blocks[blockIndex].symbols.push_back(static_cast<uint32_t>(symbolTable_.symbols.size()));
+        blockTree_.addSymbol(blockIndex, static_cast<uint32_t>(symbolTable_.symbols.size()));
         appendNamedSymbol(std::move(fields));
         readLocationEntries(readWord16());
     }
@@ -103,9 +103,9 @@ int CParser::handleScopedName()
     NameRecord name;
     switch (form) {
     case 1: {
-        name.text = readString(readWord32());
-        name.parent = static_cast<int32_t>(readWord32());
-        break;
+        const std::string_view text = readText(readWord32());
+        nameTable_.appendText(text, static_cast<int32_t>(readWord32()));
+        return 0;
     }
     case 2:
         name.nameKind = 3;
@@ -167,9 +167,9 @@ int CParser::handleSymbolDef2()
     // A name "_A_X" declares the I/O register X. When the following attribute tag marks it,
     // the register is also made visible under its plain name; the look-ahead leaves the
     // stream where it was, so the attribute tag is then read as usual.
-    const std::string text = nameTable_.nameText(nameIndex);
-    if (text.compare(0, 3, "_A_") != 0)
+    if (!nameTable_.nameStartsWith(nameIndex, "_A_"))
         return 0;
+    const std::string text = nameTable_.nameText(nameIndex);
     const uint64_t position = tell();
     uint32_t attributeWord = 0;
     try {
@@ -197,7 +197,7 @@ int CParser::handleSymbolDef2()
     const uint32_t future = static_cast<uint32_t>(symbolTable_.symbols.size());
     registerDefinition();
     NameRecord twinName = symbolName(text.substr(3), future);
-    twinName.parent = nameTable_.records[nameIndex].parent;
+    twinName.parent = nameTable_.records.parent(nameIndex);
     const uint32_t twinNameIndex = nameTable_.append(std::move(twinName));
     appendSymbol(twinKind, twinSpace, twinValue, 1, twinNameIndex);
     if (facts_)
@@ -233,8 +233,6 @@ int CParser::handleBlockBegin()
 
 int CParser::handleFuncBegin1()
 {
-    if (blockTree_.isFull())
-        return 1;
     const uint32_t block = blockTree_.addBlock(FunctionBlock, -1, 0, -1);
     NameRecord name;
     name.nameKind = 3;
@@ -251,8 +249,6 @@ int CParser::handleFuncBegin1()
 
 int CParser::handleBlockBegin1()
 {
-    if (blockTree_.isFull())
-        return 1;
     const uint32_t block = blockTree_.addBlock(LexicalBlock, -1, 0, -1);
     NameRecord name;
     name.nameKind = 3;
@@ -269,14 +265,12 @@ int CParser::handleBlockBegin1()
 
 int CParser::handleBlockBegin3()
 {
-    if (blockTree_.isFull())
-        return 1;
     const uint32_t block = blockTree_.addBlock(LexicalBlock, -1, 0, -1);
     const uint32_t nameIndex = readWord32();
     BlockRecord& record = blockTree_.blocks[block];
     record.nameIndex = static_cast<int32_t>(nameIndex);
     // Without a name, or with one that does not exist, nothing makes the block a function.
-    if (nameIndex < nameTable_.records.size() && nameTable_.records[nameIndex].scopeKind != 3)
+    if (nameIndex < nameTable_.records.size() && nameTable_.records.scopeKind(nameIndex) != 3)
         record.kind = FunctionBlock;
     recordContext = 2;
     startNewLineRange = true;

@@ -1,6 +1,7 @@
 // TypeTable: the built-in base types, the type records read from the file, and the texts and facts derived from them.
 #include "reader/TypeTable.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace ubrof {
@@ -46,6 +47,9 @@ const BuiltInBase kBuiltInBases[] = {
 };
 
 constexpr uint32_t kVoidIndex = 12;
+
+// What an index that names no type reads as; also what a walk reads where a cycle closes.
+const TypeRecord kUndefined;
 constexpr uint32_t kNoMemory = 255;
 
 bool isPointerKind(uint32_t kind)
@@ -102,9 +106,36 @@ void TypeTable::setTypeSize(uint32_t index, uint32_t size)
 const TypeRecord& TypeTable::getRecord(uint32_t index) const
 {
     // A dangling type index reads as an undefined type rather than as memory past the table.
-    static const TypeRecord undefined;
-    return index < types.size() ? types[index] : undefined;
+    return index < types.size() ? types[index] : kUndefined;
 }
+
+bool TypeTable::WalkPath::holds(uint32_t index) const
+{
+    return std::find(indices, indices + depth, index) != indices + depth;
+}
+
+const TypeRecord& TypeTable::recordOnPath(uint32_t index, const WalkPath& path) const
+{
+    return path.holds(index) ? kUndefined : getRecord(index);
+}
+
+namespace {
+
+/// Puts an index on a walk's path for as long as the walk is below it.
+template <typename Path>
+class OnPath {
+public:
+    OnPath(Path& path, uint32_t index) : path_(path), depth_(path.depth) { path.indices[path.depth++] = index; }
+    ~OnPath() { path_.depth = depth_; }
+    OnPath(const OnPath&) = delete;
+    OnPath& operator=(const OnPath&) = delete;
+
+private:
+    Path& path_;
+    unsigned depth_;
+};
+
+} // namespace
 
 const MemoryInfo* TypeTable::memoryAt(uint32_t number) const
 {
@@ -116,54 +147,64 @@ const MemoryInfo* TypeTable::memoryAt(uint32_t number) const
 
 const TypeRecord* TypeTable::skipQualifiers(uint32_t index) const
 {
-    for (unsigned step = 0; step <= kMaxTypeDepth; ++step) {
+    TypeChain chain(index);
+    for (;;) {
         const TypeRecord& record = getRecord(index);
         if (!isQualifierKind(record.kind))
             return &record;
         index = record.op2;
+        if (!chain.step(index))
+            return &kUndefined;
     }
-    return nullptr;
 }
 
 std::string TypeTable::renderTypeName(uint32_t index) const
 {
     std::string text;
-    renderInto(index, text, 0);
+    WalkPath path;
+    renderInto(index, text, path);
     return text;
 }
 
-void TypeTable::renderInto(uint32_t index, std::string& text, unsigned depth) const
+void TypeTable::renderInto(uint32_t index, std::string& text, WalkPath& path) const
 {
     // Once the text is full nothing more can show, and stopping here also bounds the
     // work of function types whose parameters fan out into more function types.
-    if (depth > kMaxTypeDepth || text.size() >= kMaxNameLength)
+    if (path.depth > kMaxTypeDepth || text.size() >= kMaxNameLength)
         return;
-    const TypeRecord& record = getRecord(index);
+    const TypeRecord& record = recordOnPath(index, path);
+    const OnPath<WalkPath> below(path, index);
     const uint32_t kind = record.kind;
     if (kind == 0) {
         appendCut(text, "undefined_type");
     } else if (kind == 1) {
         appendCut(text, baseName(record));
     } else if (kind == 15 || isPointerKind(kind)) {
-        renderInto(record.op1, text, depth + 1);
+        renderInto(record.op1, text, path);
         appendCut(text, " *");
     } else if (kind == 53) {
-        renderInto(record.op1, text, depth + 1);
+        renderInto(record.op1, text, path);
         appendCut(text, " &");
     } else if (isArrayKind(kind)) {
         std::string suffix;
         const TypeRecord* element = &record;
         uint32_t elementIndex = index;
+        const unsigned depth = path.depth;
         while (isArrayKind(element->kind)) {
-            if (++depth > kMaxTypeDepth)
+            if (path.depth > kMaxTypeDepth) {
+                path.depth = depth;
                 return;
+            }
             char count[16];
             std::snprintf(count, sizeof count, "[%d]", static_cast<int32_t>(element->op3));
             appendCut(suffix, count);
+            if (elementIndex != index)
+                path.indices[path.depth++] = elementIndex;
             elementIndex = element->op1;
-            element = &getRecord(elementIndex);
+            element = &recordOnPath(elementIndex, path);
         }
-        renderInto(elementIndex, text, depth + 1);
+        renderInto(elementIndex, text, path);
+        path.depth = depth;
         appendCut(text, suffix);
     } else if (kind == 17 || kind == 18 || kind == 52) {
         if (record.op2 == 1)
@@ -179,11 +220,11 @@ void TypeTable::renderInto(uint32_t index, std::string& text, unsigned depth) co
     } else if (kind == 49) {
         appendCut(text, names_.nameText(record.op2));
     } else if (kind == 19) {
-        renderInto(record.op3, text, depth + 1);
+        renderInto(record.op3, text, path);
     } else if (kind == 43) {
-        renderInto(record.op2, text, depth + 1);
+        renderInto(record.op2, text, path);
     } else if (kind == 21 || kind == 36) {
-        renderInto(record.op2, text, depth + 1);
+        renderInto(record.op2, text, path);
         if (record.op1 & 1)
             appendCut(text, " register");
         if (record.op1 & 2)
@@ -191,7 +232,7 @@ void TypeTable::renderInto(uint32_t index, std::string& text, unsigned depth) co
         if (record.op1 & 4)
             appendCut(text, " volatile");
     } else if (kind == 42) {
-        renderInto(record.op2, text, depth + 1);
+        renderInto(record.op2, text, path);
         if (record.op3 & 1)
             appendCut(text, " const");
         if (record.op3 & 2)
@@ -204,7 +245,7 @@ void TypeTable::renderInto(uint32_t index, std::string& text, unsigned depth) co
         if (record.op2 & 4)
             appendCut(text, "[interrupt] ");
         appendCut(text, "(");
-        renderInto(record.op1, text, depth + 1);
+        renderInto(record.op1, text, path);
         appendCut(text, ") (");
         // A record built outside the reader may claim more parameters than were stored.
         const size_t first = record.op5;
@@ -212,28 +253,30 @@ void TypeTable::renderInto(uint32_t index, std::string& text, unsigned depth) co
         for (size_t i = 0; i < record.op4 && i < available; ++i) {
             if (i != 0)
                 appendCut(text, ", ");
-            renderInto(parameterTypes[first + i], text, depth + 1);
+            renderInto(parameterTypes[first + i], text, path);
         }
         appendCut(text, ")");
     } else if (kind == 50) {
-        renderInto(record.op2, text, depth + 1);
+        renderInto(record.op2, text, path);
         appendCut(text, "::");
-        renderInto(record.op1, text, depth + 1);
+        renderInto(record.op1, text, path);
         appendCut(text, " *");
     }
 }
 
 void TypeTable::getTypeInfo(uint32_t index, TypeInfo& info) const
 {
-    typeInfoAt(index, info, 0);
+    WalkPath path;
+    typeInfoAt(index, info, path);
 }
 
-void TypeTable::typeInfoAt(uint32_t index, TypeInfo& info, unsigned depth) const
+void TypeTable::typeInfoAt(uint32_t index, TypeInfo& info, WalkPath& path) const
 {
     // Too deep a chain answers nothing, as for a kind without facts.
-    if (depth > kMaxTypeDepth)
+    if (path.depth > kMaxTypeDepth)
         return;
-    const TypeRecord& record = getRecord(index);
+    const TypeRecord& record = recordOnPath(index, path);
+    const OnPath<WalkPath> below(path, index);
     const uint32_t kind = record.kind;
     auto set = [&info](uint32_t category, uint32_t size, uint32_t count) {
         info.category = category;
@@ -281,36 +324,34 @@ void TypeTable::typeInfoAt(uint32_t index, TypeInfo& info, unsigned depth) const
         info.memoryClass = 1;
         info.extra = 0;
     } else if (kind == 21) {
-        typeInfoAt(record.op2, info, depth + 1);
+        typeInfoAt(record.op2, info, path);
         info.memoryClass = 2;
     } else if (kind == 36) {
-        typeInfoAt(record.op2, info, depth + 1);
+        typeInfoAt(record.op2, info, path);
         const uint32_t pointerKind = pointerKindFromAttribute(record.op1);
         info.extra = getRecord(pointerKind).op2;
         info.memoryClass = pointerKind < 27 ? 2 : 1;
     } else if (kind == 42 || kind == 43) {
-        typeInfoAt(record.op2, info, depth + 1);
+        typeInfoAt(record.op2, info, path);
         // A memory number nobody described qualifies nothing, like 255.
         if (const MemoryInfo* memory = memoryAt(record.op1)) {
             info.memoryClass = memory->memoryClass;
             info.extra = memory->addressSize;
         }
     } else if (kind == 44 || kind == 49 || kind == 51 || kind == 53) {
-        typeInfoAt(record.op1, info, depth + 1);
+        typeInfoAt(record.op1, info, path);
     }
 }
 
 bool TypeTable::getDwarfTag(uint32_t index, int32_t& tag) const
 {
-    for (unsigned step = 0; step <= kMaxTypeDepth; ++step) {
-        const TypeRecord& record = getRecord(index);
+    TypeChain chain(index);
+    for (bool cycle = false;;) {
+        const TypeRecord& record = cycle ? kUndefined : getRecord(index);
         const uint32_t kind = record.kind;
-        if (kind == 19) {
-            index = record.op3;
-            continue;
-        }
-        if (isQualifierKind(kind)) {
-            index = record.op2;
+        if (kind == 19 || isQualifierKind(kind)) {
+            index = kind == 19 ? record.op3 : record.op2;
+            cycle = !chain.step(index);
             continue;
         }
         if (kind == 0)
@@ -359,7 +400,8 @@ bool TypeTable::getReferencedType(uint32_t index, uint32_t& target) const
 
 void TypeTable::collectArrayDimensions(uint32_t index, std::vector<int32_t>& counts) const
 {
-    for (unsigned step = 0; step <= kMaxTypeDepth; ++step) {
+    TypeChain chain(index);
+    for (;;) {
         const TypeRecord& record = getRecord(index);
         if (isQualifierKind(record.kind)) {
             index = record.op2;
@@ -369,6 +411,8 @@ void TypeTable::collectArrayDimensions(uint32_t index, std::vector<int32_t>& cou
         } else {
             return;
         }
+        if (!chain.step(index))
+            return;
     }
 }
 
@@ -381,7 +425,9 @@ void TypeTable::getBitFieldLayout(uint32_t index, uint32_t& width, uint32_t& pos
     width = record.op1;
     position = record.op2;
     TypeInfo storage;
-    typeInfoAt(record.op3, storage, 1);
+    WalkPath path;
+    path.indices[path.depth++] = index;
+    typeInfoAt(record.op3, storage, path);
     storageSize = storage.size;
 }
 

@@ -62,6 +62,32 @@ struct TypeInfo {
     uint32_t extra = 0;
 };
 
+/// Follows a chain of type indices and tells when it returns to one it has passed, by Brent's
+/// method: a few words however long the chain, and a cycle is seen within twice the steps that
+/// lead once round it.
+/// Type records refer to each other by number, so a file can make any walk go round for ever.
+class TypeChain {
+public:
+    explicit TypeChain(uint32_t start) : saved_(start) {}
+    /// Steps to next; false when next closes a cycle.
+    bool step(uint32_t next)
+    {
+        if (next == saved_)
+            return false;
+        if (++length_ == power_) {
+            saved_ = next;
+            power_ *= 2;
+            length_ = 0;
+        }
+        return true;
+    }
+
+private:
+    uint32_t saved_;
+    uint64_t power_ = 1;
+    uint64_t length_ = 0;
+};
+
 /// A copy of a base-type record (kind 1) with its name.
 struct BaseTypeRecord {
     uint32_t index = 0;
@@ -107,13 +133,22 @@ public:
     /// Name of a base-type record; empty for records without one.
     const std::string& baseName(const TypeRecord& record) const;
 
-    /// How far a type walk follows references before it gives up; type graphs of real files are
-    /// a few records deep, and a graph that refers to itself must not recurse without end.
+    /// How deep the recursive walks (texts and facts) follow references; type graphs of real
+    /// files are a few records deep. Every walk also sees a cycle where it closes, and answers
+    /// there as for an index that names no type (an undefined record).
     static constexpr unsigned kMaxTypeDepth = 64;
 
 private:
-    void renderInto(uint32_t index, std::string& text, unsigned depth) const;
-    void typeInfoAt(uint32_t index, TypeInfo& info, unsigned depth) const;
+    /// The indices a recursive walk has passed on its way down to the record it is at.
+    struct WalkPath {
+        uint32_t indices[kMaxTypeDepth + 2];
+        unsigned depth = 0;
+        bool holds(uint32_t index) const;
+    };
+    /// The record a walk reads at index: undefined where index closes a cycle of path.
+    const TypeRecord& recordOnPath(uint32_t index, const WalkPath& path) const;
+    void renderInto(uint32_t index, std::string& text, WalkPath& path) const;
+    void typeInfoAt(uint32_t index, TypeInfo& info, WalkPath& path) const;
     /// The record after qualifier kinds 21, 36, 42 and 43, or nullptr when the chain is too deep.
     const TypeRecord* skipQualifiers(uint32_t index) const;
     const MemoryInfo* memoryAt(uint32_t number) const;

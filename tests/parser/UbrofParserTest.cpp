@@ -151,9 +151,12 @@ TEST(UbrofParser, LetsNoOtherExceptionOut)
     w.begFile1().version(8).begLib("main").file("a.c", {"int a;"}).srcStat(1, 1).absVar({0}).end().eof();
     EXPECT_NO_THROW(UbrofParser{dir.save(w)});
 
-    // Code far out grows the code image to its largest size, which the limit below forbids.
+    // A byte on each of 4,096 pages of code takes 16 MiB of image, which the limit below forbids.
     UbrofWriter far;
-    far.begFile1().version(8).begLib("main").org(1, 0x1FFFFF0).absVar({1}).end().eof();
+    far.begFile1().version(8).begLib("main");
+    for (uint32_t page = 0; page < 4096; ++page)
+        far.org(1, page << 12).absVar({1});
+    far.end().eof();
     const std::string path = dir.save(far, "far.d90");
     ASSERT_NO_THROW(UbrofParser{path}) << "the file itself is fine";
 #ifdef UBROF_ADDRESS_SANITIZER

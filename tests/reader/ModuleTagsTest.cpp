@@ -105,8 +105,8 @@ TEST_F(ModuleTags, RegistersDefinitionsByContext)
     ASSERT_EQ(4u, store->groupTable.size());
     EXPECT_EQ((std::vector<uint32_t>{0, 1}), store->groupTable[3].symbols);
     EXPECT_TRUE(store->groupTable[1].symbols.empty());
-    EXPECT_EQ((std::vector<uint32_t>{2}), store->blockTree.blocks[0].symbols);
-    EXPECT_EQ((std::vector<uint32_t>{3, 1}), store->blockTree.blocks[0].groups);
+    EXPECT_EQ((std::vector<uint32_t>{2}), store->blockTree.symbols(0));
+    EXPECT_EQ((std::vector<uint32_t>{3, 1}), store->blockTree.groups(0));
     // Outside a module t_grp_ref reads nothing: its bytes 0x4D 0x4D are read as two t_beg_file tags.
     EXPECT_EQ(4u, store->symbolTable.symbols.size());
     EXPECT_EQ("nowhere", symbolName(3));
@@ -142,7 +142,7 @@ TEST_F(ModuleTags, PlacesBytesBySegmentTypeAndVersion)
     EXPECT_EQ(9u, store->eepromMemory.highAddress());
 }
 
-TEST_F(ModuleTags, GrowsImagesSixteenfoldUpToTheirLimit)
+TEST_F(ModuleTags, GrowsImagesSixteenfoldOverTheWholeAddressSpace)
 {
     UbrofWriter w = fileStart();
     w.org(1, 0x30000).absVar({0xAB}).eof();
@@ -153,15 +153,19 @@ TEST_F(ModuleTags, GrowsImagesSixteenfoldUpToTheirLimit)
     EXPECT_EQ(0xFF, out[0]);
     EXPECT_EQ(0xAB, out[1]);
     EXPECT_EQ(0xFF, out[2]);
-    store->codeMemory.read(0xFFFFFFFE, 2, out); // beyond the image: the fill byte
+    store->codeMemory.read(0xFFFFFFFE, 2, out); // beyond the written bytes: the fill byte
     EXPECT_EQ(0xFF, out[1]);
 
+    // The last address holds a byte; what would lie past it has no address and is dropped.
     DMemory image(0x1000, 0);
-    EXPECT_THROW(image.reserve(0xFFFFFFFF, 0xFF), ReaderError);
-    EXPECT_EQ(0x1000u, image.capacity());
-    EXPECT_EQ(0xFFFFFFFFu, image.lowAddress());
-    image.reserve(0x10, 0);
-    EXPECT_EQ(0u, image.highAddress());
+    const std::vector<uint8_t> bytes(0xFF, 7);
+    image.write(0xFFFFFFFF, bytes.data(), 0xFF);
+    EXPECT_EQ(uint64_t(0x1000000000), image.capacity());
+    EXPECT_EQ(std::make_pair(0xFFFFFFFFu, 0xFFFFFFFFu), std::make_pair(image.lowAddress(), image.highAddress()));
+    image.read(0xFFFFFFFE, 3, out);
+    EXPECT_EQ(std::vector<uint8_t>({0, 7, 0}), std::vector<uint8_t>(out, out + 3));
+    image.write(0x10, nullptr, 0);
+    EXPECT_EQ(std::make_pair(0x10u, 0xFFFFFFFFu), std::make_pair(image.lowAddress(), image.highAddress()));
 }
 
 } // namespace

@@ -62,9 +62,10 @@ TEST_F(NewerTags, PlaceAModulesFilesFunctionsBlocksAndStatementsInTheStore)
     EXPECT_EQ("C:\\inc\\io.h", store->sourceFileTable[1].name);
     EXPECT_NEAR(45418.2973, store->sourceFileTable[0].timestamp, 0.0001); // 6 May 2024, 07:08:09
     EXPECT_EQ(0.0, store->sourceFileTable[1].timestamp);             // month 13: no date
-    const std::vector<BlockRecord>& blocks = store->blockTree.blocks;
+    const ChunkedVector<BlockRecord>& blocks = store->blockTree.blocks;
     ASSERT_EQ(3u, blocks.size());
-    EXPECT_EQ((std::vector<uint32_t>{0, 1}), blocks[0].files);
+    EXPECT_EQ(0u, store->blockTree.moduleFile(0, 0));
+    EXPECT_EQ(1u, store->blockTree.moduleFile(0, 1));
 
     // The function's size covers its prologue, written before its block; the block inside
     // gets the bytes written while it is open; the vector at module level widens nothing.
@@ -92,7 +93,7 @@ TEST_F(NewerTags, PlaceAModulesFilesFunctionsBlocksAndStatementsInTheStore)
     EXPECT_EQ(0, store->fileLineRanges[0].file);
     EXPECT_EQ(4u, store->fileLineRanges[0].lineRecordCount);
     EXPECT_EQ(13, store->fileLineRanges[0].maxLine);
-    EXPECT_EQ(std::vector<uint32_t>{0}, blocks[1].lineRanges);
+    EXPECT_EQ(std::vector<uint32_t>{0}, store->blockTree.lineRanges(1));
     EXPECT_EQ(std::vector<uint32_t>{0}, store->sourceFileTable[0].lineRanges);
 
     // Type indexes are variable-length numbers now, in types and symbols alike.

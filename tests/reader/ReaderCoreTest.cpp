@@ -61,13 +61,6 @@ TEST_F(ReaderCore, NamesEachFailureWithItsText)
         EXPECT_EQ(tagError, failure(w));
     }
     {
-        UbrofWriter w = fileStart();
-        w.org(1, DMemory::kMaxCapacity - 1).absVar({1}); // the last byte the image can hold
-        w.absVar({2});
-        EXPECT_EQ(kOutOfMemory, failure(w));
-        EXPECT_EQ(DMemory::kMaxCapacity, store->codeMemory.capacity());
-    }
-    {
         // A 32-bit count far beyond the file is refused before anything is allocated for it.
         UbrofWriter w = fileStart();
         w.tag(uint8_t(Tag::t_key_value)).u32(0).u32(0xFFFFFFF0).raw({'k'});

@@ -38,6 +38,7 @@ protected:
 
     ScratchDir dir;
     std::string path;
+    std::string detail; ///< what the last read's reader said about a limit it reached
     std::unique_ptr<TarnUbrofParser> store;
     std::string failure; ///< the reader's account of the last failed parse: what and where
 
@@ -57,6 +58,7 @@ private:
         const int result = reader.parse(path.c_str());
         const std::string error = reader.lastError() ? reader.lastError() : "";
         failure = reader.describeFailure();
+        detail = reader.failure().detail;
         EXPECT_EQ(result == 1, error.empty()) << "result " << result << ", error " << error;
         return error;
     }

@@ -33,8 +33,9 @@ TEST_F(SourceTags, RegistersEachFileOnceWhateverItsCase)
     EXPECT_DOUBLE_EQ(45293.25, store->sourceFileTable[0].timestamp);
     EXPECT_EQ(0.0, store->sourceFileTable[1].timestamp); // 30 February
     EXPECT_EQ((FileIndex{{"main.c", 0}, {"util.c", 1}}), store->fileIndex);
-    EXPECT_EQ((std::vector<uint32_t>{0, 1, kNoIndex, 0}), store->blockTree.blocks[0].files);
-    EXPECT_EQ((std::vector<uint32_t>{0}), store->blockTree.blocks[1].files);
+    using Files = std::vector<std::pair<uint32_t, uint32_t>>;
+    EXPECT_EQ((Files{{0, 0}, {1, 1}, {3, 0}}), store->blockTree.moduleFiles(0));
+    EXPECT_EQ((Files{{0, 0}}), store->blockTree.moduleFiles(1));
 
     // Every file switch opens a range; undeclared references belong to no file.
     std::vector<int32_t> files;
@@ -44,8 +45,8 @@ TEST_F(SourceTags, RegistersEachFileOnceWhateverItsCase)
     EXPECT_EQ(2u, store->fileLineRanges[0].lineRecordCount);
     EXPECT_EQ((std::vector<uint32_t>{0, 2, 4}), store->sourceFileTable[0].lineRanges);
     EXPECT_TRUE(store->sourceFileTable[1].lineRanges.empty());
-    EXPECT_EQ((std::vector<uint32_t>{0, 1, 2}), store->blockTree.blocks[0].lineRanges);
-    EXPECT_EQ((std::vector<uint32_t>{3, 4}), store->blockTree.blocks[1].lineRanges);
+    EXPECT_EQ((std::vector<uint32_t>{0, 1, 2}), store->blockTree.lineRanges(0));
+    EXPECT_EQ((std::vector<uint32_t>{3, 4}), store->blockTree.lineRanges(1));
 }
 
 TEST_F(SourceTags, CompletesOrDropsPendingStatements)
@@ -89,8 +90,8 @@ TEST_F(SourceTags, CompletesOrDropsPendingStatements)
 
     const BlockRecord& module = store->blockTree.blocks[0];
     const BlockRecord& function = store->blockTree.blocks[1];
-    EXPECT_EQ((std::vector<uint32_t>{0, 2}), module.lineRanges);
-    EXPECT_EQ((std::vector<uint32_t>{1}), function.lineRanges);
+    EXPECT_EQ((std::vector<uint32_t>{0, 2}), store->blockTree.lineRanges(0));
+    EXPECT_EQ((std::vector<uint32_t>{1}), store->blockTree.lineRanges(1));
     EXPECT_EQ(0x200u, function.lowAddress);
     EXPECT_EQ(0x201u, function.highAddress);
     EXPECT_EQ(0x100u, module.lowAddress);
@@ -124,7 +125,7 @@ TEST_F(SourceTags, WritesEmbeddedSourcesBesideTheFile)
     EXPECT_EQ(0.0, first.timestamp);
     EXPECT_EQ((std::vector<uint32_t>{0}), first.lineRanges);
     // The unwritable copy is still a file of the module, and the tags after it were read.
-    EXPECT_EQ((std::vector<uint32_t>{5}), store->blockTree.blocks[0].files);
+    EXPECT_EQ(5u, store->blockTree.moduleFile(0, 0));
     EXPECT_EQ("after", symbolName(0));
 
     // Numbering starts afresh with every parse.
@@ -269,21 +270,22 @@ TEST_F(SourceTags, LeavesNothingOfACopyWhoseWriteFails)
     EXPECT_EQ(std::vector<std::string>{}, left);
 }
 
-TEST_F(SourceTags, BoundsTheModuleFileTablesOfOneParse)
+TEST_F(SourceTags, ModuleFileTablesHoldOnlyTheReferencesDeclared)
 {
-    // Each table is as long as the highest reference its module declares: a file of a few
-    // hundred bytes that declares reference 0xFFFF in module after module must not take
-    // gigabytes. Up to the bound the tables are kept as declared.
-    const uint32_t modules = CParser::kMaxFileTableEntries / 0x10000;
+    // Eleven bytes of t_file_ref declare reference 0xFFFF: a table as long as the highest
+    // reference would take 256 KiB per module, half a gigabyte for these two thousand.
     UbrofWriter w = fileStart();
-    for (uint32_t i = 0; i < modules; ++i)
-        w.begLib("m").fileRef(0xFFFF, "a.c").fileRef(0xFFFF, "b.c").end();
-    ASSERT_EQ("", read(UbrofWriter(w).eof()));
-    ASSERT_EQ(0x10000u, store->blockTree.blocks.back().files.size());
-    EXPECT_EQ(1u, store->blockTree.blocks.back().files[0xFFFF]);
-
-    w.begLib("one more").fileRef(0, "a.c").end().eof();
-    EXPECT_EQ(kOutOfMemory, read(w));
+    for (uint32_t i = 0; i < 2000; ++i)
+        w.begLib("m").fileRef(0xFFFF, "a.c").fileRef(0xFFFF, "b.c").fileRef(7, "a.c").newFile(0xFFFF).srcStat(1, 1).end();
+    const long before = peakResidentKiB();
+    ASSERT_EQ("", read(w.eof()));
+    EXPECT_LT(peakResidentKiB() - before, 64 * 1024);
+    const uint32_t last = static_cast<uint32_t>(store->blockTree.blocks.size() - 1);
+    EXPECT_EQ((std::vector<std::pair<uint32_t, uint32_t>>{{7, 0}, {0xFFFF, 1}}), store->blockTree.moduleFiles(last));
+    EXPECT_EQ(kNoIndex, store->blockTree.moduleFile(last, 0));
+    ASSERT_EQ(2000u, store->fileLineRanges.size());
+    EXPECT_EQ(1, store->fileLineRanges.back().file);
+    EXPECT_EQ(0, store->findModuleOfFile(1));
 }
 
 } // namespace

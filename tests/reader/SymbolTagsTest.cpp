@@ -17,7 +17,7 @@ TEST_F(SymbolTags, RecordsSymbolsNamesAndLocations)
     w.symbolDef2(3, 1, 2, 0x60, 5, {{0x200, 4, 3, 0x10}}).subDefObjAttr(0).end().eof();
     ASSERT_EQ("", read(w));
 
-    const std::vector<SymbolRecord>& symbols = store->symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store->symbolTable.symbols;
     ASSERT_EQ(3u, symbols.size());
     EXPECT_EQ(3, symbols[0].kind);
     EXPECT_EQ(2, symbols[0].addressSpace);
@@ -30,16 +30,16 @@ TEST_F(SymbolTags, RecordsSymbolsNamesAndLocations)
     EXPECT_EQ(3u, symbols[2].nameIndex); // t_symbol_def2 names through an existing record
     EXPECT_EQ(2u, symbols[2].firstLocation);
     EXPECT_EQ(1u, symbols[2].locationCount);
-    EXPECT_EQ((std::vector<uint32_t>{0, 1, 2}), store->blockTree.blocks[0].symbols);
+    EXPECT_EQ((std::vector<uint32_t>{0, 1, 2}), store->blockTree.symbols(0));
 
-    const std::vector<LocationRecord>& locations = store->symbolTable.locations;
+    const ChunkedVector<LocationRecord>& locations = store->symbolTable.locations;
     ASSERT_EQ(3u, locations.size());
     EXPECT_EQ(0x180u, locations[1].startAddress);
     EXPECT_EQ(21, locations[1].kind);
     EXPECT_EQ(3, locations[2].addressSpace);
     EXPECT_EQ(0x10u, locations[2].value);
 
-    const std::vector<NameRecord>& names = store->nameTable.records;
+    const NameRecords& names = store->nameTable.records;
     ASSERT_EQ(6u, names.size());
     EXPECT_EQ(2u, names[1].nameKind);
     EXPECT_EQ(1u, names[1].number); // a symbol name knows its symbol
@@ -63,7 +63,7 @@ TEST_F(SymbolTags, AddsThePlainNameOfAMarkedRegister)
     w.symbolDef2(1, 1, 2, 0x38, 6).subDefObjAttr(1).eof(); // registered nowhere, twin too
     ASSERT_EQ("", read(w));
 
-    const std::vector<SymbolRecord>& symbols = store->symbolTable.symbols;
+    const ChunkedVector<SymbolRecord>& symbols = store->symbolTable.symbols;
     ASSERT_EQ(9u, symbols.size());
     EXPECT_EQ("PORTB", symbolName(1));
     EXPECT_EQ(1, symbols[1].typeIndex);
@@ -79,7 +79,7 @@ TEST_F(SymbolTags, AddsThePlainNameOfAMarkedRegister)
     EXPECT_EQ("_A_PORTB", symbolName(5));
     EXPECT_EQ("next", symbolName(6));
     EXPECT_EQ("PORTB", symbolName(8));
-    EXPECT_EQ((std::vector<uint32_t>{0, 1, 2, 3, 4, 5, 6}), store->blockTree.blocks[0].symbols);
+    EXPECT_EQ((std::vector<uint32_t>{0, 1, 2, 3, 4, 5, 6}), store->blockTree.symbols(0));
 }
 
 TEST_F(SymbolTags, NestsFunctionsAndBlocksAndWidensTheirRanges)
@@ -97,13 +97,14 @@ TEST_F(SymbolTags, NestsFunctionsAndBlocksAndWidensTheirRanges)
     w.end().eof();
     ASSERT_EQ("", read(w));
 
-    const std::vector<BlockRecord>& blocks = store->blockTree.blocks;
+    const BlockTree& tree = store->blockTree;
+    const ChunkedVector<BlockRecord>& blocks = tree.blocks;
     ASSERT_EQ(9u, blocks.size());
     std::vector<uint32_t> kinds;
     for (const BlockRecord& block : blocks)
         kinds.push_back(block.kind);
     EXPECT_EQ((std::vector<uint32_t>{2, 1, 3, 3, 3, 1, 1, 3, 3}), kinds);
-    EXPECT_EQ((std::vector<uint32_t>{2, 3, 4, 5, 6, 7, 8}), blocks[1].children);
+    EXPECT_EQ((std::vector<uint32_t>{2, 3, 4, 5, 6, 7, 8}), tree.children(1));
     EXPECT_EQ("f", blockName(1));
     EXPECT_EQ("block3", blockName(2));
     EXPECT_EQ("block4", blockName(3));
@@ -112,9 +113,9 @@ TEST_F(SymbolTags, NestsFunctionsAndBlocksAndWidensTheirRanges)
     EXPECT_EQ("named", blockName(6));
 
     // Locals belong to their block; "loose" came after the block ends and belongs nowhere.
-    EXPECT_EQ((std::vector<uint32_t>{0, 1}), blocks[1].symbols);
-    EXPECT_EQ((std::vector<uint32_t>{2}), blocks[2].symbols);
-    EXPECT_TRUE(blocks[0].symbols.empty());
+    EXPECT_EQ((std::vector<uint32_t>{0, 1}), tree.symbols(1));
+    EXPECT_EQ((std::vector<uint32_t>{2}), tree.symbols(2));
+    EXPECT_TRUE(tree.symbols(0).empty());
     EXPECT_TRUE(store->groupTable.at(0).symbols.empty());
     EXPECT_EQ("loose", symbolName(3));
     EXPECT_EQ(1u, store->symbolTable.symbols[0].locationCount);
@@ -149,23 +150,34 @@ TEST_F(SymbolTags, StoresTheNameTextOfABlockItNamesItself)
     EXPECT_EQ(2, store->findFunctionByName("block3"));
 }
 
-TEST_F(SymbolTags, RefusesBlocksNestedBeyondTheBound)
+TEST_F(SymbolTags, NestsBlocksAsDeepAsTheFileDoes)
 {
-    auto nested = [](uint32_t depth) {
-        UbrofWriter w = fileStart();
-        w.begLib("m").funcBegin1("f");
-        for (uint32_t level = 2; level < depth; ++level)
-            w.blockBegin1();
-        // Closing and opening again at the deepest level must not count twice.
-        w.blockEnd().blockBegin3(0xFFFFFFFF);
-        for (uint32_t level = 1; level < depth; ++level)
-            w.blockEnd();
-        return w.end().eof();
-    };
-    EXPECT_EQ("", read(nested(BlockTree::kMaxOpenBlocks)));
-    EXPECT_EQ(BlockTree::kMaxOpenBlocks + 1, store->blockTree.blocks.size()); // the block opened again
+    // 5,000 blocks, each inside the one before, with a statement in each: the tree, the scope
+    // lookups and the store's destruction walk them without recursion.
+    constexpr uint32_t kDepth = 5000;
+    UbrofWriter w = fileStart();
+    w.begLib("m").fileRef(0, "deep.c").funcBegin1("f", {symbol("top", 7)}).org(1, 0x100);
+    for (uint32_t level = 1; level < kDepth; ++level)
+        w.blockBegin1().srcStat(uint16_t(level), uint16_t(level)).absVar({0, 0});
+    // Closing and opening again at the deepest level counts once.
+    w.blockEnd().blockBegin3(0xFFFFFFFF);
+    for (uint32_t level = 0; level < kDepth; ++level)
+        w.blockEnd();
+    const long before = peakResidentKiB();
+    ASSERT_EQ("", read(w.end().eof()));
+    EXPECT_EQ(kDepth + 2, store->blockTree.blocks.size());
     EXPECT_EQ(0u, store->blockTree.openBlocks);
-    EXPECT_EQ(kTagProcessingError, read(nested(BlockTree::kMaxOpenBlocks + 1)));
+
+    store->stateFlags = 3;
+    store->indexScopes();
+    const uint32_t deepest = 0x100 + 2 * (kDepth - 2);
+    EXPECT_EQ(int32_t(kDepth), store->findScopeAtAddress(deepest)); // the last t_block_begin1
+    EXPECT_EQ("block3", store->getScopeNameAtPc(0x100));
+    int32_t symbol = -1, found = -1;
+    ASSERT_EQ(0, store->lookupSymbolByName("top", store->findScopeAtAddress(deepest), 0, &symbol, &found));
+    EXPECT_EQ(std::make_pair(0, 1), std::make_pair(symbol, found));
+    store.reset();
+    EXPECT_LT(peakResidentKiB() - before, 32 * 1024);
 }
 
 } // namespace

@@ -15,21 +15,28 @@ namespace {
 // any of the processors' own, and reading it all would measure the copy, not the module.
 constexpr uint64_t kReadPerSegment = 16u << 20;
 constexpr uint32_t kReadChunk = 4096;
+constexpr uint32_t kAreaWindow = 1024;
 
 void open(const std::string& path)
 {
     const ubrof::UbrofParser parser(path);
-    std::vector<uint8_t> bytes;
-    for (const auto& segment : parser.createBinaryInformation()->getProgramSegments())
-        for (uint64_t offset = 0; offset < std::min<uint64_t>(segment->getSize(), kReadPerSegment); offset += kReadChunk)
-            segment->readData(bytes, segment->getStartAddress() + offset, kReadChunk);
-
     const auto source = parser.createSourceInformation();
     tarn::Status status;
     std::vector<std::string> files;
     source->getSourcefiles(status, files);
+
+    // The disassembly of what it shows: its bytes, and the lines of a window of them at a time,
+    // since each line's area carries its file's and function's names.
+    std::vector<uint8_t> bytes;
     std::vector<tarn::CodeArea> areas;
-    source->getCodeAreasFromAddressRange(status, 0, 0xFFFFFFFF, areas);
+    for (const auto& segment : parser.createBinaryInformation()->getProgramSegments()) {
+        for (uint64_t offset = 0; offset < std::min<uint64_t>(segment->getSize(), kReadPerSegment); offset += kReadChunk) {
+            const uint64_t start = segment->getStartAddress() + offset;
+            segment->readData(bytes, start, kReadChunk);
+            for (uint64_t at = start; at < start + kReadChunk && at <= 0xFFFFFFFF; at += kAreaWindow)
+                source->getCodeAreasFromAddressRange(status, at, std::min<uint64_t>(at + kAreaWindow - 1, 0xFFFFFFFF), areas);
+        }
+    }
 
     const auto compiler = parser.createCompilerInformation();
     compiler->getBaseTypes();

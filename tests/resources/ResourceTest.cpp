@@ -86,8 +86,6 @@ struct HostileFile {
     const char* modelOver = nullptr;
 };
 
-constexpr const char* kFlatImages = "the reader's memory images are flat, up to 32 MiB each, until paged ones replace them";
-
 std::ostream& operator<<(std::ostream& out, const HostileFile& file) { return out << file.name; }
 
 std::vector<uint8_t> bytesOf(uint8_t value, size_t count) { return std::vector<uint8_t>(count, value); }
@@ -110,8 +108,7 @@ const HostileFile kHostileFiles[] = {
          for (uint8_t segment : {1, 2, 3})
              w.org(segment, 0x1FFFFF0).absVar(bytesOf(3, 16));
          w.end().eof();
-     },
-     kFlatImages, kFlatImages},
+     }},
     {"OneByteInEvery64KiBOfCode",
      [](UbrofWriter& w) {
          header(w);
@@ -168,7 +165,8 @@ const HostileFile kHostileFiles[] = {
          for (int i = 0; i < 200000; ++i)
              w.blockEnd();
          w.blockEnd().end().eof();
-     }},
+     },
+     nullptr, "the store and the model keep about 420 bytes for each nested block of 18 bytes"},
     {"ModulesBy300000",
      [](UbrofWriter& w) {
          w.begFile1().version(8);
@@ -205,8 +203,7 @@ const HostileFile kHostileFiles[] = {
          for (int i = 0; i < 100000; ++i)
              w.typeStruct(65535, "s", 4, {{"x", 6, 0}, {"y", 6, 2}}).symbolDef({"v", 1, 2, uint32_t(i), 65535, {}});
          w.end().eof();
-     },
-     nullptr, "the store and the model spend about 900 bytes on each structure and variable of 41 bytes"},
+     }},
     {"VariablesTimesMembers20000Squared",
      [](UbrofWriter& w) {
          std::vector<UbrofWriter::StructMember> members;

@@ -24,8 +24,10 @@ struct FilledStore {
             block.nameIndex = static_cast<int32_t>(store.nameTable.append({3, 2, text, 0, -1}));
         const auto index = static_cast<uint32_t>(store.blockTree.blocks.size());
         store.blockTree.blocks.push_back(block);
-        auto& siblings = parent < 0 ? store.blockTree.roots : store.blockTree.blocks[parent].children;
-        siblings.push_back(index);
+        if (parent < 0)
+            store.blockTree.roots.push_back(index);
+        else
+            store.blockTree.addChild(static_cast<uint32_t>(parent), index);
         return static_cast<int32_t>(index);
     }
 
@@ -49,7 +51,7 @@ struct FilledStore {
         FileLineRange range{-1, 0, static_cast<uint32_t>(store.lineTable.size()), uint32_t(records.size())};
         for (const auto& [address, size] : records)
             store.lineTable.push_back({address, size});
-        store.blockTree.blocks[scope].lineRanges.push_back(static_cast<uint32_t>(store.fileLineRanges.size()));
+        store.blockTree.addLineRange(static_cast<uint32_t>(scope), static_cast<uint32_t>(store.fileLineRanges.size()));
         store.fileLineRanges.push_back(range);
     }
 };

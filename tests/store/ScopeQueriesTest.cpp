@@ -80,11 +80,13 @@ TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRandomTrees)
     std::mt19937 random(611);
     auto pick = [&](uint32_t n) { return static_cast<uint32_t>(random() % n); };
     for (int round = 0; round < 300; ++round) {
+        // Now and then hundreds of modules, enough for the index to cut its bounds into stretches.
+        const bool many = round % 30 == 0;
         FilledStore t;
-        for (uint32_t i = 0, scopes = 1 + pick(40); i < scopes; ++i) {
+        for (uint32_t i = 0, scopes = 1 + pick(many ? 600 : 40); i < scopes; ++i) {
             const int32_t parent = i == 0 || pick(4) == 0 ? -1 : static_cast<int32_t>(pick(i));
             const auto& tree = t.store.blockTree;
-            const size_t slot = parent < 0 ? tree.roots.size() : tree.blocks[parent].children.size();
+            const size_t slot = parent < 0 ? tree.roots.size() : tree.children(uint32_t(parent)).size();
             const bool sideBySide = parent < 0 ? round % 2 == 0 : parent % 2 == 0;
             const uint32_t base = parent < 0 ? 0 : tree.blocks[parent].lowAddress & 0xFFF;
             uint32_t low = sideBySide ? base + uint32_t(slot) * (parent < 0 ? 0x100 : 0x10) + pick(4) : pick(0x400);
@@ -95,12 +97,13 @@ TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRandomTrees)
             for (uint32_t range = 0, ranges = parent < 0 ? pick(4) : 0; range < ranges; ++range)
                 t.lineRange(scope, {{pick(0x400), pick(8)}, {pick(0x400), pick(8)}});
         }
+        const uint32_t end = many ? 0x20000 : 0x1000, step = many ? 7 : 1;
         std::vector<int32_t> plain;
-        for (uint32_t pc = 0; pc < 0x1000; ++pc)
+        for (uint32_t pc = 0; pc < end; pc += step)
             plain.push_back(t.store.findScopeAtAddress(pc));
         t.store.indexScopes();
-        for (uint32_t pc = 0; pc < 0x1000; ++pc)
-            ASSERT_EQ(plain[pc], t.store.findScopeAtAddress(pc)) << "round " << round << " pc " << pc;
+        for (uint32_t pc = 0; pc < end; pc += step)
+            ASSERT_EQ(plain[pc / step], t.store.findScopeAtAddress(pc)) << "round " << round << " pc " << pc;
     }
 }
 
@@ -111,11 +114,15 @@ TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRealFiles)
     for (const char* name : {"avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90", "avr-mobit-nmea/nmea.d90"}) {
         TarnUbrofParser store;
         ASSERT_EQ(0, store.initialize() ? store.parseFile(test::realFile(name)) : -1) << name;
-        const uint32_t end = store.codeAreas.empty() ? 0 : uint32_t(store.codeAreas.back().endAddress) + 0x10;
+        const size_t areas = store.codeAreas.size();
+        const uint32_t end = areas == 0 ? 0 : uint32_t(store.codeArea(areas - 1).endAddress) + 0x10;
         std::vector<int32_t> indexed;
         for (uint32_t pc = 0; pc < end; ++pc)
             indexed.push_back(store.findScopeAtAddress(pc));
-        for (const tarn::CodeArea& area : store.codeAreas)
+        std::vector<tarn::CodeArea> all;
+        store.collectCodeAreas(0, 0xFFFFFFFF, all);
+        ASSERT_EQ(areas, all.size());
+        for (const tarn::CodeArea& area : all)
             EXPECT_EQ(area.functionName, store.getScopeNameAtPc(uint32_t(area.startAddress))) << name;
         // A block in no list changes no answer but leaves the index stale, so the tree is walked.
         store.blockTree.blocks.emplace_back();

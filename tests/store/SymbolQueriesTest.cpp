@@ -48,7 +48,9 @@ TEST(SymbolLocation, RecordsAtOrBelowPcOverrideTheSymbolsOwn)
 {
     FilledStore t;
     const uint32_t v = t.symbol("v", 1, 6, 0x50, 2);
-    t.store.symbolTable.locations = {{0x100, 8, 0, 40}, {0x200, 21, 0, 0}, {0x300, 7, 0, 4}};
+    for (const LocationRecord& location : {LocationRecord{0x100, 8, 0, 40}, LocationRecord{0x200, 21, 0, 0},
+                                           LocationRecord{0x300, 7, 0, 4}})
+        t.store.symbolTable.locations.push_back(location);
     t.store.symbolTable.symbols[v].locationCount = 3;
     t.store.typeTable.storeType(61, {21, 0x50, 6});
     const uint32_t io = t.symbol("port", 7, 61, 3);
@@ -170,6 +172,31 @@ TEST_F(TypedSymbols, SizesLengthsNamesDimensionsAndBitFields)
     EXPECT_EQ(63, store.getTypeOfSymbolNamed("grid"));
     EXPECT_EQ(61, store.getTypeOfSymbolNamed("nobody"));
     EXPECT_EQ(-1, TarnUbrofParser().getTypeOfSymbolNamed("grid"));
+}
+
+TEST(TypeWalks, StopWhereACycleClosesAndAnswerAsForNoType)
+{
+    // A typedef of itself, and two memory qualifiers of each other, each held by a variable.
+    test::ScratchDir dir;
+    UbrofWriter w;
+    w.begFile1().version(8).scopedName("loop_t").typeTypedef(100, 100, 0);
+    w.typeInMemory(101, 42, 255, 102).typeInMemory(102, 43, 255, 101);
+    w.begLib("m").symbolDef({"a", 1, 2, 0, 100, {}}).symbolDef({"b", 1, 2, 2, 101, {}}).end().eof();
+    TarnUbrofParser store;
+    ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
+    std::string text;
+    int32_t type = -1, symbol = -1, target = -1;
+    uint32_t offset = 0, count = 0, mode = 0;
+    for (int32_t walked : {100, 101}) {
+        EXPECT_EQ(-1, store.getStructMember(walked, text, 0, &type, &offset, &symbol, &count)) << walked;
+        EXPECT_EQ(-1, store.getStructMember(walked, text, -1, &type, &offset, &symbol, &count)) << walked;
+    }
+    EXPECT_EQ(-1, store.getTypeTarget(101, &target, &mode));
+    const uint32_t a = store.encodeContextId(SymbolContext, 0), b = store.encodeContextId(SymbolContext, 1);
+    EXPECT_EQ(std::make_tuple(0, 0, std::string("loop_t")),
+              std::make_tuple(store.getContextSize(a), store.getContextLength(a), store.getContextTypeName(a)));
+    EXPECT_EQ(std::make_tuple(0, std::string("undefined_type")),
+              std::make_tuple(store.getContextSize(b), store.getContextTypeName(b)));
 }
 
 } // namespace

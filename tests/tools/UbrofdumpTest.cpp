@@ -150,6 +150,44 @@ INSTANTIATE_TEST_SUITE_P(Ubrofdump, Golden, ::testing::ValuesIn(kCases),
                              return name;
                          });
 
+// summary counts the code areas a window of addresses at a time; whatever the layout, the count
+// is every statement of a source file: code at both ends of the address space with nothing
+// between, statements without code, several at one address, and none at all.
+TEST(UbrofdumpSummary, CountsEveryCodeAreaWhereverTheCodeLies)
+{
+    ScratchDir dir;
+    auto count = [&](UbrofWriter w) {
+        dir.save(w.end().eof(), "layout.d90");
+        const DumpResult run = ubrofdump(dir, {"--json", "summary", "layout.d90"});
+        EXPECT_EQ(0, run.status) << run.err;
+        return json::parse(run.out).at("Summary").at("CodeAreas").as_int64();
+    };
+    auto program = [] {
+        UbrofWriter w;
+        w.begFile1().version(8).begLib("m").fileRef(0, "m.c");
+        return w;
+    };
+    UbrofWriter ends = program();
+    ends.org(1, 0).srcStat(1, 1).absVar({1, 2}).srcStat(2, 2).absVar({3});
+    ends.org(1, 0xFFFF0000).srcStat(3, 3).absVar({4, 5}).org(1, 0xFFFFFFF0).srcStat(4, 4).absVar({6});
+    EXPECT_EQ(4, count(ends));
+
+    UbrofWriter tail = program();
+    tail.org(1, 0x12345).srcStat(1, 1).absVar({1, 2, 3});
+    for (uint16_t line = 2; line < 300; ++line)
+        tail.srcStat(line, line).absVar({uint8_t(line)});
+    // Statements whose code never came, the last two at the address the module ended at.
+    tail.srcStat(400, 400).begLib("n").fileRef(0, "n.c").srcStat(401, 401).end().begLib("o");
+    EXPECT_EQ(301, count(tail));
+
+    UbrofWriter wide = program();
+    for (uint32_t i = 0; i < 40; ++i)
+        wide.org(1, i * 0x3000000 + 0x123 * (i + 1)).srcStat(uint16_t(i + 1), uint16_t(i + 1)).absVar({0, 0});
+    EXPECT_EQ(40, count(wide));
+
+    EXPECT_EQ(0, count(program()));
+}
+
 TEST(UbrofdumpNumbers, HexAndDecimalReachTheModuleAsTheSameNumber)
 {
     ScratchDir dir;

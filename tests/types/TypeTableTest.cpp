@@ -48,7 +48,7 @@ TEST(TypeTable, PointerAttributeCodesMapToPointerKinds)
     }
 }
 
-TEST(TypeTable, GraphsThatReferToThemselvesEndAndStayWithinTheBuffer)
+TEST(TypeTable, AWalkAnswersACycleAsAnIndexThatNamesNoType)
 {
     NameTable names;
     TypeTable types(names);
@@ -59,29 +59,47 @@ TEST(TypeTable, GraphsThatReferToThemselvesEndAndStayWithinTheBuffer)
     types.storeType(204, record(19, 1, 2, 204));   // bit field stored in itself
     types.storeType(205, record(20, 205, 0, 0, 255, 0));
     types.parameterTypes.assign(255, 205);         // every parameter is the function again
+    types.storeType(206, record(42, 255, 207));    // a cycle of two, entered from outside
+    types.storeType(207, record(43, 255, 208));
+    types.storeType(208, record(42, 255, 207, 2));
 
-    for (uint32_t index = 200; index <= 205; ++index) {
-        SCOPED_TRACE(index);
-        EXPECT_LE(types.renderTypeName(index).size(), kMaxNameLength);
-        TypeInfo info;
-        types.getTypeInfo(index, info);
+    EXPECT_EQ("undefined_type *", types.renderTypeName(200));
+    EXPECT_EQ("undefined_type", types.renderTypeName(202));
+    EXPECT_EQ("undefined_type[3]", types.renderTypeName(203));
+    EXPECT_EQ("undefined_type", types.renderTypeName(204));
+    EXPECT_EQ("undefined_type volatile", types.renderTypeName(206));
+    const std::string function = types.renderTypeName(205);
+    EXPECT_EQ(kMaxNameLength, function.size());
+    EXPECT_EQ("(undefined_type) (undefined_type, undefined_type", function.substr(0, 48));
+
+    TypeInfo info{9, 9, 9, 9, 9};
+    types.getTypeInfo(201, info);
+    EXPECT_EQ(std::make_tuple(0u, 0u, 2u), std::make_tuple(info.category, info.size, info.memoryClass));
+    for (uint32_t index : {202u, 204u, 206u}) {
         int32_t tag = 0;
-        types.getDwarfTag(index, tag);
-        uint32_t target = 0;
-        types.getReferencedType(index, target);
-        std::vector<int32_t> dims;
-        types.collectArrayDimensions(index, dims);
-        EXPECT_LE(dims.size(), TypeTable::kMaxTypeDepth + 1);
+        EXPECT_TRUE(types.getDwarfTag(index, tag));
+        EXPECT_EQ(0x3B, tag) << index;
     }
+    std::vector<int32_t> dims;
+    types.collectArrayDimensions(203, dims);
+    EXPECT_EQ(std::vector<int32_t>{3}, dims);
+    uint32_t target = 0;
+    EXPECT_FALSE(types.getReferencedType(206, target));
     EXPECT_FALSE(types.isFunctionType(202));
-    EXPECT_EQ(kMaxNameLength, types.renderTypeName(205).size());
-    EXPECT_EQ(0, types.renderTypeName(205).compare(0, 10, "((((((((((")); // result first, at every level
-    int32_t tag = 0;
-    EXPECT_FALSE(types.getDwarfTag(202, tag));
-    EXPECT_FALSE(types.getDwarfTag(204, tag));
-    TypeInfo untouched{9, 9, 9, 9, 9};
-    types.getTypeInfo(201, untouched);
-    EXPECT_EQ(9u, untouched.category);
+}
+
+TEST(TypeTable, ATypeChainSeesACycleWithinTwiceTheWalkOnceRoundIt)
+{
+    // A chain of 1,000 distinct indices, then a cycle of length n back into it.
+    for (uint32_t n : {1u, 2u, 7u, 64u, 1000u}) {
+        TypeChain chain(0);
+        uint32_t steps = 0;
+        auto next = [n](uint32_t i) { return i < 1000 ? i + 1 : 1000 + (i - 1000 + 1) % n; };
+        for (uint32_t i = 0; chain.step(next(i)); i = next(i))
+            ++steps;
+        EXPECT_GE(steps, 1000u + n - 1) << n;
+        EXPECT_LE(steps, 2 * (1000u + n)) << n;
+    }
 }
 
 TEST(TypeTable, LongTextsAreCutAtTheBufferSize)

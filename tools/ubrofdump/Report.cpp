@@ -3,6 +3,7 @@
 
 #include "host/CodeArea.h"
 #include "host/CoreException.h"
+#include "host/ISourceInformation.h"
 #include "host/IStackTraceContext.h"
 
 #include <boost/json/array.hpp>
@@ -96,6 +97,72 @@ std::vector<SC::Ptr> childrenOf(const SC::Ptr& context, bool members)
         children.insert(children.end(), more.begin(), more.end());
     }
     return children;
+}
+
+// Counts the code areas a window of addresses at a time, so that no more than one window of
+// them is ever built. A range is answered from the area at or before its start, and only while
+// it ends within the last area, so each window counts the areas that start inside it, and the
+// last window is narrowed until it answers.
+size_t countCodeAreas(const tarn::ISourceInformation& source)
+{
+    constexpr uint64_t kWindow = 0x10000;
+    constexpr uint64_t kLastAddress = 0xFFFFFFFF;
+    std::vector<tarn::CodeArea> areas;
+    auto ask = [&](uint64_t from, uint64_t to) {
+        tarn::Status ignored;
+        return source.getCodeAreasFromAddressRange(ignored, from, to, areas);
+    };
+    auto startingFrom = [&](uint64_t from) {
+        return size_t(std::count_if(areas.begin(), areas.end(),
+                                    [from](const tarn::CodeArea& area) { return area.startAddress >= from; }));
+    };
+    size_t count = 0;
+    bool seen = false;
+    uint64_t window = kWindow;
+    for (uint64_t from = 0; from <= kLastAddress;) {
+        const uint64_t to = std::min(from + window - 1, kLastAddress);
+        // Once an area was seen, asking for the single address at a window's end answers the
+        // last area that starts at or before it: an empty stretch is passed in growing steps.
+        if (seen && window > kWindow && ask(to, to) && areas.front().startAddress < from) {
+            from = to + 1;
+            window *= 2;
+            continue;
+        }
+        if (seen && window > kWindow) {
+            window = kWindow;
+            continue;
+        }
+        if (ask(from, to)) {
+            const size_t found = startingFrom(from);
+            count += found;
+            seen = seen || found != 0;
+            window = found == 0 ? window * 2 : kWindow;
+            from = to + 1;
+            continue;
+        }
+        if (!seen) {
+            // Nothing up to here; the window grows so that empty space before the first area
+            // is passed quickly, but stays small enough to hold no more than a few MB of areas.
+            from = to + 1;
+            window = std::min<uint64_t>(window * 2, 4 * kWindow);
+            continue;
+        }
+        // The window runs past the last area's end: find the highest address that still answers.
+        uint64_t low = from, high = to; // answers below low are known, none above high
+        if (!ask(low, low))
+            break;
+        while (low < high) {
+            const uint64_t middle = low + (high - low + 1) / 2;
+            if (ask(middle, middle))
+                low = middle;
+            else
+                high = middle - 1;
+        }
+        if (ask(from, low))
+            count += startingFrom(from);
+        break;
+    }
+    return count;
 }
 
 // The context's property list with each enumeration's name beside its number, then what the
@@ -241,8 +308,7 @@ Answer Report::summary() const
     tarn::Status status;
     std::vector<std::string> files;
     source->getSourcefiles(status, files);
-    std::vector<tarn::CodeArea> areas;
-    source->getCodeAreasFromAddressRange(status, 0, 0xFFFFFFFF, areas);
+    const size_t areas = countCodeAreas(*source);
     const auto top = root(symbols);
     const auto modules = top->getChildren(SC::OtherSymbol);
     size_t functions = 0;
@@ -255,7 +321,7 @@ Answer Report::summary() const
     summary["Producer"] = compiler->getProducer();
     summary["Segments"] = binary->getProgramSegments().size();
     summary["SourceFiles"] = files.size();
-    summary["CodeAreas"] = areas.size();
+    summary["CodeAreas"] = areas;
     summary["Modules"] = modules.size();
     summary["Functions"] = functions;
     summary["GlobalSymbols"] = top->getChildren(SC::DataSymbol).size();

@@ -4,9 +4,9 @@
 
 namespace ubrof::gen {
 
-uint32_t ProgramBuilder::scoped(const std::string& text)
+uint32_t ProgramBuilder::scoped(const std::string& text, uint32_t parent)
 {
-    w.scopedName(text);
+    w.scopedName(text, parent);
     return names_++;
 }
 

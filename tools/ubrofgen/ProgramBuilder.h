@@ -18,7 +18,7 @@ public:
     UbrofWriter w;
 
     /// Tags that append name records answer the index of the (first) record they append.
-    uint32_t scoped(const std::string& text);
+    uint32_t scoped(const std::string& text, uint32_t parent = 0xFFFFFFFF);
     uint32_t scopedBlock(uint32_t reference, uint32_t number);
     uint32_t symbol(const WriterSymbol& symbol);
     /// An "_A_" register definition whose odd attribute word gives it a plain-named twin.

@@ -1,0 +1,123 @@
+// CodeAreaTable: runs appended in file order, then one stable sort by start address when needed.
+#include "parser/CodeAreaTable.h"
+
+#include <algorithm>
+
+namespace ubrof {
+
+void CodeAreaTable::clear(const LineTable& lines)
+{
+    lines_ = &lines;
+    runs_.clear();
+    publicPaths.clear();
+    size_ = 0;
+    lastStart_ = 0;
+    sorted_ = true;
+}
+
+size_t CodeAreaTable::runOf(size_t area) const
+{
+    const auto after = std::upper_bound(runs_.begin(), runs_.end(), area,
+                                        [](size_t a, const Run& run) { return a < run.firstArea; });
+    return after == runs_.begin() ? 0 : size_t(after - runs_.begin()) - 1;
+}
+
+uint32_t CodeAreaTable::lineRecord(size_t area) const
+{
+    const Run& run = runs_[runOf(area)];
+    return run.firstLineRecord + static_cast<uint32_t>(area - run.firstArea);
+}
+
+uint32_t CodeAreaTable::file(size_t area) const
+{
+    return runs_[runOf(area)].file;
+}
+
+uint32_t CodeAreaTable::startAddress(size_t area) const
+{
+    return lines_->address(lineRecord(area));
+}
+
+size_t CodeAreaTable::lowerBound(uint64_t address) const
+{
+    // Runs are in address order too: only the run before the first that starts at or above
+    // the address can hold an earlier area that does.
+    const auto next = std::lower_bound(runs_.begin(), runs_.end(), address,
+                                       [](const Run& run, uint64_t a) { return run.firstAddress < a; });
+    const size_t end = next == runs_.end() ? size_ : next->firstArea;
+    if (next == runs_.begin())
+        return end;
+    const Run& run = *(next - 1);
+    size_t low = run.firstArea, high = end;
+    while (low < high) {
+        const size_t middle = low + (high - low) / 2;
+        if (lines_->address(run.firstLineRecord + (middle - run.firstArea)) < address)
+            low = middle + 1;
+        else
+            high = middle;
+    }
+    return low;
+}
+
+void CodeAreaTable::append(uint32_t lineRecord, uint32_t file)
+{
+    const uint32_t address = lines_->address(lineRecord);
+    if (address < lastStart_ && size_ != 0)
+        sorted_ = false;
+    lastStart_ = address;
+    if (!runs_.empty()) {
+        const Run& last = runs_.back();
+        if (last.file == file && size_t(last.firstLineRecord) + (size_ - last.firstArea) == lineRecord) {
+            ++size_;
+            return;
+        }
+    }
+    runs_.push_back({static_cast<uint32_t>(size_), lineRecord, file, address});
+    ++size_;
+}
+
+void CodeAreaTable::appendRange(uint32_t firstLineRecord, uint32_t count, uint32_t file)
+{
+    if (count == 0)
+        return;
+    append(firstLineRecord, file);
+    // The rest continue the run just appended to; only their order by address is checked.
+    for (uint32_t i = 1; i < count; ++i) {
+        const uint32_t address = lines_->address(firstLineRecord + i);
+        if (address < lastStart_)
+            sorted_ = false;
+        lastStart_ = address;
+    }
+    size_ += count - 1;
+}
+
+void CodeAreaTable::sortByStart()
+{
+    if (sorted_)
+        return;
+    struct Area {
+        uint32_t lineRecord;
+        uint32_t file;
+    };
+    std::vector<Area> areas;
+    areas.reserve(size_);
+    std::vector<uint64_t> keys;
+    keys.reserve(size_);
+    visitFrom(0, [&](size_t area, uint32_t record, uint32_t file, uint32_t start) {
+        areas.push_back({record, file});
+        // The position breaks ties, so a plain sort of the keys keeps equal starts in order.
+        keys.push_back(uint64_t(start) << 32 | area);
+        return true;
+    });
+    std::sort(keys.begin(), keys.end());
+    runs_.clear();
+    size_ = 0;
+    lastStart_ = 0;
+    sorted_ = true;
+    for (uint64_t key : keys) {
+        const Area& area = areas[static_cast<uint32_t>(key)];
+        append(area.lineRecord, area.file);
+    }
+}
+
+} // namespace ubrof
