@@ -515,13 +515,18 @@ void TarnUbrofParser::indexNames()
     functionNames_.clear();
     uint32_t place = 0;
     std::string scratch;
-    // One scoped name may name every block and symbol of a file, at up to 4 GiB of text: each
-    // name is hashed once, however often it is used.
-    std::unordered_map<uint32_t, uint32_t> symbolHashes, blockHashes;
-    auto hashOf = [](std::unordered_map<uint32_t, uint32_t>& hashes, uint32_t nameIndex, auto text) {
-        const auto [at, added] = hashes.try_emplace(nameIndex, 0);
+    // One scoped name may name every block of a file, at up to 4 GiB of text: a long name is
+    // hashed once however many blocks it names. Short ones, nearly all, cost less to hash again
+    // than to look up.
+    constexpr size_t kLongName = 1024;
+    std::unordered_map<uint32_t, uint32_t> longNameHashes;
+    auto blockNameHash = [&](uint32_t nameIndex) {
+        const std::string_view text = names.text(nameIndex);
+        if (text.size() < kLongName)
+            return hashName(text);
+        const auto [at, added] = longNameHashes.try_emplace(nameIndex, 0);
         if (added)
-            at->second = hashName(text());
+            at->second = hashName(text);
         return at->second;
     };
     for (uint32_t position = 0; position < blockTree.roots.size(); ++position) {
@@ -531,17 +536,15 @@ void TarnUbrofParser::indexNames()
         for (uint32_t symbol : blockTree.symbols(module)) {
             if (symbol < symbolTable.symbols.size() && symbolTable.symbols[symbol].kind != 6 &&
                 symbolTable.symbols[symbol].kind != 9)
-                moduleNames_.push_back({hashOf(symbolHashes, symbolTable.symbols[symbol].nameIndex,
-                                               [&] { return nameTable.nameView(symbolTable.symbols[symbol].nameIndex, scratch); }),
-                                        position, symbol});
+                moduleNames_.push_back(
+                    {hashName(nameTable.nameView(symbolTable.symbols[symbol].nameIndex, scratch)), position, symbol});
         }
         if (!blockTree.groups(module).empty())
             modulesWithGroups_.push_back(position);
         for (uint32_t child : blockTree.children(module)) {
             const int32_t nameIndex = child < blocks.size() ? blocks[child].nameIndex : -1;
             if (nameIndex >= 0 && size_t(nameIndex) < names.size() && names.hasText(size_t(nameIndex)))
-                functionNames_.push_back(
-                    {hashOf(blockHashes, uint32_t(nameIndex), [&] { return names.text(size_t(nameIndex)); }), place, child});
+                functionNames_.push_back({blockNameHash(uint32_t(nameIndex)), place, child});
             ++place;
         }
     }
