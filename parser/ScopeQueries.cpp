@@ -401,24 +401,57 @@ int32_t TarnUbrofParser::findSymbolInScope(int32_t scope, const std::string& nam
         if (matches(symbol))
             return static_cast<int32_t>(symbol);
     }
-    for (uint32_t group : blockTree.groups(static_cast<uint32_t>(scope))) {
+    return findSymbolInGroups(static_cast<uint32_t>(scope), name);
+}
+
+int32_t TarnUbrofParser::findSymbolInGroups(uint32_t scope, const std::string& name) const
+{
+    const ChunkedVector<SymbolRecord>& symbols = symbolTable.symbols;
+    for (uint32_t group : blockTree.groups(scope)) {
         if (group >= groupTable.size())
             continue;
         for (uint32_t symbol : groupTable[group].symbols) {
-            if (matches(symbol))
+            if (symbol < symbols.size() && symbols[symbol].kind != 6 && symbols[symbol].kind != 9 &&
+                nameTable.nameIs(symbols[symbol].nameIndex, name))
                 return static_cast<int32_t>(symbol);
         }
     }
     return -1;
 }
 
+int32_t TarnUbrofParser::moduleSymbol(uint32_t position, const std::string& name, uint32_t hash) const
+{
+    // A module's entries of one hash keep the order of its list, so the first of the name is
+    // the one a walk over the list would find.
+    const uint32_t bucket = hash >> (32 - kNameBucketBits);
+    const auto end = moduleNames_.begin() + moduleNameBuckets_[bucket + 1];
+    for (auto it = std::lower_bound(moduleNames_.begin() + moduleNameBuckets_[bucket], end, ModuleName{hash, position, 0});
+         it != end && it->hash == hash && it->module == position; ++it) {
+        if (nameTable.nameIs(symbolTable.symbols[it->symbol].nameIndex, name))
+            return static_cast<int32_t>(it->symbol);
+    }
+    return findSymbolInGroups(blockTree.roots[position], name);
+}
+
 int32_t TarnUbrofParser::lookupName(int32_t scope, const std::string& name, int32_t* foundScope) const
 {
     const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
+    const bool indexed = namesIndexed();
+    const uint32_t nameHash = indexed ? hashName(name) : 0;
+    // A module lists hundreds of symbols, each a few cache misses away in a large file: through
+    // the index its own answer costs a lookup instead.
+    auto inScope = [&](int32_t at) {
+        if (indexed && blocks[size_t(at)].parent < 0) {
+            const auto root = std::lower_bound(blockTree.roots.begin(), blockTree.roots.end(), uint32_t(at));
+            if (root != blockTree.roots.end() && *root == uint32_t(at))
+                return moduleSymbol(uint32_t(root - blockTree.roots.begin()), name, nameHash);
+        }
+        return findSymbolInScope(at, name);
+    };
     int32_t walkEnd = -1;
     for (size_t depth = 0; scope >= 0 && static_cast<size_t>(scope) < blocks.size() && depth < blocks.size();
          ++depth) {
-        const int32_t symbol = findSymbolInScope(scope, name);
+        const int32_t symbol = inScope(scope);
         if (symbol >= 0) {
             if (foundScope)
                 *foundScope = scope;
@@ -445,7 +478,7 @@ int32_t TarnUbrofParser::lookupName(int32_t scope, const std::string& name, int3
     // Only the modules that list a symbol of the name, or that reach groups, can hold it; they
     // are asked in module order, as the plain walk would. A module's first listed symbol of
     // the name is what findSymbolInScope would answer, groups or not.
-    const uint32_t hash = hashName(name);
+    const uint32_t hash = nameHash;
     const uint32_t bucket = hash >> (32 - kNameBucketBits);
     auto listed = moduleNames_.begin() + moduleNameBuckets_[bucket];
     const auto listedEnd = moduleNames_.begin() + moduleNameBuckets_[bucket + 1];

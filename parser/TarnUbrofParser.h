@@ -287,6 +287,10 @@ private:
     std::vector<FunctionName> functionNames_;
     std::array<size_t, 4> namesIndexedFor_{}; ///< table sizes when indexNames ran
     bool namesIndexed() const;
+    /// findSymbolInScope's answer for the groups of scope alone.
+    int32_t findSymbolInGroups(uint32_t scope, const std::string& name) const;
+    /// findSymbolInScope's answer for the module at position of the roots, through the index.
+    int32_t moduleSymbol(uint32_t position, const std::string& name, uint32_t hash) const;
     static uint32_t hashName(std::string_view name);
     std::vector<uint32_t> childBounds_;
     std::vector<int32_t> childWinners_;
