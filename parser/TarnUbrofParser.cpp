@@ -53,9 +53,14 @@ int16_t TarnUbrofParser::parseFile(const std::string& path)
             return StoreNotUbrof;
         }
     }
-    buildCodeAreas();
+    // A store read for a light program model serves that build alone, which asks it for no code
+    // area and no name: their tables would cost the parse a third of its time for nothing.
+    const bool light = keepFacts && facts.light;
+    if (!light)
+        buildCodeAreas();
     createMemberSymbols();
-    indexNames();
+    if (!light)
+        indexNames();
     filePath = path;
     stateFlags |= 2;
     return StoreOk;

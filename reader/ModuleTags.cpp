@@ -221,7 +221,13 @@ int CParser::handleAbsVar()
     }
     // An empty t_abs_var writes nothing, so it must not widen the image's range either
     // (at address 0 that range would wrap to cover the whole address space).
-    if (count != 0)
+    // A light model reads where bytes went, never the bytes, so its parse keeps no image.
+    if (count != 0 && facts_ && facts_->light) {
+        // Cut short, it fails here as a write would, not at the next tag.
+        if (count > remaining())
+            throw ReaderError{kUnexpectedEndOfFile};
+        skipBytes(static_cast<int32_t>(count));
+    } else if (count != 0)
         writeImage(*image, *address, count);
     if (facts_ && count != 0) {
         const bool code = memoryClass == 1 && !facts_->light;

@@ -126,6 +126,33 @@ TEST(RealPrograms, NameTheirProcessors)
     }
 }
 
+// A light build reads a store that kept no image bytes, code areas or name index; what it
+// answers must still be what the full build answers.
+TEST(RealPrograms, LightBuildsSizeMemoriesAndModulesAsFullOnesDo)
+{
+    UBROF_NEED_REAL_FILES();
+    BuildOptions lightOptions;
+    lightOptions.light = true;
+    for (const char* file : {"avr-mobit-nmea/nmea.d90", "avr-ethradio/NikeE1B.d90", "avr-cama-suo/Suo.dbg",
+                             "avr-mega128-board/atmega128.d90", "8051-zstack-genericapp/GenericApp.d51"}) {
+        const Program full = loadProgram(realFile(file));
+        const Program light = loadProgram(realFile(file), lightOptions);
+        ASSERT_EQ(full.memories.size(), light.memories.size()) << file;
+        for (size_t m = 0; m < full.memories.size(); ++m) {
+            const MemoryImage& a = full.memories[m];
+            const MemoryImage& b = light.memories[m];
+            EXPECT_EQ(std::make_tuple(a.space, a.lowAddress(), a.endAddress(), a.byteCount()),
+                      std::make_tuple(b.space, b.lowAddress(), b.endAddress(), b.byteCount()))
+                << file;
+        }
+        ASSERT_EQ(full.modules.size(), light.modules.size()) << file;
+        for (size_t m = 0; m < full.modules.size(); ++m)
+            for (MemorySpace space : {MemorySpace::Code, MemorySpace::Data, MemorySpace::Eeprom, MemorySpace::External})
+                EXPECT_EQ(full.modules[m].size(space), light.modules[m].size(space)) << file << " " << full.modules[m].name;
+        EXPECT_EQ(full.processor.name, light.processor.name) << file;
+    }
+}
+
 // NikeE1B.d90's assembler module stuff.asm writes _i2a, 94 bytes with a line per instruction and
 // labels at its loops; FIFO.c ends ETHfifo_free at 0xb00 and writes there ?Subroutine0, the
 // 10 bytes that both ETHfifo_free (from 0xada and 0xaf6) and MP3fifo_free (from 0xb68) jump to.
