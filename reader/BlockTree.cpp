@@ -14,6 +14,7 @@ uint32_t BlockTree::addBlock(uint32_t kind, int32_t moduleIndex, uint8_t isHidde
     block.isHidden = isHidden;
     block.nameIndex = nameIndex;
     block.parent = current;
+    openModules_.push_back(kind == ModuleBlock ? int32_t(index) : openModule());
     if (current < 0) {
         roots.push_back(index);
         currentTopLevel = static_cast<int32_t>(index);
@@ -32,6 +33,8 @@ void BlockTree::closeBlock()
     const BlockRecord& closed = blocks[static_cast<size_t>(current)];
     current = closed.parent;
     --openBlocks;
+    if (!openModules_.empty())
+        openModules_.pop_back();
     if (current < 0)
         currentTopLevel = -1;
     else

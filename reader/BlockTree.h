@@ -43,6 +43,9 @@ public:
     std::vector<uint32_t> roots;
     int32_t current = -1;         ///< innermost open block
     int32_t currentTopLevel = -1; ///< open module block
+    /// The innermost open block that is a module, or -1: what a walk out from the current block
+    /// would find, without the walk.
+    int32_t openModule() const { return openModules_.empty() ? -1 : openModules_.back(); }
     uint32_t openBlocks = 0;      ///< how deep the current block is nested
 
     /// Appends a block under the current one (or as a new root) and makes it current.
@@ -80,6 +83,7 @@ public:
 
 private:
     IndexPool pool_;
+    std::vector<int32_t> openModules_; ///< for each open block, outermost first, its openModule()
     std::map<uint64_t, uint32_t> moduleFiles_; ///< (module << 32 | reference) to file
 };
 

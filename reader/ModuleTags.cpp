@@ -233,9 +233,7 @@ int CParser::handleAbsVar()
         const bool code = memoryClass == 1 && !facts_->light;
         const uint32_t statement =
             code && !lineTable_.empty() ? static_cast<uint32_t>(lineTable_.size() - 1) : ProgramFacts::kNone;
-        int32_t block = blockTree_.current;
-        while (facts_->light && block >= 0 && blockTree_.blocks[size_t(block)].kind != ModuleBlock)
-            block = blockTree_.blocks[size_t(block)].parent;
+        const int32_t block = facts_->light ? blockTree_.openModule() : blockTree_.current;
         facts_->noteWrite(memoryClass, *address, count, static_cast<uint32_t>(block), statement,
                           code && completesStatement);
     }
