@@ -9,6 +9,8 @@ void CodeAreaTable::clear(const LineTable& lines)
 {
     lines_ = &lines;
     runs_.clear();
+    runFirstAreas_.clear();
+    runFirstAddresses_.clear();
     publicPaths.clear();
     size_ = 0;
     lastStart_ = 0;
@@ -17,9 +19,8 @@ void CodeAreaTable::clear(const LineTable& lines)
 
 size_t CodeAreaTable::runOf(size_t area) const
 {
-    const auto after = std::upper_bound(runs_.begin(), runs_.end(), area,
-                                        [](size_t a, const Run& run) { return a < run.firstArea; });
-    return after == runs_.begin() ? 0 : size_t(after - runs_.begin()) - 1;
+    const auto after = std::upper_bound(runFirstAreas_.begin(), runFirstAreas_.end(), area);
+    return after == runFirstAreas_.begin() ? 0 : size_t(after - runFirstAreas_.begin()) - 1;
 }
 
 uint32_t CodeAreaTable::lineRecord(size_t area) const
@@ -42,12 +43,12 @@ size_t CodeAreaTable::lowerBound(uint64_t address) const
 {
     // Runs are in address order too: only the run before the first that starts at or above
     // the address can hold an earlier area that does.
-    const auto next = std::lower_bound(runs_.begin(), runs_.end(), address,
-                                       [](const Run& run, uint64_t a) { return run.firstAddress < a; });
-    const size_t end = next == runs_.end() ? size_ : next->firstArea;
-    if (next == runs_.begin())
+    const auto nextStart = std::lower_bound(runFirstAddresses_.begin(), runFirstAddresses_.end(), address);
+    const size_t next = size_t(nextStart - runFirstAddresses_.begin());
+    const size_t end = next == runs_.size() ? size_ : runs_[next].firstArea;
+    if (next == 0)
         return end;
-    const Run& run = *(next - 1);
+    const Run& run = runs_[next - 1];
     size_t low = run.firstArea, high = end;
     while (low < high) {
         const size_t middle = low + (high - low) / 2;
@@ -73,6 +74,8 @@ void CodeAreaTable::append(uint32_t lineRecord, uint32_t file)
         }
     }
     runs_.push_back({static_cast<uint32_t>(size_), lineRecord, file, address});
+    runFirstAreas_.push_back(static_cast<uint32_t>(size_));
+    runFirstAddresses_.push_back(address);
     ++size_;
 }
 
@@ -111,6 +114,8 @@ void CodeAreaTable::sortByStart()
     });
     std::sort(keys.begin(), keys.end());
     runs_.clear();
+    runFirstAreas_.clear();
+    runFirstAddresses_.clear();
     size_ = 0;
     lastStart_ = 0;
     sorted_ = true;

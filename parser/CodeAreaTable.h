@@ -64,6 +64,10 @@ private:
 
     const LineTable* lines_ = nullptr;
     std::vector<Run> runs_;
+    // The keys of the two searches, apart from the runs: a search in a large program's runs
+    // then reads a quarter of the lines of memory.
+    std::vector<uint32_t> runFirstAreas_;
+    std::vector<uint32_t> runFirstAddresses_;
     size_t size_ = 0;
     uint32_t lastStart_ = 0;
     bool sorted_ = true;
