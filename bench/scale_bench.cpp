@@ -12,6 +12,7 @@
 // Output is one "key value" pair per line, for the script to put into its table. Times are the
 // CPU time of the measuring thread (user and system): the machines this runs on are shared,
 // and time spent waiting for a core says nothing about the module.
+#include "fuzz/ViewWalker.h"
 #include "host/ISourceInformation.h"
 #include "host/ISymbolInformation.h"
 #include "host/IStackTraceContext.h"
@@ -19,7 +20,6 @@
 #include "parser/UbrofParser.h"
 #include "writer/UbrofWriter.h"
 
-#include <boost/make_shared.hpp>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -108,16 +108,6 @@ int rss(const std::string& path)
     return 0;
 }
 
-class Frame : public tarn::IStackTraceContext {
-public:
-    explicit Frame(uint64_t pc) : pc_(pc) {}
-    uint64_t getProgramCounter() const override { return pc_; }
-    uint64_t getFramePointer() const override { return 0; }
-
-private:
-    uint64_t pc_;
-};
-
 /// One stop of the program: a statement's address, a local of its function and a global of
 /// another module.
 struct Stop {
@@ -152,7 +142,7 @@ int stops(const std::string& path, int rounds)
         stop.local = "v0";
         random = random * 1103515245u + 12345u;
         stop.global = "m" + std::to_string((random >> 8) % modules) + "_g1";
-        stop.frame = boost::make_shared<Frame>(stop.pc);
+        stop.frame = ubrof::walk::frameAt(stop.pc);
         stop.variable = symbols->lookupSymbolFromPc(stop.local, stop.pc, false);
         if (!stop.variable || !symbols->lookupSymbolFromPc(stop.global, stop.pc, false))
             throw std::runtime_error("a stop's variables are not found in " + path);

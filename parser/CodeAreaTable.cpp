@@ -8,10 +8,15 @@ namespace ubrof {
 void CodeAreaTable::clear(const LineTable& lines)
 {
     lines_ = &lines;
+    publicPaths.clear();
+    dropAreas();
+}
+
+void CodeAreaTable::dropAreas()
+{
     runs_.clear();
     runFirstAreas_.clear();
     runFirstAddresses_.clear();
-    publicPaths.clear();
     size_ = 0;
     lastStart_ = 0;
     sorted_ = true;
@@ -113,12 +118,7 @@ void CodeAreaTable::sortByStart()
         return true;
     });
     std::sort(keys.begin(), keys.end());
-    runs_.clear();
-    runFirstAreas_.clear();
-    runFirstAddresses_.clear();
-    size_ = 0;
-    lastStart_ = 0;
-    sorted_ = true;
+    dropAreas();
     for (uint64_t key : keys) {
         const Area& area = areas[static_cast<uint32_t>(key)];
         append(area.lineRecord, area.file);

@@ -61,6 +61,7 @@ private:
         uint32_t firstAddress;
     };
     size_t runOf(size_t area) const;
+    void dropAreas();
 
     const LineTable* lines_ = nullptr;
     std::vector<Run> runs_;
