@@ -189,6 +189,8 @@ private:
     uint64_t imageBudget() const { return 4 * fileSize_ + (uint64_t(48) << 20); }
 
     // Line records (shared by the source and symbol tags).
+    /// Whether statements are kept: a parse for a light model only counts them by range.
+    bool keepsStatements() const { return !facts_ || !facts_->light; }
     void dropPendingLineRecord()
     {
         if (pendingLineRecord)
@@ -199,7 +201,7 @@ private:
         if (!pendingLineRecord)
             return;
         pendingLineRecord = false;
-        if (!lineTable_.empty())
+        if (keepsStatements() && !lineTable_.empty())
             lineTable_.setCodeSize(lineTable_.size() - 1, count);
         if (blockTree_.current >= 0)
             blockTree_.widenBlock(static_cast<uint32_t>(blockTree_.current), codeAddress, codeAddress + count);

@@ -163,10 +163,12 @@ int CParser::handleSrcStat()
     const uint32_t lastColumn = readWord16();
     const uint32_t kind = readByte();
 
-    // The span (last line - first line, modulo 2^32) is kept as the last line it leads to.
-    lineTable_.pushStatement(codeAddress, static_cast<uint16_t>(firstLine), static_cast<uint16_t>(lastLine),
-                             static_cast<uint16_t>(firstColumn), static_cast<uint16_t>(lastColumn),
-                             kind == 14 ? 3 : (kind == 9 || kind == 13) ? 5 : 1);
+    // The span (last line - first line, modulo 2^32) is kept as the last line it leads to. A
+    // light model counts a range's statements and reads none.
+    if (keepsStatements())
+        lineTable_.pushStatement(codeAddress, static_cast<uint16_t>(firstLine), static_cast<uint16_t>(lastLine),
+                                 static_cast<uint16_t>(firstColumn), static_cast<uint16_t>(lastColumn),
+                                 kind == 14 ? 3 : (kind == 9 || kind == 13) ? 5 : 1);
     pendingLineRecord = true;
 
     FileLineRange& range = fileLineRanges_.back();
