@@ -321,7 +321,7 @@ void CParser::dropLastLineRecord()
 {
     pendingLineRecord = false;
     // The flag is only set after a record was appended; the guards keep a bug from underflowing.
-    if (keepsStatements() && !lineTable_.empty())
+    if (!lightParse() && !lineTable_.empty())
         lineTable_.pop_back();
     if (!fileLineRanges_.empty() && fileLineRanges_.back().lineRecordCount > 0)
         --fileLineRanges_.back().lineRecordCount;

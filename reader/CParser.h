@@ -189,8 +189,9 @@ private:
     uint64_t imageBudget() const { return 4 * fileSize_ + (uint64_t(48) << 20); }
 
     // Line records (shared by the source and symbol tags).
-    /// Whether statements are kept: a parse for a light model only counts them by range.
-    bool keepsStatements() const { return !facts_ || !facts_->light; }
+    /// A parse for a light model keeps only what that build reads: no image bytes, no location
+    /// entries, and statements only counted by their ranges.
+    bool lightParse() const { return facts_ && facts_->light; }
     void dropPendingLineRecord()
     {
         if (pendingLineRecord)
@@ -201,7 +202,7 @@ private:
         if (!pendingLineRecord)
             return;
         pendingLineRecord = false;
-        if (keepsStatements() && !lineTable_.empty())
+        if (!lightParse() && !lineTable_.empty())
             lineTable_.setCodeSize(lineTable_.size() - 1, count);
         if (blockTree_.current >= 0)
             blockTree_.widenBlock(static_cast<uint32_t>(blockTree_.current), codeAddress, codeAddress + count);
@@ -275,6 +276,7 @@ private:
     double ubrofVersion = 0.0;
     uint32_t recordContext = 0; ///< 0 nowhere, 1 last group, 2 current block
     bool pendingLineRecord = false;
+    LocationRecord lastLocation_; ///< the last location entry read
     bool startNewLineRange = true;
     int32_t currentFile = -1;
     std::map<std::string, uint32_t> embeddedNameCounts;

@@ -222,7 +222,7 @@ int CParser::handleAbsVar()
     // An empty t_abs_var writes nothing, so it must not widen the image's range either
     // (at address 0 that range would wrap to cover the whole address space).
     // A light model reads where bytes went, never the bytes, so its parse keeps no image.
-    if (count != 0 && facts_ && facts_->light) {
+    if (count != 0 && lightParse()) {
         // Cut short, it fails here as a write would, not at the next tag.
         if (count > remaining())
             throw ReaderError{kUnexpectedEndOfFile};

@@ -24,8 +24,9 @@ struct ProgramFacts {
     /// module and not their block or statement, so that a module's code is a handful of runs
     /// instead of one per statement, and no source positions are kept; nor, in files of format
     /// versions 10 and 11, positions, stack use, function sizes or statement rows. The memory
-    /// images stay empty, statements are only counted by their ranges, and the store builds no
-    /// code areas or name index: such a store answers no query of the module, only a light build.
+    /// images stay empty, location entries are skipped, statements only counted by their
+    /// ranges, and the store builds no code areas or name index: such a store answers no query
+    /// of the module, only a light build.
     bool light = false;
 
     /// Bytes that t_abs_var tags wrote at consecutive addresses of one memory, while one block

@@ -165,7 +165,7 @@ int CParser::handleSrcStat()
 
     // The span (last line - first line, modulo 2^32) is kept as the last line it leads to. A
     // light model counts a range's statements and reads none.
-    if (keepsStatements())
+    if (!lightParse())
         lineTable_.pushStatement(codeAddress, static_cast<uint16_t>(firstLine), static_cast<uint16_t>(lastLine),
                                  static_cast<uint16_t>(firstColumn), static_cast<uint16_t>(lastColumn),
                                  kind == 14 ? 3 : (kind == 9 || kind == 13) ? 5 : 1);

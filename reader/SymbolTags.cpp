@@ -61,6 +61,10 @@ void CParser::readLocationEntries(uint32_t count)
         location.addressSpace = static_cast<uint16_t>(entry[7] << 8 | entry[8]);
         location.value = uint32_t(entry[9]) << 24 | uint32_t(entry[10]) << 16 |
                          uint32_t(entry[11]) << 8 | entry[12];
+        lastLocation_ = location;
+        // A light model reads none; the last one still gives an I/O register's twin its place.
+        if (lightParse())
+            continue;
         symbolTable_.locations.push_back(location);
         ++symbolTable_.symbols.back().locationCount;
     }
@@ -189,7 +193,7 @@ int CParser::handleSymbolDef2()
     uint16_t twinSpace = addressSpace;
     uint32_t twinValue = value;
     if (locationCount != 0) {
-        const LocationRecord& last = symbolTable_.locations.back();
+        const LocationRecord& last = lastLocation_;
         twinKind = last.kind;
         twinSpace = last.addressSpace;
         twinValue = last.value;
