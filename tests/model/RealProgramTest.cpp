@@ -36,6 +36,7 @@ bool written(const Program& program, uint32_t address)
 // places it and is as long as its segment part; every variable is where the map puts it.
 TEST(RealPrograms, AgreeWithTheLinkerMap)
 {
+    UBROF_NEED_REAL_FILES();
     const RealProgram real("avr-mobit-nmea/nmea.d90");
     const Program& program = real.program;
     const LinkerMap map = readLinkerMap(realFile("avr-mobit-nmea/nmea.map"));
@@ -84,6 +85,7 @@ TEST(RealPrograms, AgreeWithTheLinkerMap)
 // flash's 0xFF fill, and nothing else.
 TEST(RealPrograms, MemoriesEqualTheImagesOfTheSameLinks)
 {
+    UBROF_NEED_REAL_FILES();
     const struct {
         const char* program;
         const char* image;
@@ -177,6 +179,7 @@ class OldFormatProgram : public ::testing::TestWithParam<const char*> {};
 // every byte of a described function has a line, and the sizes add up.
 TEST_P(OldFormatProgram, IsPlacedWholly)
 {
+    UBROF_NEED_REAL_FILES();
     const RealProgram real(GetParam());
     const Program& program = real.program;
     const TarnUbrofParser& store = real.store;

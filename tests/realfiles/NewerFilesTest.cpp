@@ -37,6 +37,7 @@ std::unique_ptr<TarnUbrofParser> readNewer(const std::string& path)
 
 TEST(NewerFiles, ReadToTheirLastByteWithEveryRowInsideItsFunction)
 {
+    UBROF_NEED_REAL_FILES();
     const std::vector<std::string> files = newerRealFiles();
     EXPECT_EQ(12u, files.size());
     for (const std::string& relative : files) {
@@ -79,6 +80,7 @@ TEST(NewerFiles, ReadToTheirLastByteWithEveryRowInsideItsFunction)
 // that says where, or (a changed tag byte can be another tag that fits) still reads; it never crashes.
 TEST(NewerFiles, FailClearlyWhenCutShortOrChanged)
 {
+    UBROF_NEED_REAL_FILES();
     ScratchDir dir;
     for (const std::string& relative : {kBoard + "atmega128.d90", std::string("msp430-iotcar/Project_08.d43")}) {
         const std::string path = realFile(relative);
@@ -141,6 +143,7 @@ std::vector<ListedStatement> listedCode()
 
 TEST(NewerFiles, StatementRowsOfAtmega128GiveTheListingsLines)
 {
+    UBROF_NEED_REAL_FILES();
     const std::unique_ptr<TarnUbrofParser> store = readNewer(realFile(kBoard + "atmega128.d90"));
     // Where a listing prints a statement's code, under its last line: at an address, the last
     // row there; between rows, the row before.
@@ -167,6 +170,7 @@ TEST(NewerFiles, StatementRowsOfAtmega128GiveTheListingsLines)
 
 TEST(NewerFiles, TheModulesViewsAnswerFromAtmega128WithTheOptIn)
 {
+    UBROF_NEED_REAL_FILES();
     UbrofParseOptions options;
     options.readNewerVersions = true;
     UbrofParser parser(realFile(kBoard + "atmega128.d90"), options);
@@ -222,6 +226,7 @@ TEST(NewerFiles, TheModulesViewsAnswerFromAtmega128WithTheOptIn)
 
 TEST(NewerFiles, OlderFilesReadTheSameWithTheOptIn)
 {
+    UBROF_NEED_REAL_FILES();
     ScratchDir dir;
     for (const char* relative : {"avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90", "avr-mobit-nmea/nmea.d90"}) {
         // Copies: an embedded source is written beside the file read.
