@@ -14,6 +14,7 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <string_view>
 #include <string>
 #include <vector>
@@ -158,7 +159,9 @@ public:
     TypeTable typeTable;
     SymbolTable symbolTable;
     std::vector<GroupRecord> groupTable;
-    std::vector<ModuleRecord> moduleTable;
+    /// A deque: a file may hold hundreds of thousands of modules, and a growing vector of them
+    /// would hold its old and new copies at once.
+    std::deque<ModuleRecord> moduleTable;
     DMemory codeMemory;
     DMemory eepromMemory;
     DMemory dataMemory;

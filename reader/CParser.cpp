@@ -24,7 +24,7 @@ const CParser::TagEntry CParser::tagTable[] = {
 };
 
 CParser::CParser(UbrofFileHeader& fileHeader, NameTable& nameTable, TypeTable& typeTable,
-                 std::vector<GroupRecord>& groupTable, std::vector<ModuleRecord>& moduleTable,
+                 std::vector<GroupRecord>& groupTable, std::deque<ModuleRecord>& moduleTable,
                  BlockTree& blockTree, SymbolTable& symbolTable, DMemory& codeMemory,
                  DMemory& eepromMemory, DMemory& dataMemory,
                  std::vector<SourceFileRecord>& sourceFileTable, LineTable& lineTable,

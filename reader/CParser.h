@@ -10,6 +10,7 @@
 #include "reader/TypeTable.h"
 
 #include <cstdint>
+#include <deque>
 #include <cstdio>
 #include <functional>
 #include <map>
@@ -43,7 +44,7 @@ public:
     static const NewerTagEntry newerTagTable[];
 
     CParser(UbrofFileHeader& fileHeader, NameTable& nameTable, TypeTable& typeTable,
-            std::vector<GroupRecord>& groupTable, std::vector<ModuleRecord>& moduleTable,
+            std::vector<GroupRecord>& groupTable, std::deque<ModuleRecord>& moduleTable,
             BlockTree& blockTree, SymbolTable& symbolTable, DMemory& codeMemory,
             DMemory& eepromMemory, DMemory& dataMemory,
             std::vector<SourceFileRecord>& sourceFileTable, LineTable& lineTable,
@@ -256,7 +257,7 @@ private:
     NameTable& nameTable_;
     TypeTable& typeTable_;
     std::vector<GroupRecord>& groupTable_;
-    std::vector<ModuleRecord>& moduleTable_;
+    std::deque<ModuleRecord>& moduleTable_;
     BlockTree& blockTree_;
     SymbolTable& symbolTable_;
     DMemory& codeMemory_;

@@ -175,7 +175,7 @@ const HostileFile kHostileFiles[] = {
          w.eof();
      },
      "the store spends about 300 bytes on each module of 12 bytes",
-     "the store and the model spend about 540 bytes on each module of 12 bytes"},
+     "the store and the model spend about 430 bytes on each module of 12 bytes"},
     {"NameOf64KiBOnEveryStatement",
      [](UbrofWriter& w) {
          header(w).fileRef(0, std::string(0xFFFF, 'n')).org(1, 0).funcBegin1(std::string(255, 'f'));
