@@ -1,4 +1,4 @@
-// The memory-class keyword rule and the two tables that turn a memory class into a memory space.
+// The memory-class keyword rule: the first keyword of a type's memory name decides its class.
 #include "parser/Vocabulary.h"
 
 #include <gtest/gtest.h>
@@ -15,25 +15,6 @@ TEST(Vocabulary, MemoryClassIsDecidedByTheFirstKeywordInOrder)
     };
     for (const auto& [name, memoryClass] : cases)
         EXPECT_EQ(memoryClass, memoryClassOfName(name)) << name;
-}
-
-TEST(Vocabulary, MemoryClassesNameSegmentAndLocationSpaces)
-{
-    const struct {
-        uint8_t memoryClass;
-        const char* segment;
-        const char* location;
-    } rows[] = {
-        {0, "prog", ""},       {1, "prog", "prog"},     {2, "data", "data"}, {3, "prog", ""},
-        {4, "eeprom", "eeprom"}, {5, "prog", ""},       {8, "prog", ""},     {15, "prog", ""},
-        {16, "prog", "registers"}, {17, "prog", ""},    {0x40, "prog", ""},  {255, "prog", ""},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.segment, segmentMemorySpace(row.memoryClass)) << int(row.memoryClass);
-        EXPECT_EQ(row.location, locationMemorySpace(row.memoryClass)) << int(row.memoryClass);
-    }
-    EXPECT_EQ("user_signatures", MemorySpaceNames::UserSignatures);
-    EXPECT_EQ("MultiLocation", SymbolKeys::MultiLocation);
 }
 
 } // namespace
