@@ -1,8 +1,7 @@
-// The type table on its own: built-in base types, pointer attribute codes, and graphs no file should hold.
+// The type table on its own: graphs no file should hold, texts at their bound, indexes outside it.
 #include "reader/TypeTable.h"
 
 #include <gtest/gtest.h>
-#include <map>
 #include <tuple>
 
 namespace ubrof {
@@ -12,40 +11,6 @@ TypeRecord record(uint32_t kind, uint32_t op1 = 0, uint32_t op2 = 0, uint32_t op
                   uint32_t op5 = 0)
 {
     return TypeRecord{kind, op1, op2, op3, op4, op5};
-}
-
-TEST(TypeTable, StartsWithTheBuiltInBaseTypesInIndexOrder)
-{
-    NameTable names;
-    TypeTable types(names);
-    EXPECT_EQ(100u, types.getCount());
-    const std::vector<uint32_t> expected = {1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14,
-                                            23, 24, 25, 26, 27, 28, 31, 32, 45, 46, 47, 48, 54};
-    std::vector<uint32_t> indexes;
-    for (const BaseTypeRecord& base : types.getBaseTypeRecords())
-        indexes.push_back(base.index);
-    EXPECT_EQ(expected, indexes);
-    const auto bases = types.getBaseTypeRecords();
-    auto facts = [&bases](size_t i) { return std::make_tuple(bases[i].name, bases[i].size, bases[i].category); };
-    EXPECT_EQ(std::make_tuple(std::string("unsigned char"), 1u, 2u), facts(0));
-    EXPECT_EQ(std::make_tuple(std::string("long double"), 4u, 3u), facts(10));
-    EXPECT_EQ(std::make_tuple(std::string("far func *"), 3u, 5u), facts(21));
-    EXPECT_EQ(std::make_tuple(std::string("char"), 1u, 1u), facts(26));
-    EXPECT_EQ("unsigned long long", types.renderTypeName(45));
-    for (uint32_t gap : {29u, 30u, 33u, 34u, 37u, 40u})
-        EXPECT_EQ(0u, types.getRecord(gap).kind) << gap;
-}
-
-TEST(TypeTable, PointerAttributeCodesMapToPointerKinds)
-{
-    std::map<uint32_t, uint32_t> special = {{18, 24}, {19, 25}, {20, 26}, {21, 27}, {22, 28}, {23, 29},
-                                            {24, 30}, {33, 31}, {34, 32}, {35, 33}, {36, 34}, {37, 37},
-                                            {38, 38}, {39, 39}, {40, 40}};
-    for (uint32_t code = 0; code < 256; ++code) {
-        const uint32_t expected = special.count(code) ? special[code] : 23;
-        // Bits outside 4 to 11 do not matter.
-        EXPECT_EQ(expected, TypeTable::pointerKindFromAttribute((code << 4) | 0xF00F | 0x8000)) << code;
-    }
 }
 
 TEST(TypeTable, AWalkAnswersACycleAsAnIndexThatNamesNoType)
