@@ -9,7 +9,6 @@
 #include "export/ImageExport.h"
 #include "model/ProgramBuilder.h"
 
-#include <fstream>
 #include <sstream>
 
 namespace ubrof {
@@ -19,14 +18,6 @@ using exporter::ExportError;
 using model::MemorySpace;
 using model::Program;
 using test::ScratchDir;
-
-std::string readFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 std::vector<std::string> lines(const std::string& text)
 {
@@ -50,18 +41,6 @@ Program codeRuns(const std::vector<std::pair<uint32_t, size_t>>& runs, std::opti
         program.memories[0].runs.push_back(run);
     }
     return program;
-}
-
-/// What an exporter's refusal says, or "(no error)".
-template <typename Write>
-std::string refusalOf(Write write)
-{
-    try {
-        write();
-    } catch (const ExportError& error) {
-        return error.what();
-    }
-    return "(no error)";
 }
 
 std::string binaryOf(const Program& program, MemorySpace space)
@@ -174,35 +153,34 @@ TEST(ImageExport, BinaryFillsGapsWithTheChosenByteAndAnswersItsBase)
 
     ScratchDir dir;
     EXPECT_EQ(0x100u, exporter::writeBinary(program, MemorySpace::Code, dir.path("image.bin")));
-    EXPECT_EQ(std::string("\x00\x07\xFF\xFF\x04", 5), readFile(dir.path("image.bin")));
+    EXPECT_EQ(std::string("\x00\x07\xFF\xFF\x04", 5), test::fileText(dir.path("image.bin")));
 }
 
 TEST(ImageExport, RefusesWhatItCannotWriteAndSaysWhy)
 {
-    const auto refusal = [](auto write) { return refusalOf(write); };
     const Program tiny = test::tinyProgram(model::Family::Avr, "ATmega16");
     std::ostringstream sink;
     EXPECT_EQ("eeprom memory: the program writes no bytes to it",
-              refusal([&] { exporter::writeIntelHex(tiny, MemorySpace::Eeprom, sink); }));
+              test::refusalOf([&] { exporter::writeIntelHex(tiny, MemorySpace::Eeprom, sink); }));
 
     const Program spread = codeRuns({{0, 1}, {0xFFFFFFF0, 1}});
     EXPECT_EQ("code memory: its bytes span 0x0-0xfffffff0, 4294967281 bytes, more than the 16777216 a binary "
               "image may hold",
-              refusal([&] { exporter::writeBinary(spread, MemorySpace::Code, sink); }));
+              test::refusalOf([&] { exporter::writeBinary(spread, MemorySpace::Code, sink); }));
     EXPECT_TRUE(sink.str().empty());
 
     Program overlapping = codeRuns({{0x10, 8}, {0x14, 8}});
     EXPECT_EQ("code memory: the run at 0x14 overlaps or precedes the run before it",
-              refusal([&] { exporter::writeSRecords(overlapping, MemorySpace::Code, sink); }));
+              test::refusalOf([&] { exporter::writeSRecords(overlapping, MemorySpace::Code, sink); }));
 
     Program pastTheEnd = codeRuns({{0xFFFFFFFE, 4}});
     EXPECT_EQ("code memory: the run at 0xfffffffe runs past the 32-bit address space",
-              refusal([&] { exporter::writeIntelHex(pastTheEnd, MemorySpace::Code, sink); }));
+              test::refusalOf([&] { exporter::writeIntelHex(pastTheEnd, MemorySpace::Code, sink); }));
 
     ScratchDir dir;
     const std::string missingFolder = dir.path("no-such-folder/out.hex");
     EXPECT_EQ("cannot write " + missingFolder + ": No such file or directory",
-              refusal([&] { exporter::writeIntelHex(tiny, MemorySpace::Code, missingFolder); }));
+              test::refusalOf([&] { exporter::writeIntelHex(tiny, MemorySpace::Code, missingFolder); }));
 }
 
 // Found by the fuzzer: every exporter wrote a light program's memories, which hold no bytes, as
@@ -220,10 +198,10 @@ TEST(ImageExport, RefusesTheMemoriesOfALightBuild)
     const std::string refusal =
         "code memory: the program was built light, which keeps where its bytes lie but not the bytes";
     std::ostringstream sink;
-    EXPECT_EQ(refusal, refusalOf([&] { exporter::writeIntelHex(program, MemorySpace::Code, sink); }));
-    EXPECT_EQ(refusal, refusalOf([&] { exporter::writeSRecords(program, MemorySpace::Code, sink); }));
-    EXPECT_EQ(refusal, refusalOf([&] { exporter::writeBinary(program, MemorySpace::Code, sink); }));
-    EXPECT_EQ(refusal, refusalOf([&] { exporter::writeElf(program, sink); }));
+    EXPECT_EQ(refusal, test::refusalOf([&] { exporter::writeIntelHex(program, MemorySpace::Code, sink); }));
+    EXPECT_EQ(refusal, test::refusalOf([&] { exporter::writeSRecords(program, MemorySpace::Code, sink); }));
+    EXPECT_EQ(refusal, test::refusalOf([&] { exporter::writeBinary(program, MemorySpace::Code, sink); }));
+    EXPECT_EQ(refusal, test::refusalOf([&] { exporter::writeElf(program, sink); }));
     EXPECT_TRUE(sink.str().empty());
 }
 

@@ -6,6 +6,7 @@
 #include "TestFiles.h"
 
 #include "export/ElfExport.h"
+#include "export/ExportError.h"
 #include "model/Program.h"
 
 #include <cstdint>
@@ -30,6 +31,18 @@ model::Program tinyProgram(model::Family family, const std::string& processor);
 
 /// The index of the variable of that qualified name; fails the test when there is none.
 uint32_t variableNamed(const model::Program& program, const std::string& name);
+
+/// What an exporter's refusal says, or "(no error)" when write() wrote.
+template <typename Write>
+std::string refusalOf(Write write)
+{
+    try {
+        write();
+    } catch (const exporter::ExportError& error) {
+        return error.what();
+    }
+    return "(no error)";
+}
 
 /// The sample, written as an ELF file into a scratch directory for each test.
 class SampleElfTest : public ::testing::Test {
