@@ -30,57 +30,35 @@ protected:
     }
 };
 
-TEST_F(ElfExportTest, HeaderAndSegmentsFollowTheGnuAvrLayout)
+// Symbols bind as the model's external flag says, and FILE symbols name the modules.
+TEST_F(ElfExportTest, HeaderSegmentsSectionsAndSymbolsFollowTheGnuAvrLayout)
 {
     REQUIRE_TOOL("readelf");
-    const std::string header = run({"readelf", "-h", elf_}).out;
-    EXPECT_NE(std::string::npos, header.find("Machine:                           Atmel AVR 8-bit microcontroller"));
-    EXPECT_NE(std::string::npos, header.find("Flags:                             0x5, avr:5")) << header;
-    EXPECT_NE(std::string::npos, header.find("Type:                              EXEC (Executable file)"));
-
-    const std::string segments = run({"readelf", "-lW", elf_}).out;
-    EXPECT_TRUE(std::regex_search(segments, std::regex("LOAD +0x[0-9a-f]+ 0x00000000 0x00000000 0x00040 0x00040 R E 0x2")))
-        << segments;
-    EXPECT_TRUE(std::regex_search(segments, std::regex("LOAD +0x[0-9a-f]+ 0x00800067 0x00800067 0x0000a 0x0000a RW  0x1")));
-    EXPECT_TRUE(std::regex_search(segments, std::regex("LOAD +0x[0-9a-f]+ 0x00810000 0x00810000 0x00002 0x00002 RW  0x1")));
-    const std::string sections = run({"readelf", "-SW", elf_}).out;
+    const std::string out = run({"readelf", "-hlSsW", elf_}).out;
+    for (const char* expected : {"Machine:                           Atmel AVR 8-bit microcontroller",
+                                 "Flags:                             0x5, avr:5",
+                                 "Type:                              EXEC (Executable file)",
+                                 "FUNC    GLOBAL DEFAULT    1 main", "FUNC    LOCAL  DEFAULT    1 scale",
+                                 "OBJECT  LOCAL  DEFAULT    2 handler", "OBJECT  LOCAL  DEFAULT  ABS main::calls",
+                                 "OBJECT  GLOBAL DEFAULT    3 ee_setting", "FILE    LOCAL  DEFAULT  ABS main.c"})
+        EXPECT_NE(std::string::npos, out.find(expected)) << expected << "\n" << out;
+    for (const char* load : {"0x00000000 0x00000000 0x00040 0x00040 R E 0x2", "0x00800067 0x00800067 0x0000a 0x0000a RW  0x1",
+                             "0x00810000 0x00810000 0x00002 0x00002 RW  0x1"})
+        EXPECT_TRUE(std::regex_search(out, std::regex(std::string("LOAD +0x[0-9a-f]+ ") + load))) << load;
     for (const char* name : {".text", ".data", ".eeprom", ".mmcu", ".debug_info", ".debug_abbrev", ".debug_line",
                              ".debug_loc", ".debug_aranges", ".symtab", ".strtab"})
-        EXPECT_NE(std::string::npos, sections.find(std::string(name) + " ")) << name;
+        EXPECT_NE(std::string::npos, out.find(std::string(name) + " ")) << name;
 }
 
-TEST_F(ElfExportTest, ObjdumpShowsEachFunctionAtItsEntryWithTheImageBytes)
+// Each function at its entry with the image's bytes, every symbol at its address and size, the
+// model's function and line at every row, and debug information the readers find no fault in.
+TEST_F(ElfExportTest, BinutilsAndLlvmReadItAsTheModelHoldsIt)
 {
-    REQUIRE_TOOL("avr-objdump");
+    for (const char* tool : {"avr-objdump", "avr-nm", "avr-addr2line", "readelf", "llvm-dwarfdump"})
+        REQUIRE_TOOL(tool);
     test::expectObjdumpShowsFunctions(program_, elf_);
-}
-
-TEST_F(ElfExportTest, NmListsEveryFunctionAndVariableWithItsAddressAndSize)
-{
-    REQUIRE_TOOL("avr-nm");
     test::expectNmListsSymbols(program_, elf_);
-}
-
-TEST_F(ElfExportTest, SymbolBindingFollowsExternalAndFileSymbolsNameTheModules)
-{
-    REQUIRE_TOOL("readelf");
-    const std::string symbols = run({"readelf", "-sW", elf_}).out;
-    for (const char* line : {"FUNC    GLOBAL DEFAULT    1 main", "FUNC    LOCAL  DEFAULT    1 scale",
-                             "OBJECT  LOCAL  DEFAULT    2 handler", "OBJECT  LOCAL  DEFAULT  ABS main::calls",
-                             "OBJECT  GLOBAL DEFAULT    3 ee_setting", "FILE    LOCAL  DEFAULT  ABS main.c"})
-        EXPECT_NE(std::string::npos, symbols.find(line)) << line << "\n" << symbols;
-}
-
-TEST_F(ElfExportTest, Addr2lineAgreesWithTheLineTableAtEveryRow)
-{
-    REQUIRE_TOOL("avr-addr2line");
     test::expectAddr2lineAgrees(program_, elf_);
-}
-
-TEST_F(ElfExportTest, ReadelfAndLlvmDwarfdumpFindNoFaultInTheDebugInformation)
-{
-    REQUIRE_TOOL("readelf");
-    REQUIRE_TOOL("llvm-dwarfdump");
     test::expectCleanDebugInformation(elf_);
 
     // The pieces the exporter is asked for are there, as a DWARF reader sees them.
@@ -178,39 +156,30 @@ TEST(ElfExport, The8051sExternalDataHasAWindowOfItsOwn)
     EXPECT_TRUE(std::regex_search(symbols, std::regex("03000040 +2 OBJECT .* outside\n"))) << symbols;
 
     program.processor = {model::Family::Rl78, "R5F100LE"};
-    try {
-        exporter::writeElf(program, dir.path("rl78.elf"));
-        ADD_FAILURE() << "an RL78 program with external data was written";
-    } catch (const exporter::ExportError& error) {
-        EXPECT_STREQ("outside: xdata address 0x40 lies beyond the 0x0 bytes this processor's xdata memory has", error.what());
-    }
+    EXPECT_EQ("outside: xdata address 0x40 lies beyond the 0x0 bytes this processor's xdata memory has",
+              test::refusalOf([&] { exporter::writeElf(program, dir.path("rl78.elf")); }));
 }
 
+// Nothing is written for a program that no ELF header fits, and the refusal says why.
 TEST(ElfExport, RefusesProgramsWhoseProcessorHasNoElfForm)
 {
-    auto refusal = [](const Program& program) -> std::string {
-        std::ostringstream out;
-        try {
-            exporter::writeElf(program, out);
-        } catch (const exporter::ExportError& error) {
-            EXPECT_TRUE(out.str().empty());
-            return error.what();
-        }
-        return "(no error)";
-    };
-    EXPECT_EQ("the program does not say which processor family it is for, so no ELF machine code can be chosen",
-              refusal(test::tinyProgram(model::Family::Unknown, "")));
-    EXPECT_EQ("processor Z80: of no processor family with an ELF machine code, so no ELF header can be made for it",
-              refusal(test::tinyProgram(model::Family::Unknown, "Z80")));
-    EXPECT_EQ("the program does not name its processor, so no ELF header can be made for it",
-              refusal(test::tinyProgram(model::Family::Avr, "")));
-    EXPECT_EQ("processor ATmega9999: not an AVR device whose architecture is known, so no ELF header can be made for it",
-              refusal(test::tinyProgram(model::Family::Avr, "ATmega9999")));
-
     Program tooHigh = test::sampleAvrProgram();
     tooHigh.variables[test::variableNamed(tooHigh, "counter")].location.address = 0x12345;
-    EXPECT_EQ("counter: data address 0x12345 lies beyond the 0x10000 bytes this processor's data memory has",
-              refusal(tooHigh));
+    const std::pair<Program, std::string> cases[] = {
+        {test::tinyProgram(model::Family::Unknown, ""),
+         "the program does not say which processor family it is for, so no ELF machine code can be chosen"},
+        {test::tinyProgram(model::Family::Unknown, "Z80"),
+         "processor Z80: of no processor family with an ELF machine code, so no ELF header can be made for it"},
+        {test::tinyProgram(model::Family::Avr, ""), "the program does not name its processor, so no ELF header can be made for it"},
+        {test::tinyProgram(model::Family::Avr, "ATmega9999"),
+         "processor ATmega9999: not an AVR device whose architecture is known, so no ELF header can be made for it"},
+        {tooHigh, "counter: data address 0x12345 lies beyond the 0x10000 bytes this processor's data memory has"},
+    };
+    for (const auto& [program, message] : cases) {
+        std::ostringstream out;
+        EXPECT_EQ(message, test::refusalOf([&] { exporter::writeElf(program, out); }));
+        EXPECT_TRUE(out.str().empty()) << message;
+    }
 }
 
 TEST(ElfExport, AModelThatBreaksItsPromisesStillGivesAFileTheToolsRead)
@@ -258,36 +227,28 @@ TEST(ElfExport, AModelThatBreaksItsPromisesStillGivesAFileTheToolsRead)
     EXPECT_NE(std::string::npos, verify.out.find("No errors.")) << verify.out;
 }
 
-TEST(ElfExport, AvrArchitectureComesFromTheDevice)
+// The header takes the part's own architecture; simavr reads the device from .mmcu, and a part it
+// lacks is named by the relative that runs its programs alike, where there is one.
+TEST(ElfExport, AvrArchitectureAndSimulatedDeviceComeFromThePart)
 {
     REQUIRE_TOOL("readelf");
-    for (const auto& [device, flags] : std::vector<std::pair<std::string, std::string>>{
-             {"ATmega128A", "0x33, avr:51"}, {"AT90USB1287", "0x33, avr:51"}, {"ATmega168PA", "0x5, avr:5"},
-             {"ATtiny13", "0x19, avr:25"}, {"ATxmega128A1", "0x6b, avr:107"}, {"ATmega2560", "0x6, avr:6"}}) {
+    const std::tuple<std::string, std::string, std::string> cases[] = {
+        {"ATmega16", "0x5, avr:5", "atmega16"},         {"ATmega16A", "0x5, avr:5", "atmega16"},
+        {"ATmega128A", "0x33, avr:51", "atmega128"},    {"ATmega64", "0x5, avr:5", "atmega128"},
+        {"AT90USB1287", "0x33, avr:51", "at90usb1287"}, {"ATmega168PA", "0x5, avr:5", ""},
+        {"ATtiny13", "0x19, avr:25", ""},               {"ATxmega128A1", "0x6b, avr:107", ""},
+        {"ATmega2560", "0x6, avr:6", ""},
+    };
+    for (const auto& [device, flags, simulated] : cases) {
+        SCOPED_TRACE(device);
         ScratchDir dir;
         exporter::writeElf(test::tinyProgram(model::Family::Avr, device), dir.path("tiny.elf"));
-        const ToolResult header = runTool({"readelf", "-h", dir.path("tiny.elf")});
-        EXPECT_NE(std::string::npos, header.out.find("Flags:                             " + flags))
-            << device << "\n" << header.out;
+        const ToolResult header = runTool({"readelf", "-h", "-p", ".mmcu", dir.path("tiny.elf")});
+        EXPECT_NE(std::string::npos, header.out.find("Flags:                             " + flags)) << header.out;
+        if (!simulated.empty()) {
+            EXPECT_NE(std::string::npos, header.out.find("]  " + simulated + "\n")) << header.out;
+        }
     }
-}
-
-// simavr reads the device from .mmcu; a part it lacks is named by the relative that runs its
-// programs alike, where there is one, while the header keeps the part's own architecture.
-TEST(ElfExport, TheSimulatorsDeviceIsThePartOrACloseRelative)
-{
-    REQUIRE_TOOL("readelf");
-    for (const auto& [device, simulated] : std::vector<std::pair<std::string, std::string>>{
-             {"ATmega16", "atmega16"}, {"ATmega16A", "atmega16"}, {"ATmega128A", "atmega128"},
-             {"ATmega64", "atmega128"}, {"AT90USB1287", "at90usb1287"}}) {
-        ScratchDir dir;
-        exporter::writeElf(test::tinyProgram(model::Family::Avr, device), dir.path("tiny.elf"));
-        const ToolResult mmcu = runTool({"readelf", "-p", ".mmcu", dir.path("tiny.elf")});
-        EXPECT_NE(std::string::npos, mmcu.out.find("]  " + simulated + "\n")) << device << "\n" << mmcu.out;
-    }
-    ScratchDir dir;
-    exporter::writeElf(test::tinyProgram(model::Family::Avr, "ATmega64"), dir.path("tiny.elf"));
-    EXPECT_NE(std::string::npos, runTool({"readelf", "-h", dir.path("tiny.elf")}).out.find("0x5, avr:5"));
 }
 
 } // namespace
