@@ -98,4 +98,22 @@ inline void expectErrorDocument(const std::string& out, const std::string& code,
         EXPECT_TRUE(entry.key() == "Code" || entry.key() == "Message" || entry.key() == "Module") << entry.key();
 }
 
+// A refused command: its status, nothing on standard output and the message on standard error;
+// with --json, the same status, nothing on standard error and one error document of that code.
+inline void expectRefused(const test::ScratchDir& dir, std::vector<std::string> args, int status,
+                          const std::string& code, const std::string& message)
+{
+    const std::string what = ::testing::PrintToString(args);
+    const DumpResult text = ubrofdump(dir, args);
+    EXPECT_EQ(status, text.status) << what;
+    EXPECT_EQ("", text.out) << what;
+    EXPECT_EQ(0u, text.err.find("ubrofdump: ")) << what << ": " << text.err;
+    EXPECT_NE(std::string::npos, text.err.find(message)) << what << ": " << text.err;
+    args.insert(args.begin(), "--json");
+    const DumpResult asJson = ubrofdump(dir, args);
+    EXPECT_EQ(status, asJson.status) << what;
+    EXPECT_EQ("", asJson.err) << what;
+    expectErrorDocument(asJson.out, code, what);
+}
+
 } // namespace ubrof

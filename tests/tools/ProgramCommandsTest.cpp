@@ -177,41 +177,6 @@ TEST(ProgramCommands, TheSummaryTellsTheProgramsDateProcessorMemoriesAndLargestM
     EXPECT_NE(std::string::npos, ubrofdump(dir, {"summary", "undated.d90"}).out.find("Created:         unknown\n"));
 }
 
-TEST(ProgramCommands, WrongUseAndBadFilesAreNamed)
-{
-    ScratchDir dir;
-    copySample(dir);
-    UbrofWriter cut;
-    cut.begFile1().version(8).begPgm("main").org(1, 0x100).absVar({1, 2, 3, 4}).end().eof();
-    dir.save(cut.prefix(cut.size() - 3), "cut.d90");
-    const std::tuple<std::vector<std::string>, int, const char*, const char*> cases[] = {
-        {{"nm", "sample.d90", "--top", "3"}, 2, "usage", "--top does not belong to nm; it belongs to size"},
-        {{"lookup", "sample.d90", "main", "--functions"}, 2, "usage", "--functions does not belong to lookup"},
-        {{"nm", "sample.d90", "--size-sort", "--name-sort"}, 2, "usage", "not both"},
-        {{"size", "sample.d90", "--by", "file"}, 2, "usage", "--by takes memory, module or function, not file"},
-        {{"size", "sample.d90", "--top", "0"}, 2, "usage", "give at least 1"},
-        {{"addr2line", "sample.d90"}, 2, "usage", "wrong number of arguments for addr2line"},
-        {{"addr2line", "sample.d90", "80h"}, 2, "usage", "not a number for ADDR: 80h"},
-        {{"addr2line", "sample.d90", "0x100000000"}, 2, "usage", "ADDR out of range"},
-        {{"addr2line", "sample.d90", "mian"}, 3, "not-found", "mian is neither an address nor a function"},
-        {{"nm", "sample.d90", "--module", "sensr"}, 3, "not-found", "no module sensr in sample.d90; the closest is sensor"},
-        {{"nm", "sample.d90", "lcd_init*", "--variables"}, 3, "not-found", "no variable with an address matches lcd_init*"},
-        {{"nm", "missing.d90"}, 1, "no-such-file", "there is no file missing.d90"},
-        {{"size", "cut.d90"}, 1, "damaged", "cut.d90 begins as a UBROF file but could not be read to its end"},
-    };
-    for (const auto& [args, status, code, message] : cases) {
-        const DumpResult text = ubrofdump(dir, args);
-        EXPECT_EQ(status, text.status) << args[0] << " " << args.back();
-        EXPECT_EQ("", text.out);
-        EXPECT_NE(std::string::npos, text.err.find(message)) << text.err;
-        std::vector<std::string> jsonArgs = args;
-        jsonArgs.insert(jsonArgs.begin(), "--json");
-        const DumpResult asJson = ubrofdump(dir, jsonArgs);
-        EXPECT_EQ(status, asJson.status) << args[0];
-        expectErrorDocument(asJson.out, code, args[0] + " " + args.back());
-    }
-}
-
 // A program of format version 10. main at 0x100 is named on main.c line 10 and its code is listed
 // from its brace on line 11; helper at 0x106 is named in io.h, its code on main.c line 18; reset
 // at 0x10A, an assembler routine, is named by its symbol alone. Global lines run main.c 1-2, io.h
