@@ -61,35 +61,21 @@ Location onFrame(int32_t offset)
     return location;
 }
 
-uint32_t addType(Program& program, Type type)
+/// Adds a type; typedefs and qualifiers resolve to what they wrap, every other type to itself.
+uint32_t addType(Program& program, Type::Kind kind, uint32_t target, uint32_t size, const std::string& name = "",
+                 const std::string& cName = "")
 {
     const uint32_t index = static_cast<uint32_t>(program.types.size());
-    if (type.resolved == kNone)
-        type.resolved = index;
-    program.types.push_back(std::move(type));
-    return index;
-}
-
-Type base(const std::string& name, uint32_t size, Type::Encoding encoding)
-{
-    Type type;
-    type.kind = Type::Kind::Base;
-    type.name = type.cName = name;
-    type.size = size;
-    type.encoding = encoding;
-    return type;
-}
-
-Type wrapping(Type::Kind kind, uint32_t target, const Program& program, const std::string& name = "")
-{
     Type type;
     type.kind = kind;
-    type.name = name;
     type.target = target;
-    type.size = program.types[target].size;
-    if (kind != Type::Kind::Pointer && kind != Type::Kind::Array)
-        type.resolved = program.types[target].resolved;
-    return type;
+    type.size = size;
+    type.name = name;
+    type.cName = cName;
+    const bool wraps = kind == Type::Kind::Typedef || kind == Type::Kind::Const || kind == Type::Kind::Volatile;
+    type.resolved = wraps ? program.types[target].resolved : index;
+    program.types.push_back(std::move(type));
+    return index;
 }
 
 uint32_t addVariable(Program& program, Variable variable)
@@ -172,64 +158,37 @@ Program sampleAvrProgram()
 
     // Types: the typedef chain byte_t -> u8 -> unsigned char, a structure with bit fields and an
     // enumeration, arrays of one and two dimensions, a pointer to a function, a pointer into flash and a const union.
-    const uint32_t uchar = addType(program, base("unsigned char", 1, Type::Encoding::UnsignedChar));
-    const uint32_t sint = addType(program, base("int", 2, Type::Encoding::Signed));
-    const uint32_t volatileUchar = addType(program, wrapping(Type::Kind::Volatile, uchar, program));
-    const uint32_t u8 = addType(program, wrapping(Type::Kind::Typedef, uchar, program, "u8"));
-    const uint32_t byteT = addType(program, wrapping(Type::Kind::Typedef, u8, program, "byte_t"));
-    Type mode;
-    mode.kind = Type::Kind::Enumeration;
-    mode.name = "mode";
-    mode.cName = "enum mode";
-    mode.size = 1;
-    mode.enumerators = {{"IDLE", 0}, {"RUN", 1}, {"STOPPED", -1}};
-    const uint32_t modeType = addType(program, mode);
-    Type status;
-    status.kind = Type::Kind::Structure;
-    status.name = "status";
-    status.cName = "struct status";
-    status.size = 4;
-    status.members = {{"state", modeType, 0, 0, 0},
-                      {"ready", uchar, 1, 1, 0},
-                      {"level", uchar, 1, 3, 1},
-                      {"count", sint, 2, 0, 0}};
-    const uint32_t statusType = addType(program, status);
-    Type table = wrapping(Type::Kind::Array, sint, program);
-    table.dimensions = {4};
-    table.size = 8;
-    const uint32_t tableType = addType(program, table);
-    Type grid = wrapping(Type::Kind::Array, uchar, program);
-    grid.dimensions = {2, 3};
-    grid.size = 6;
-    const uint32_t gridType = addType(program, grid);
-    Type scaleFn;
-    scaleFn.kind = Type::Kind::Function;
-    scaleFn.target = sint;
-    scaleFn.parameters = {sint};
-    const uint32_t scaleType = addType(program, scaleFn);
-    Type handler = wrapping(Type::Kind::Pointer, scaleType, program);
-    handler.size = 2;
-    handler.pointerSpace = MemorySpace::Code;
-    const uint32_t handlerType = addType(program, handler);
-    Type bytes = wrapping(Type::Kind::Array, uchar, program);
-    bytes.dimensions = {2};
-    bytes.size = 2;
-    const uint32_t bytesType = addType(program, bytes);
-    Type word;
-    word.kind = Type::Kind::Union;
-    word.name = "word";
-    word.cName = "union word";
-    word.size = 2;
-    word.members = {{"whole", sint, 0, 0, 0}, {"bytes", bytesType, 0, 0, 0}};
-    const uint32_t wordType = addType(program, word);
-    const uint32_t constWord = addType(program, wrapping(Type::Kind::Const, wordType, program));
-    Type text = wrapping(Type::Kind::Pointer, addType(program, wrapping(Type::Kind::Const, uchar, program)), program);
-    text.size = 2;
-    text.pointerSpace = MemorySpace::Code; // a string in flash
-    const uint32_t textType = addType(program, text);
-    Type mainFn;
-    mainFn.kind = Type::Kind::Function;
-    const uint32_t mainType = addType(program, mainFn);
+    using Kind = Type::Kind;
+    std::vector<Type>& types = program.types;
+    const uint32_t uchar = addType(program, Kind::Base, kNone, 1, "unsigned char", "unsigned char");
+    types[uchar].encoding = Type::Encoding::UnsignedChar;
+    const uint32_t sint = addType(program, Kind::Base, kNone, 2, "int", "int");
+    types[sint].encoding = Type::Encoding::Signed;
+    const uint32_t volatileUchar = addType(program, Kind::Volatile, uchar, 1);
+    const uint32_t byteT = addType(program, Kind::Typedef, addType(program, Kind::Typedef, uchar, 1, "u8"), 1, "byte_t");
+    const uint32_t modeType = addType(program, Kind::Enumeration, kNone, 1, "mode", "enum mode");
+    types[modeType].enumerators = {{"IDLE", 0}, {"RUN", 1}, {"STOPPED", -1}};
+    const uint32_t statusType = addType(program, Kind::Structure, kNone, 4, "status", "struct status");
+    types[statusType].members = {{"state", modeType, 0, 0, 0},
+                                 {"ready", uchar, 1, 1, 0},
+                                 {"level", uchar, 1, 3, 1},
+                                 {"count", sint, 2, 0, 0}};
+    const uint32_t tableType = addType(program, Kind::Array, sint, 8);
+    types[tableType].dimensions = {4};
+    const uint32_t gridType = addType(program, Kind::Array, uchar, 6);
+    types[gridType].dimensions = {2, 3};
+    const uint32_t scaleType = addType(program, Kind::Function, sint, 0);
+    types[scaleType].parameters = {sint};
+    const uint32_t handlerType = addType(program, Kind::Pointer, scaleType, 2);
+    types[handlerType].pointerSpace = MemorySpace::Code;
+    const uint32_t bytesType = addType(program, Kind::Array, uchar, 2);
+    types[bytesType].dimensions = {2};
+    const uint32_t wordType = addType(program, Kind::Union, kNone, 2, "word", "union word");
+    types[wordType].members = {{"whole", sint, 0, 0, 0}, {"bytes", bytesType, 0, 0, 0}};
+    const uint32_t constWord = addType(program, Kind::Const, wordType, 2);
+    const uint32_t textType = addType(program, Kind::Pointer, addType(program, Kind::Const, uchar, 1), 2);
+    types[textType].pointerSpace = MemorySpace::Code; // a string in flash
+    const uint32_t mainType = addType(program, Kind::Function, kNone, 0);
 
     model::Module startup;
     startup.name = "cstartup";
@@ -265,10 +224,8 @@ Program sampleAvrProgram()
     };
     Variable handlerVariable = global("handler", handlerType, 2, inData(0x6F), 7);
     handlerVariable.isExternal = false;
-    Location inEeprom;
-    inEeprom.kind = Location::Kind::Address;
+    Location inEeprom = inData(sample::kEeSetting);
     inEeprom.space = MemorySpace::Eeprom;
-    inEeprom.address = sample::kEeSetting;
     program.modules[1].variables = globals;
     program.modules[1].variables.push_back(addVariable(program, handlerVariable));
     program.modules[1].variables.push_back(
@@ -310,8 +267,6 @@ Program sampleAvrProgram()
     block.variables = {addVariable(program, doubled)};
     program.blocks = {block};
     program.functions[2].blocks = {0};
-    for (Variable& variable : program.variables)
-        variable.qualifiedName = variable.qualifiedName.empty() ? variable.name : variable.qualifiedName;
 
     addRow(program, 0x00, 0x04, 0, 6, 0);
     addRow(program, 0x04, 0x08, 0, 7, 0);
