@@ -1,6 +1,6 @@
-// ubrofdump on the real files of format versions 10 and 11: the program commands print what the
-// model holds (which the model's own tests hold against the linker maps), stack use and statement
-// lines against the maps and listings, and the debugger commands of a host that opts in.
+// ubrofdump on the real files: the program commands print what the model holds (which the model's
+// own tests hold against the linker maps), and on those of format versions 10 and 11 stack use and
+// statement lines against the maps and listings, and the debugger commands of a host that opts in.
 #include "DumpRun.h"
 #include "LinkerMap.h"
 
@@ -79,7 +79,8 @@ TEST_P(NewerFileCommands, PrintTheModelsAnswerForEveryFunctionAndVariable)
 }
 
 INSTANTIATE_TEST_SUITE_P(RealFiles, NewerFileCommands,
-                         ::testing::Values("avr-mega128-board/atmega128.d90", "msp430-iotcar/Project_08.d43",
+                         ::testing::Values("avr-mobit-nmea/nmea.d90", "avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90",
+                                           "avr-mega128-board/atmega128.d90", "msp430-iotcar/Project_08.d43",
                                            "8051-cc2530-vfd/vfd.d51", "rl78-yrdk/prbRL78G13.d87",
                                            "8051-zstack-genericapp/GenericApp.d51"));
 

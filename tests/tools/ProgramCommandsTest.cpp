@@ -1,7 +1,6 @@
 // ubrofdump's program commands (addr2line, nm, size, the summary's account of the program, and
-// qualified names in lookup) on writer-built files, and held against the real files' linker map.
+// qualified names in lookup) on writer-built files.
 #include "DumpRun.h"
-#include "LinkerMap.h"
 
 #include <boost/json/parse.hpp>
 #include <gtest/gtest.h>
@@ -289,102 +288,6 @@ TEST(ProgramCommands, TheSummaryOfANewerFileShowsTheProgramAndHowTheModuleCanRea
     EXPECT_EQ(1, damaged.status);
     expectErrorDocument(damaged.out, "damaged", "cut.d90");
 }
-
-// nmea.d90 against its linker map: every function the file describes starts at its map address
-// and is as long as its segment part, addr2line names it there, and every variable lies where
-// the map puts it.
-TEST(ProgramCommandsRealFiles, AgreeWithTheLinkerMap)
-{
-    UBROF_NEED_REAL_FILES();
-    ScratchDir dir;
-    boost::filesystem::copy_file(test::realFile("avr-mobit-nmea/nmea.d90"), dir.path("nmea.d90"));
-    const json::value list = answerOf(dir, {"nm", "nmea.d90"});
-    ASSERT_TRUE(list.is_object());
-    std::map<std::string, json::object> functions, variables;
-    for (const auto& entry : list.at("NameList").as_array()) {
-        const json::object& symbol = entry.as_object();
-        if (symbol.at("Category").as_string() == "function" && symbol.at("Described").as_bool())
-            functions[std::string(symbol.at("Name").as_string())] = symbol;
-        else if (symbol.at("Category").as_string() == "variable" && symbol.at("Function").as_string().empty())
-            variables[std::string(symbol.at("Name").as_string())] = symbol;
-    }
-
-    std::map<std::string, const test::MapEntry*> entryOf;
-    std::vector<std::string> addresses{"addr2line", "nmea.d90"};
-    std::vector<std::string> named;
-    const test::LinkerMap map = test::readLinkerMap(test::realFile("avr-mobit-nmea/nmea.map"));
-    for (const test::MapEntry& entry : map.entries) {
-        entryOf[entry.name] = &entry;
-        if (!entry.isFunction || !entry.address || !functions.count(entry.name))
-            continue;
-        const json::object& function = functions[entry.name];
-        EXPECT_EQ(*entry.address, function.at("Address").to_number<uint32_t>()) << entry.name;
-        EXPECT_EQ(entry.partSize, function.at("Size").to_number<uint32_t>()) << entry.name;
-        addresses.push_back(std::to_string(*entry.address));
-        named.push_back(entry.name);
-    }
-    EXPECT_EQ(14u, named.size());
-    EXPECT_EQ(functions.size(), named.size()) << "a function the file describes is not in the map";
-    const json::value places = answerOf(dir, addresses);
-    ASSERT_TRUE(places.is_object());
-    for (size_t i = 0; i < named.size(); ++i) {
-        const json::value& symbol = places.at("Symbolized").at(i).at("Symbol").at(0);
-        EXPECT_EQ(named[i], symbol.at("FunctionName").as_string());
-        EXPECT_NE(0, symbol.at("Line").to_number<int>()) << named[i];
-    }
-
-    for (const auto& [name, variable] : variables) {
-        const auto entry = entryOf.find(name);
-        ASSERT_NE(entryOf.end(), entry) << name << " is not in the map";
-        EXPECT_EQ(entry->second->partAddress, variable.at("Address").to_number<uint32_t>()) << name;
-        EXPECT_EQ(entry->second->partSize, variable.at("Size").to_number<uint32_t>()) << name;
-    }
-    EXPECT_GT(variables.size(), 40u);
-}
-
-class OldFormatFile : public ::testing::TestWithParam<const char*> {};
-
-// In every real file below version 9: functions do not overlap, addr2line finds a line for
-// every byte of each function the file describes, and the sizes add up.
-TEST_P(OldFormatFile, FunctionsAreWhollyPlaced)
-{
-    UBROF_NEED_REAL_FILES();
-    ScratchDir dir;
-    boost::filesystem::copy_file(test::realFile(GetParam()), dir.path("program.d90"));
-    const json::value list = answerOf(dir, {"nm", "program.d90", "--functions"});
-    ASSERT_TRUE(list.is_object());
-    std::vector<std::string> addresses{"addr2line", "program.d90"};
-    std::vector<std::string> owners;
-    uint64_t previousEnd = 0;
-    for (const auto& entry : list.at("NameList").as_array()) {
-        const uint64_t address = entry.at("Address").to_number<uint64_t>();
-        const uint64_t end = address + entry.at("Size").to_number<uint64_t>();
-        EXPECT_LE(previousEnd, address) << entry.at("Name").as_string() << " overlaps the function before it";
-        previousEnd = end;
-        if (!entry.at("Described").as_bool())
-            continue;
-        for (uint64_t byte = address; byte < end; ++byte) {
-            addresses.push_back(std::to_string(byte));
-            owners.emplace_back(entry.at("Name").as_string());
-        }
-    }
-    ASSERT_GT(owners.size(), 1000u);
-    const json::value places = answerOf(dir, addresses);
-    ASSERT_TRUE(places.is_object());
-    ASSERT_EQ(owners.size(), places.at("Symbolized").as_array().size());
-    size_t withoutLine = 0;
-    for (size_t i = 0; i < owners.size(); ++i) {
-        const json::value& symbol = places.at("Symbolized").at(i).at("Symbol").at(0);
-        EXPECT_EQ(owners[i], symbol.at("FunctionName").as_string());
-        if (symbol.at("Line").to_number<int>() == 0 || symbol.at("FileName").as_string().empty())
-            ++withoutLine;
-    }
-    EXPECT_EQ(0u, withoutLine) << "of " << owners.size() << " function bytes";
-    expectSizesAddUp(dir, "program.d90");
-}
-
-INSTANTIATE_TEST_SUITE_P(ProgramCommandsRealFiles, OldFormatFile,
-                         ::testing::Values("avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90", "avr-mobit-nmea/nmea.d90"));
 
 } // namespace
 } // namespace ubrof
