@@ -207,30 +207,6 @@ TEST(UbrofdumpNumbers, HexAndDecimalReachTheModuleAsTheSameNumber)
     }
 }
 
-// One module (scope 1), no symbols, then the type table: type k is context 2 + k. A kind-47
-// record has neither name nor tag, and one record follows it.
-TEST(UbrofdumpContexts, EveryNumberOfTheTablesIsAContextNamedOrNot)
-{
-    ScratchDir dir;
-    UbrofWriter w;
-    w.begFile1().version(8).begPgm("main").typeBare(120, 47).typePointer(121, 15, 1).end().eof();
-    dir.save(w, "bare.d90");
-
-    for (const char* id : {"122", "0x7a", "123"}) {
-        const DumpResult run = ubrofdump(dir, {"context", "bare.d90", id});
-        EXPECT_EQ(0, run.status) << id << ": " << run.err;
-    }
-    const json::value bare = json::parse(ubrofdump(dir, {"--json", "context", "bare.d90", "122"}).out);
-    EXPECT_EQ("122", bare.at("Context").at("ID").as_string());
-    EXPECT_EQ("", bare.at("Context").at("Name").as_string());
-    EXPECT_EQ("other", bare.at("Context").at("ClassName").as_string());
-
-    const DumpResult past = ubrofdump(dir, {"context", "bare.d90", "124"});
-    EXPECT_EQ(3, past.status);
-    EXPECT_EQ("ubrofdump: no context 124 in bare.d90\n", past.err);
-    EXPECT_EQ(3, ubrofdump(dir, {"context", "bare.d90", "4294967298"}).status) << "not context 2 by its low bits";
-}
-
 TEST(UbrofdumpMessages, FilesThatCannotBeReadSayWhyAndKeepTheModulesReport)
 {
     ScratchDir dir;
@@ -335,7 +311,8 @@ TEST(UbrofdumpMessages, EveryRefusalIsNamedAndIsOneDocumentWithTheTextFormsStatu
         {{"scope", "sample.d90", "0x10"}, 3, "not-found", ""},
         {{"lookup", "sample.d90", "count"}, 3, "not-found", ""},
         {{"lookup", "sample.d90", "sum", "--scope", "99999"}, 3, "not-found", ""},
-        {{"context", "sample.d90", "99999"}, 3, "not-found", ""},
+        {{"context", "sample.d90", "99999"}, 3, "not-found", "no context 99999 in sample.d90\n"},
+        {{"context", "sample.d90", "4294967298"}, 3, "not-found", "no context 4294967298: context IDs go up to 2147483647"},
         {{"lines", "sample.d90", "0x300", "0x400"}, 3, "not-found", ""},
         {{"line2addr", "sample.d90", "main.c", "1"}, 3, "not-found", ""},
         {{"line2addr", "sample.d90", "nothing.c", "1"}, 3, "not-found", ""},
