@@ -215,29 +215,38 @@ TEST_P(RealElf, GdbBreaksAtEachLineWhereTheModuleSaysItsCodeIs)
     std::printf("%s: gdb breaks at the module's address for %zu of %zu lines\n", GetParam(), agreed, commands.size());
 }
 
-TEST_P(RealElf, GdbInfoScopeListsEachFunctionsLocals)
+// info scope of each function lists its locals and parameters, and info address of each global
+// gives its address in GNU's AVR windows.
+TEST_P(RealElf, GdbInfoScopeListsEachFunctionsLocalsAndInfoAddressEachGlobalsAddress)
 {
     REQUIRE_TOOL("avr-gdb");
     const std::set<std::string> shared = sharedNames();
     std::vector<std::string> commands;
-    std::vector<const model::Function*> functions;
+    std::vector<std::vector<std::string>> expected; // what each answer must hold
     for (const model::Function& function : program_.functions) {
         if (function.variables.empty() || shared.count(function.qualifiedName))
             continue;
         commands.push_back("info scope " + function.qualifiedName);
-        functions.push_back(&function);
+        expected.emplace_back();
+        for (uint32_t v : function.variables)
+            expected.back().push_back("Symbol " + program_.variables[v].name + " is ");
     }
+    const size_t scopes = commands.size();
+    for (const model::Variable& variable : program_.variables) {
+        if (variable.function != model::kNone || variable.location.kind != model::Location::Kind::Address ||
+            shared.count(variable.qualifiedName))
+            continue;
+        commands.push_back("info address " + variable.qualifiedName);
+        expected.push_back({"Symbol \"" + variable.qualifiedName + "\" is static storage at address " +
+                            hex(test::avrElfAddress(variable.location.space, variable.location.address)) + "."});
+    }
+    ASSERT_GT(commands.size(), scopes) << "no global with an address";
     const std::vector<std::string> answers = test::gdbEach(elf_, commands);
-    size_t locals = 0;
-    for (size_t i = 0; i < functions.size(); ++i)
-        for (uint32_t v : functions[i]->variables) {
-            const std::string& name = program_.variables[v].name;
-            EXPECT_NE(std::string::npos, answers[i].find("Symbol " + name + " is "))
-                << commands[i] << " leaves out " << name << "\n" << answers[i];
-            ++locals;
-        }
-    std::printf("%s: info scope of %zu functions lists their %zu locals and parameters\n", GetParam(),
-                functions.size(), locals);
+    for (size_t i = 0; i < commands.size(); ++i)
+        for (const std::string& part : expected[i])
+            EXPECT_NE(std::string::npos, answers[i].find(part)) << commands[i] << ": " << part << "\n" << answers[i];
+    std::printf("%s: info scope lists the locals of %zu functions, info address agrees for %zu globals\n", GetParam(),
+                scopes, commands.size() - scopes);
 }
 
 bool isAggregate(const model::Type& type)
@@ -308,26 +317,6 @@ TEST_P(RealElf, GdbPtypeShowsStructureMembersAtTheModelsOffsets)
         EXPECT_TRUE(std::regex_search(answers[i], total));
     }
     std::printf("%s: ptype/o of %zu aggregate variables shows their %zu members\n", GetParam(), types.size(), members);
-}
-
-TEST_P(RealElf, GdbInfoAddressGivesEachGlobalsAddress)
-{
-    REQUIRE_TOOL("avr-gdb");
-    const std::set<std::string> shared = sharedNames();
-    std::vector<std::string> commands, expected;
-    for (const model::Variable& variable : program_.variables) {
-        if (variable.function != model::kNone || variable.location.kind != model::Location::Kind::Address ||
-            shared.count(variable.qualifiedName))
-            continue;
-        commands.push_back("info address " + variable.qualifiedName);
-        expected.push_back("Symbol \"" + variable.qualifiedName + "\" is static storage at address " +
-                           hex(test::avrElfAddress(variable.location.space, variable.location.address)) + ".");
-    }
-    ASSERT_FALSE(commands.empty());
-    const std::vector<std::string> answers = test::gdbEach(elf_, commands);
-    for (size_t i = 0; i < commands.size(); ++i)
-        EXPECT_NE(std::string::npos, answers[i].find(expected[i])) << expected[i] << "\n" << answers[i];
-    std::printf("%s: info address agrees for %zu globals\n", GetParam(), commands.size());
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, RealElf, ::testing::ValuesIn(kElfFiles), [](const auto& info) {
