@@ -7,7 +7,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
-#include <fstream>
 #include <sstream>
 #include <sys/wait.h>
 #include <thread>
@@ -16,14 +15,6 @@
 namespace ubrof::test {
 
 namespace {
-
-std::string slurp(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 /// Starts argv in a process group of its own, so that stopping it stops whatever it started.
 pid_t spawn(const std::vector<std::string>& argv, const std::string& outPath, const std::string& errPath)
@@ -106,8 +97,8 @@ ToolResult runTool(const std::vector<std::string>& argv, double timeoutSeconds)
             stop(child);
         }
     }
-    result.out = slurp(outPath);
-    result.err = slurp(errPath);
+    result.out = fileText(outPath);
+    result.err = fileText(errPath);
     boost::system::error_code ignored;
     boost::filesystem::remove(outPath, ignored);
     boost::filesystem::remove(errPath, ignored);
