@@ -251,31 +251,25 @@ TEST(UbrofdumpMessages, FilesThatCannotBeReadSayWhyAndKeepTheModulesReport)
 }
 
 // Two sources of one base name in one module; only the first holds code, a statement at line 7.
-TEST(UbrofdumpMessages, SourcesAreNamedByAnyUniqueEndOfTheirPath)
+void saveRadios(const ScratchDir& dir)
 {
-    ScratchDir dir;
     UbrofWriter w;
     w.begFile1().version(8).begPgm("radio").fileRef(0, "C:\\work\\a\\radio.c").org(1, 0x100);
     w.funcBegin1("send").srcStat(7, 7).absVar({0, 0}).blockEnd().fileRef(1, "C:\\work\\b\\Radio.c").end().eof();
     dir.save(w, "radios.d90");
+}
+
+// Where the name is not unique, or the file holds no code, the refusal table below says so.
+TEST(UbrofdumpMessages, SourcesAreNamedByAnyUniqueEndOfTheirPath)
+{
+    ScratchDir dir;
+    saveRadios(dir);
 
     for (const char* name : {"a/RADIO.C", "a\\radio.c", "work/a/radio.c", "C:/work/a/radio.c"}) {
         const DumpResult run = ubrofdump(dir, {"line2addr", "radios.d90", name, "7"});
         EXPECT_EQ(0, run.status) << name << ": " << run.err;
         EXPECT_NE(std::string::npos, run.out.find("0x0100   send")) << run.out;
     }
-    const DumpResult both = ubrofdump(dir, {"line2addr", "radios.d90", "radio.c", "7"});
-    EXPECT_EQ(2, both.status);
-    EXPECT_EQ(0u, both.err.find("ubrofdump: radio.c matches 2 source files, C:\\work\\a\\radio.c and "
-                                "C:\\work\\b\\Radio.c; give more of the path\n"))
-        << both.err;
-    const DumpResult noCode = ubrofdump(dir, {"line2addr", "radios.d90", "b/radio.c", "7"});
-    EXPECT_EQ(3, noCode.status);
-    EXPECT_EQ(0u, noCode.err.find("ubrofdump: no code at line 7 of C:\\work\\b\\Radio.c; the file has no code\n"))
-        << noCode.err;
-    const DumpResult partOfAName = ubrofdump(dir, {"line2addr", "radios.d90", "dio.c", "7"});
-    EXPECT_EQ(3, partOfAName.status);
-    EXPECT_EQ(0u, partOfAName.err.find("ubrofdump: no source file matches dio.c; the closest are ")) << partOfAName.err;
 }
 
 // Every refusal, of the debugger commands and of the program commands, has its status and message,
@@ -287,8 +281,14 @@ TEST(UbrofdumpMessages, EveryRefusalIsNamedAndIsOneDocumentWithTheTextFormsStatu
     UbrofWriter cut;
     cut.begFile1().version(8).begPgm("main").org(1, 0x100).absVar({1, 2, 3, 4}).end().eof();
     dir.save(cut.prefix(cut.size() - 3), "cut.d90");
+    saveRadios(dir);
     const std::tuple<std::vector<std::string>, int, const char*, const char*> cases[] = {
         {{}, 2, "usage", ""},
+        {{"line2addr", "radios.d90", "radio.c", "7"}, 2, "usage", "radio.c matches 2 source files, C:\\work\\a\\radio.c and "
+                                                               "C:\\work\\b\\Radio.c; give more of the path\n"},
+        {{"line2addr", "radios.d90", "b/radio.c", "7"}, 3, "not-found",
+         "no code at line 7 of C:\\work\\b\\Radio.c; the file has no code\n"},
+        {{"line2addr", "radios.d90", "dio.c", "7"}, 3, "not-found", "no source file matches dio.c; the closest are "},
         {{"frobnicate", "sample.d90"}, 2, "usage", "unknown command frobnicate; the commands are summary, "},
         {{"sample.d90", "frobnicate"}, 2, "usage", "unknown command frobnicate; the commands are summary, "},
         {{"scope", "sample.d90"}, 2, "usage", ""},
