@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+
 namespace ubrof::test {
 
 using model::Family;
@@ -37,28 +39,12 @@ const std::vector<uint8_t> kCode = {
 
 Location inData(uint32_t address)
 {
-    Location location;
-    location.kind = Location::Kind::Address;
-    location.space = MemorySpace::Data;
-    location.address = address;
-    return location;
+    return {Location::Kind::Address, MemorySpace::Data, address, 0, 0, 0};
 }
 
 Location inRegisters(uint32_t first, uint32_t count)
 {
-    Location location;
-    location.kind = Location::Kind::Register;
-    location.firstRegister = first;
-    location.registerCount = count;
-    return location;
-}
-
-Location onFrame(int32_t offset)
-{
-    Location location;
-    location.kind = Location::Kind::FrameOffset;
-    location.offset = offset;
-    return location;
+    return {Location::Kind::Register, MemorySpace::Data, 0, first, count, 0};
 }
 
 /// Adds a type; typedefs and qualifiers resolve to what they wrap, every other type to itself.
@@ -115,17 +101,11 @@ Function function(const std::string& name, uint32_t module, uint32_t entry, uint
     return f;
 }
 
-void addRow(Program& program, uint32_t address, uint32_t end, uint32_t file, uint32_t line, uint32_t function,
-            bool statement = true)
+/// Line rows of {address, end, file, line, function}, each a statement unless it continues the one before it.
+void addRows(Program& program, std::initializer_list<std::array<uint32_t, 5>> rows, uint32_t continuation = kNone)
 {
-    LineRow row;
-    row.address = address;
-    row.end = end;
-    row.file = file;
-    row.line = line;
-    row.function = function;
-    row.isStatement = statement;
-    program.lines.push_back(row);
+    for (const auto& [address, end, file, line, function] : rows)
+        program.lines.push_back({address, end, file, line, 0, function, address != continuation});
 }
 
 } // namespace
@@ -238,28 +218,20 @@ Program sampleAvrProgram()
     calls.qualifiedName = "main::calls";
     program.functions[1].variables = {addVariable(program, calls)};
 
-    Variable x;
-    x.name = "x";
-    x.type = sint;
-    x.size = 2;
-    x.module = 1;
+    Variable x = global("x", sint, 2, Location{}, 19);
+    x.isExternal = false;
     x.function = 2;
+    Variable saved = x, doubled = x;
     x.isParameter = true;
     x.ranges = {{sample::kScale, sample::kScaleLine22, inRegisters(16, 2)}}; // r16:r17 until reused
-    x.file = 1;
-    x.line = 19;
-    Variable saved = x;
     saved.name = "saved";
-    saved.isParameter = false;
-    saved.ranges = {{sample::kScale + 2, sample::kBlockEnd, onFrame(0)}}; // Y+0 once the frame exists
     saved.line = 20;
-    Variable doubled = x;
+    const Location frame{Location::Kind::FrameOffset, MemorySpace::Data, 0, 0, 0, 0};
+    saved.ranges = {{sample::kScale + 2, sample::kBlockEnd, frame}}; // Y+0 once the frame exists
     doubled.name = "doubled";
-    doubled.isParameter = false;
-    doubled.block = 0;
-    doubled.ranges.clear();
-    doubled.location = inRegisters(24, 2);
     doubled.line = 21;
+    doubled.block = 0;
+    doubled.location = inRegisters(24, 2);
     program.functions[2].variables = {addVariable(program, x), addVariable(program, saved)};
     model::Block block;
     block.low = sample::kBlock;
@@ -268,18 +240,13 @@ Program sampleAvrProgram()
     program.blocks = {block};
     program.functions[2].blocks = {0};
 
-    addRow(program, 0x00, 0x04, 0, 6, 0);
-    addRow(program, 0x04, 0x08, 0, 7, 0);
-    addRow(program, 0x08, 0x0C, 0, 8, 0);
-    addRow(program, 0x0C, 0x0E, 0, 9, 0);
-    addRow(program, sample::kMain, sample::kMainLine11, 1, 10, 1);
-    addRow(program, sample::kMainLine11, 0x1E, 1, 11, 1);
-    addRow(program, 0x1E, 0x26, 1, 11, 1, false);
-    addRow(program, 0x26, sample::kScale, 1, 12, 1);
-    addRow(program, sample::kScale, sample::kScaleLine21, 1, 20, 2);
-    addRow(program, sample::kScaleLine21, sample::kScaleLine22, 1, 21, 2);
-    addRow(program, sample::kScaleLine22, 0x3C, 1, 22, 2);
-    addRow(program, 0x3C, sample::kCodeEnd, 1, 23, 2);
+    addRows(program,
+            {{0x00, 0x04, 0, 6, 0}, {0x04, 0x08, 0, 7, 0}, {0x08, 0x0C, 0, 8, 0}, {0x0C, 0x0E, 0, 9, 0},
+             {sample::kMain, sample::kMainLine11, 1, 10, 1}, {sample::kMainLine11, 0x1E, 1, 11, 1}, {0x1E, 0x26, 1, 11, 1},
+             {0x26, sample::kScale, 1, 12, 1}, {sample::kScale, sample::kScaleLine21, 1, 20, 2},
+             {sample::kScaleLine21, sample::kScaleLine22, 1, 21, 2}, {sample::kScaleLine22, 0x3C, 1, 22, 2},
+             {0x3C, sample::kCodeEnd, 1, 23, 2}},
+            0x1E);
     return program;
 }
 
@@ -300,7 +267,7 @@ Program tinyProgram(Family family, const std::string& processor)
     module.files = {0};
     program.modules = {module};
     program.functions = {function("tiny", 0, 0x100, 0x104, kNone, true, 0, 2)};
-    addRow(program, 0x100, 0x104, 0, 3, 0);
+    addRows(program, {{0x100, 0x104, 0, 3, 0}});
     return program;
 }
 
