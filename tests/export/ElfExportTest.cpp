@@ -106,9 +106,10 @@ TEST(ElfExport, OtherFamiliesGetTheirMachineCodesAndKeepTheirAddresses)
         model::Family family;
         std::string processor, core, machine, flags, dataAt;
     };
-    const std::vector<Case> cases = {
-        {model::Family::Msp430, "MSP430F5529", "430X", "Texas Instruments msp430 microcontroller", "0x2d", "00000200"},
-        {model::Family::Msp430, "MSP430G2553", "430", "Texas Instruments msp430 microcontroller", "0xb", "00000200"},
+    const std::string msp430 = "Texas Instruments msp430 microcontroller";
+    const Case cases[] = {
+        {model::Family::Msp430, "MSP430F5529", "430X", msp430, "0x2d", "00000200"},
+        {model::Family::Msp430, "MSP430G2553", "430", msp430, "0xb", "00000200"},
         {model::Family::Rl78, "R5F100LE", "rl78_1", "Renesas RL78", "0x8", "00000200"},
         {model::Family::I8051, "CC2530F256", "plain", "Intel 8051 and variants", "0x0", "01000200"},
     };
