@@ -203,28 +203,5 @@ TEST(ExportCommand, SaysWhatIsWrongWithTheCommandLine)
     EXPECT_FALSE(fs::exists(out));
 }
 
-TEST(ExportCommand, ExplainsAFileItCannotRead)
-{
-    ScratchDir dir;
-    const std::string out = dir.path("out.hex");
-    const std::string cut = dir.save(program("ATmega16").prefix(40), "cut.d90");
-    const std::string other = dir.save(std::vector<uint8_t>{'E', 'L', 'F', 0}, "other.d90");
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {dir.path("none.d90"), "no-such-file"}, {other, "not-ubrof"}, {cut, "damaged"}, {dir.dir(), "is-directory"}};
-    for (const auto& [file, code] : cases) {
-        const Outcome run = ubrofdump({"--json", "export", file, "--format", "ihex", "-o", out});
-        EXPECT_EQ(1, run.status) << file;
-        const json::value document = json::parse(run.out);
-        const json::object& error = document.at("Error").as_object();
-        EXPECT_EQ(code, error.at("Code").as_string()) << file;
-        EXPECT_FALSE(error.contains("Module")) << "the module was not asked";
-    }
-    const Outcome run = ubrofdump({"export", cut, "--format", "ihex", "-o", out});
-    EXPECT_EQ("ubrofdump: " + cut + " begins as a UBROF file but could not be read to its end: it is cut short or "
-              "damaged (Error: Unexpected end of file in tag 0xC9 (t_key_value) at offset 12 (format version 8)); link the program again\n",
-              run.err);
-    EXPECT_FALSE(fs::exists(out));
-}
-
 } // namespace
 } // namespace ubrof

@@ -282,6 +282,8 @@ TEST(UbrofdumpMessages, EveryRefusalIsNamedAndIsOneDocumentWithTheTextFormsStatu
     cut.begFile1().version(8).begPgm("main").org(1, 0x100).absVar({1, 2, 3, 4}).end().eof();
     dir.save(cut.prefix(cut.size() - 3), "cut.d90");
     saveRadios(dir);
+    std::ofstream(dir.path("notes.txt")) << "not an object file\n";
+    boost::filesystem::create_directory(dir.path("folder"));
     const std::tuple<std::vector<std::string>, int, const char*, const char*> cases[] = {
         {{}, 2, "usage", ""},
         {{"line2addr", "radios.d90", "radio.c", "7"}, 2, "usage", "radio.c matches 2 source files, C:\\work\\a\\radio.c and "
@@ -321,7 +323,11 @@ TEST(UbrofdumpMessages, EveryRefusalIsNamedAndIsOneDocumentWithTheTextFormsStatu
         {{"nm", "sample.d90", "lcd_init*", "--variables"}, 3, "not-found", "no variable with an address matches lcd_init*"},
         {{"summary", "missing.d90"}, 1, "no-such-file", "there is no file missing.d90"},
         {{"nm", "missing.d90"}, 1, "no-such-file", "there is no file missing.d90"},
-        {{"size", "cut.d90"}, 1, "damaged", "cut.d90 begins as a UBROF file but could not be read to its end"},
+        {{"size", "cut.d90"}, 1, "damaged", "cut.d90 begins as a UBROF file but could not be read to its end: it is cut "
+                                            "short or damaged (Error: Unexpected end of file at offset 39, where a tag "
+                                            "should begin (format version 8)); link the program again\n"},
+        {{"nm", "folder"}, 1, "is-directory", "folder is a directory; give the path of a UBROF file in it"},
+        {{"nm", "notes.txt"}, 1, "not-ubrof", "notes.txt is not a UBROF file: it begins with the byte 0x6E"},
         {{"summary", "sample.d90", "--plugin", "/nonexistent/module"}, 4, "no-module", ""},
     };
     for (const auto& [args, status, code, message] : cases)
