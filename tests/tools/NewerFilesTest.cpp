@@ -1,6 +1,6 @@
 // ubrofdump on the real files: the program commands print what the model holds (which the model's
-// own tests hold against the linker maps), and on those of format versions 10 and 11 stack use and
-// statement lines against the maps and listings, and the debugger commands of a host that opts in.
+// own tests hold against the linker maps, stack use included), and on atmega128.d90 statement lines
+// against its listings and the debugger commands of a host that opts in.
 #include "DumpRun.h"
 #include "LinkerMap.h"
 
@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <map>
 #include <sstream>
 #include <tuple>
 
@@ -83,41 +82,6 @@ INSTANTIATE_TEST_SUITE_P(RealFiles, NewerFileCommands,
                                            "avr-mega128-board/atmega128.d90", "msp430-iotcar/Project_08.d43",
                                            "8051-cc2530-vfd/vfd.d51", "rl78-yrdk/prbRL78G13.d87",
                                            "8051-zstack-genericapp/GenericApp.d51"));
-
-// size --stack gives the figures of the linker maps: the two a map gives for a segment
-// ("CSTACK = 4 ( 10 )") add up to the file's. Of a function the map gives figures for, it lists
-// no others; the file also records some the map leaves out (atmega128's __exit and __DebugBreak).
-TEST(NewerRealFiles, StackUseIsWhatTheMapsSay)
-{
-    UBROF_NEED_REAL_FILES();
-    ScratchDir dir;
-    for (const auto& [program, mapFile] : {std::make_pair("avr-mega128-board/atmega128.d90", "avr-mega128-board/atmega128.map"),
-                                           std::make_pair("8051-cc2530-vfd/vfd.d51", "8051-cc2530-vfd/vfd.map")}) {
-        std::map<std::pair<std::string, std::string>, std::map<std::string, uint32_t>> mapped; // module, function
-        for (const test::MapEntry& entry : test::readLinkerMap(test::realFile(mapFile)).entries)
-            for (const test::MapEntry::Stack& use : entry.stack)
-                if (use.first + use.second != 0)
-                    mapped[{entry.module, entry.name}][use.segment] = use.first + use.second;
-        const json::value sizes = answerOf(dir, {"size", test::realFile(program), "--stack"});
-        ASSERT_TRUE(sizes.is_object());
-        std::map<std::pair<std::string, std::string>, std::map<std::string, uint32_t>> listed;
-        for (const auto& use : sizes.at("Sizes").at("Stack").as_array())
-            listed[{std::string(use.at("Module").as_string()), std::string(use.at("Name").as_string())}]
-                  [std::string(use.at("Segment").as_string())] = use.at("Bytes").to_number<uint32_t>();
-        size_t unmapped = 0;
-        for (const auto& [function, figures] : listed) {
-            const auto inMap = mapped.find(function);
-            unmapped += inMap == mapped.end();
-            if (inMap != mapped.end()) {
-                EXPECT_EQ(inMap->second, figures) << function.second;
-            }
-        }
-        for (const auto& [function, figures] : mapped)
-            EXPECT_TRUE(listed.count(function)) << function.second << " has stack figures in the map";
-        std::printf("%s: the stack figures of %zu functions as the map gives them; %zu more the map gives none for\n",
-                    program, mapped.size(), unmapped);
-    }
-}
 
 // At the address of each statement of atmega128.d90's compiler listings, addr2line gives the
 // listing's line (for loops' increments sit on the for line, where the listing prints them under
