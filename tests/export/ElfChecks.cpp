@@ -179,40 +179,17 @@ void expectCleanDebugInformation(const std::string& elf)
     EXPECT_EQ(std::string::npos, (verify.out + verify.err).find("warning:")) << verify.out << verify.err;
 }
 
-namespace {
-
-ToolResult runGdb(const std::string& elf, const std::vector<std::string>& commands)
-{
-    std::vector<std::string> argv = {"avr-gdb", "-batch", "-nx"};
-    for (const std::string& command : commands) {
-        argv.push_back("-ex");
-        argv.push_back(command);
-    }
-    argv.push_back(elf);
-    ToolResult result = runTool(argv, 300);
-    EXPECT_EQ(0, result.status) << result.err;
-    return result;
-}
-
-} // namespace
-
-std::string gdbBatch(const std::string& elf, const std::vector<std::string>& commands)
-{
-    const ToolResult result = runGdb(elf, commands);
-    return result.out + result.err;
-}
-
 std::vector<std::string> gdbEach(const std::string& elf, const std::vector<std::string>& commands)
 {
     // gdb goes on after a command fails and says why on standard error, so a failing command
     // leaves an empty answer, which the expectations on it catch.
     static const std::string kMarker = "@@ubrof-next-command@@";
-    std::vector<std::string> marked;
-    for (const std::string& command : commands) {
-        marked.push_back(command);
-        marked.push_back("echo " + kMarker + "\\n");
-    }
-    const ToolResult result = runGdb(elf, marked);
+    std::vector<std::string> argv = {"avr-gdb", "-batch", "-nx"};
+    for (const std::string& command : commands)
+        argv.insert(argv.end(), {"-ex", command, "-ex", "echo " + kMarker + "\\n"});
+    argv.push_back(elf);
+    const ToolResult result = runTool(argv, 300);
+    EXPECT_EQ(0, result.status) << result.err;
     std::vector<std::string> answers;
     size_t at = 0;
     for (size_t next; (next = result.out.find(kMarker + "\n", at)) != std::string::npos; at = next + kMarker.size() + 1)

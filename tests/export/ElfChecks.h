@@ -32,10 +32,7 @@ size_t expectAddr2lineAgrees(const model::Program& program, const std::string& e
 /// no error.
 void expectCleanDebugInformation(const std::string& elf);
 
-/// avr-gdb -batch's output (standard output, then error) for the commands run on the ELF file.
-std::string gdbBatch(const std::string& elf, const std::vector<std::string>& commands);
-
-/// The same, with each command's output apart: a marker is echoed between them.
+/// avr-gdb -batch's standard output for each command run on the ELF file: a marker is echoed between them.
 std::vector<std::string> gdbEach(const std::string& elf, const std::vector<std::string>& commands);
 
 } // namespace ubrof::test

@@ -15,11 +15,14 @@ TEST_F(GdbTest, ReadsTheSampleAsTheModelGivesIt)
 {
     REQUIRE_TOOL("avr-gdb");
     // Breakpoints on lines that do not start a function: there gdb would step over a prologue.
-    const std::string out = test::gdbBatch(
-        elf_, {"break main.c:11", "break main.c:21", "break main.c:22", "break main.c:23", "info scope main.c:21",
-               "info scope main", "ptype/o status", "info address counter", "info address ee_setting", "print table",
-               "ptype handler", "print handler", "whatis level_byte", "ptype level_byte", "ptype grid", "ptype current",
-               "whatis counter", "ptype split", "ptype message"});
+    const std::vector<std::string> commands = {
+        "break main.c:11", "break main.c:21", "break main.c:22", "break main.c:23", "info scope main.c:21",
+        "info scope main", "ptype/o status", "info address counter", "info address ee_setting", "print table",
+        "ptype handler", "print handler", "whatis level_byte", "ptype level_byte", "ptype grid", "ptype current",
+        "whatis counter", "ptype split", "ptype message"};
+    std::string out;
+    for (const std::string& answer : test::gdbEach(elf_, commands))
+        out += answer;
     for (const char* expected :
          {" at 0x18: file C:/work/app/main.c, line 11.", " at 0x2e: file C:/work/app/main.c, line 21.",
           " at 0x34: file C:/work/app/main.c, line 22.", " at 0x3c: file C:/work/app/main.c, line 23.",
