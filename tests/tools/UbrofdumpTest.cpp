@@ -267,7 +267,8 @@ TEST(UbrofdumpMessages, SourcesAreNamedByAnyUniqueEndOfTheirPath)
 }
 
 // Every refusal, of the debugger commands and of the program commands, has its status and message,
-// and with --json is one error document with the text form's status.
+// and with --json is one error document with the text form's status. (The golden files hold the
+// whole output of the sample's not-found cases.)
 TEST(UbrofdumpMessages, EveryRefusalIsNamedAndIsOneDocumentWithTheTextFormsStatus)
 {
     ScratchDir dir;
@@ -305,12 +306,8 @@ TEST(UbrofdumpMessages, EveryRefusalIsNamedAndIsOneDocumentWithTheTextFormsStatu
         {{"addr2line", "sample.d90"}, 2, "usage", "wrong number of arguments for addr2line"},
         {{"addr2line", "sample.d90", "80h"}, 2, "usage", "not a number for ADDR: 80h"},
         {{"addr2line", "sample.d90", "0x100000000"}, 2, "usage", "ADDR out of range"},
-        {{"scope", "sample.d90", "0x10"}, 3, "not-found", ""},
-        {{"lookup", "sample.d90", "count"}, 3, "not-found", ""},
         {{"lookup", "sample.d90", "sum", "--scope", "99999"}, 3, "not-found", ""},
-        {{"context", "sample.d90", "99999"}, 3, "not-found", "no context 99999 in sample.d90\n"},
         {{"context", "sample.d90", "4294967298"}, 3, "not-found", "no context 4294967298: context IDs go up to 2147483647"},
-        {{"lines", "sample.d90", "0x300", "0x400"}, 3, "not-found", ""},
         {{"line2addr", "sample.d90", "main.c", "1"}, 3, "not-found", ""},
         {{"line2addr", "sample.d90", "nothing.c", "1"}, 3, "not-found", ""},
         {{"addr2line", "sample.d90", "mian"}, 3, "not-found", "mian is neither an address nor a function"},
