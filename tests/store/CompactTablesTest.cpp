@@ -126,12 +126,9 @@ TEST(CompactTables, PooledListsAndFileTablesAnswerAsVectors)
     BlockTree tree;
     std::vector<std::vector<uint32_t>> symbols, children;
     std::vector<std::vector<uint32_t>> files; // a module's table, as long as its highest reference
-    for (uint32_t i = 0; i < 300; ++i) {
+    for (uint32_t i = 0; i < 300; ++i)
         tree.blocks.emplace_back();
-        symbols.emplace_back();
-        children.emplace_back();
-        files.emplace_back();
-    }
+    symbols.resize(300), children.resize(300), files.resize(300);
     for (int step = 0; step < 40000; ++step) {
         const uint32_t block = below(random, 300), value = static_cast<uint32_t>(random());
         switch (below(random, 3)) {
@@ -275,10 +272,13 @@ std::unique_ptr<TarnUbrofParser> parsedRandomProgram(Random& random)
     return store;
 }
 
-TEST(CompactTables, CodeAreasAnswerAsTheTableOfHostValues)
+// Code areas against the table of host values, statement lines against the plain walk over the
+// file's ranges, and name lookups against the plain walk over the modules, on one random file.
+TEST(CompactTables, CodeAreasLinesAndNameIndexesAnswerAsThePlainStructures)
 {
     Random random(13);
     for (int round = 0; round < 60; ++round) {
+        SCOPED_TRACE(round);
         const auto parsed = parsedRandomProgram(random);
         const TarnUbrofParser& store = *parsed;
         const std::vector<tarn::CodeArea> plain = plainCodeAreas(store);
@@ -286,7 +286,7 @@ TEST(CompactTables, CodeAreasAnswerAsTheTableOfHostValues)
         std::vector<tarn::CodeArea> built;
         for (size_t i = 0; i < plain.size(); ++i)
             built.push_back(store.codeArea(i));
-        ASSERT_EQ(fields(plain), fields(built)) << "round " << round;
+        ASSERT_EQ(fields(plain), fields(built));
         // One list for every query, as a caller asking window after window keeps it.
         std::vector<tarn::CodeArea> out;
         for (int query = 0; query < 200; ++query) {
@@ -296,57 +296,41 @@ TEST(CompactTables, CodeAreasAnswerAsTheTableOfHostValues)
             store.getCodeAreasInRange(status, start, end, out);
             ASSERT_EQ(fields(plainRange(plain, start, end)), fields(out)) << start << " " << end;
         }
-    }
-}
 
-TEST(CompactTables, StatementLinesAnswerAsThePlainWalkOverRanges)
-{
-    Random random(19);
-    for (int round = 0; round < 40; ++round) {
-        const auto parsed = parsedRandomProgram(random);
-        const TarnUbrofParser& store = *parsed;
         for (const SourceFileRecord& file : store.sourceFileTable) {
             for (uint32_t line = 0; line < 310; ++line) {
                 // The first statement of the first range in order that covers the line.
-                uint64_t plain = UINT64_MAX;
+                uint64_t first = UINT64_MAX;
                 for (uint32_t r : file.lineRanges) {
                     const FileLineRange& range = store.fileLineRanges[r];
-                    if (range.lineRecordCount == 0 || range.maxLine < int32_t(line) || plain != UINT64_MAX)
+                    if (range.maxLine < int32_t(line))
                         continue;
                     for (uint32_t i = range.firstLineRecord; i < range.firstLineRecord + range.lineRecordCount; ++i) {
                         const LineRecord record = store.lineTable[i];
-                        if (record.line <= line && record.line + record.lineSpan >= line && plain == UINT64_MAX)
-                            plain = record.address;
+                        if (record.line <= line && record.line + record.lineSpan >= line && first == UINT64_MAX)
+                            first = record.address;
                     }
                 }
                 uint64_t address = UINT64_MAX;
                 const int16_t result = store.findStatementAddress(file.name, line, 0, &address);
-                ASSERT_EQ(plain == UINT64_MAX ? -1 : 0, result) << file.name << ":" << line;
-                ASSERT_EQ(plain, address) << file.name << ":" << line;
+                ASSERT_EQ(std::make_pair(first == UINT64_MAX ? -1 : 0, first), std::make_pair(int(result), address))
+                    << file.name << ":" << line;
             }
         }
-    }
-}
 
-TEST(CompactTables, NameIndexesAnswerAsThePlainWalkOverModules)
-{
-    Random random(17);
-    for (int round = 0; round < 60; ++round) {
-        const auto parsed = parsedRandomProgram(random);
-        const TarnUbrofParser& store = *parsed;
         const std::vector<uint32_t>& roots = store.blockTree.roots;
         for (const std::string name : {"shared", "grouped", "g0", "g3", "x", "y", "common", "f1_0", "none"}) {
             for (int32_t scope = -1; scope < int32_t(store.blockTree.blocks.size()); ++scope) {
                 // Out from the scope, then every module but the one the walk ended in.
-                int32_t plain = -1, walkEnd = -1;
-                for (int32_t s = scope; s >= 0 && plain < 0; s = store.blockTree.blocks[size_t(s)].parent) {
-                    plain = store.findSymbolInScope(s, name);
+                int32_t symbol = -1, walkEnd = -1;
+                for (int32_t s = scope; s >= 0 && symbol < 0; s = store.blockTree.blocks[size_t(s)].parent) {
+                    symbol = store.findSymbolInScope(s, name);
                     walkEnd = s;
                 }
-                for (size_t m = 0; m < roots.size() && plain < 0; ++m)
+                for (size_t m = 0; m < roots.size() && symbol < 0; ++m)
                     if (int32_t(roots[m]) != walkEnd)
-                        plain = store.findSymbolInScope(int32_t(roots[m]), name);
-                ASSERT_EQ(plain, store.lookupName(scope, name, nullptr)) << name << " from " << scope;
+                        symbol = store.findSymbolInScope(int32_t(roots[m]), name);
+                ASSERT_EQ(symbol, store.lookupName(scope, name, nullptr)) << name << " from " << scope;
             }
             int32_t function = -1;
             for (size_t m = 0; m < roots.size() && function < 0; ++m)
