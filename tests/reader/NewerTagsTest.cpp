@@ -111,32 +111,15 @@ TEST_F(NewerTags, KeepWhatTheStoreHasNoPlaceForInTheFacts)
               std::make_tuple(facts.moduleSources[0].files, facts.moduleSources[0].lineCounts,
                               facts.moduleSources[0].spans.size()));
 
-    // Positions, stack use and sizes describe what was defined just before them.
-    ASSERT_EQ(1u, facts.symbolSources.size());
-    EXPECT_EQ(std::make_tuple(0u, 0u, 10u, uint8_t(0x30)),
-              std::make_tuple(facts.symbolSources[0].symbol, facts.symbolSources[0].file, facts.symbolSources[0].line,
-                              facts.symbolSources[0].flags[3]));
-    ASSERT_EQ(1u, facts.stackUses.size());
-    EXPECT_EQ(std::make_tuple(0u, 1u, 4u),
-              std::make_tuple(facts.stackUses[0].symbol, facts.stackUses[0].segment, facts.stackUses[0].bytes));
+    // Positions, stack use and sizes describe what was defined just before them; the program
+    // model's tests check each through the entries, lines and stack use it builds from them.
+    EXPECT_EQ((std::vector<size_t>{1, 1, 3, 1, 1}),
+              (std::vector<size_t>{facts.symbolSources.size(), facts.stackUses.size(), facts.positions.size(),
+                                   facts.functionSizes.size(), facts.functionLines.size()}));
     ASSERT_EQ(3u, facts.positions.size());
-    auto where = [&](size_t i) {
-        const auto& p = facts.positions[i];
-        return std::make_tuple(p.ofBlock, p.index, p.position.file, p.position.line, p.position.extent.lastColumn);
-    };
-    EXPECT_EQ(std::make_tuple(false, 0u, 0u, 10u, 9u), where(0));
-    EXPECT_EQ(std::make_tuple(false, 1u, 1u, 2u, 9u), where(1)); // global line 4: io.h, included at main.c 2
-    EXPECT_EQ(std::make_tuple(true, 1u, 0u, 10u, 1u), where(2));
-    ASSERT_EQ(1u, facts.functionSizes.size());
-    EXPECT_EQ(std::make_tuple(0u, 0u, 0x100u, 12u),
-              std::make_tuple(facts.functionSizes[0].module, facts.functionSizes[0].nameIndex,
-                              facts.functionSizes[0].address, facts.functionSizes[0].size));
-
-    ASSERT_EQ(1u, facts.functionLines.size());
-    const NewerFormatFacts::FunctionLines& main = facts.functionLines[0];
-    EXPECT_TRUE(main.understood);
-    EXPECT_EQ(std::make_tuple(0x100u, 12u, 0u, 10u), std::make_tuple(main.address, main.size, main.extent.file, main.extent.line));
-    ASSERT_EQ(4u, main.rowCount);
+    const auto& block = facts.positions[2];
+    EXPECT_EQ(std::make_tuple(true, 1u, 0u, 10u, 1u), std::make_tuple(block.ofBlock, block.index, block.position.file,
+                                                                      block.position.line, block.position.extent.lastColumn));
     std::vector<std::tuple<uint32_t, uint32_t, uint32_t, RowKind, bool, uint32_t>> rows;
     for (const StatementRow& r : facts.rows)
         rows.emplace_back(r.address, r.line, r.endLine, r.kind, r.fallsThrough, r.callee);
