@@ -79,7 +79,7 @@ TEST(MemoryImage, TheStoreAndItsSegmentsAnswerAsTheFlatImages)
             ASSERT_EQ(image.buffer.size(), images.at(memoryClass)->capacity()) << int(memoryClass);
             uint32_t low = 0, high = 0, reserved = 1;
             ASSERT_EQ(0, store.getMemoryRange(memoryClass, &low, &high, &reserved));
-            ASSERT_EQ(std::make_pair(image.low, image.high), std::make_pair(low, high));
+            ASSERT_EQ(std::make_tuple(image.low, image.high, 0u), std::make_tuple(low, high, reserved));
             for (int read = 0; read < 50; ++read) {
                 const uint32_t address = read == 0 ? 0 : random() % 0x900000;
                 const uint32_t count = read == 0 ? 0x900000 : random() % 0x3000;
