@@ -1,6 +1,6 @@
 // Each compact table of the store against the plain structure it replaced, on random records and
 // random writer-built files.
-#include "TestFiles.h"
+#include "FilledStore.h"
 
 #include "parser/TarnUbrofParser.h"
 
@@ -266,9 +266,8 @@ std::vector<std::tuple<std::string, std::string, uint64_t, uint64_t, uint64_t>> 
 // A store parsed from randomProgram.
 std::unique_ptr<TarnUbrofParser> parsedRandomProgram(Random& random)
 {
-    test::ScratchDir dir;
     auto store = std::make_unique<TarnUbrofParser>();
-    EXPECT_EQ(0, store->initialize() ? store->parseFile(dir.save(randomProgram(random))) : -1);
+    EXPECT_EQ(0, test::parseInto(*store, randomProgram(random)));
     return store;
 }
 
@@ -348,14 +347,13 @@ TEST(CompactTables, CodeAreasLinesAndNameIndexesAnswerAsThePlainStructures)
 TEST(CompactTables, NameIndexesTellNamesOfOneHashApart)
 {
     // "g78044" and "gd5a9" share their 32-bit FNV-1a hash.
-    test::ScratchDir dir;
     UbrofWriter w;
     w.begFile1().version(8);
     w.begLib("a").symbolDef({"g78044", 1, 2, 1, 6, {}}).end();
     w.begLib("b").symbolDef({"g78044", 1, 2, 2, 6, {}}).symbolDef({"gd5a9", 1, 2, 3, 6, {}}).end();
     w.begLib("c").symbolDef({"gd5a9", 1, 2, 4, 6, {}}).funcBegin1("f").blockEnd().end().eof();
     TarnUbrofParser store;
-    ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
+    ASSERT_EQ(0, test::parseInto(store, w));
     const int32_t c = int32_t(store.blockTree.roots[2]);
     EXPECT_EQ(2, store.lookupName(-1, "gd5a9", nullptr));
     EXPECT_EQ(0, store.lookupName(-1, "g78044", nullptr));

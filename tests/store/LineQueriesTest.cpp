@@ -1,6 +1,5 @@
 // Source files, statement addresses and the code areas of an address range.
 #include "FilledStore.h"
-#include "TestFiles.h"
 #include "host/CoreException.h"
 
 #include <gtest/gtest.h>
@@ -32,12 +31,11 @@ Starts areasIn(const TarnUbrofParser& store, uint64_t start, uint64_t end, std::
 TEST(CodeAreas, RangesAnswerFromTheAreaAtOrBeforeTheirStart)
 {
     // A [0x100, 0x104), B [0x104, 0x10A), C [0x200, 0x202)
-    test::ScratchDir dir;
     UbrofWriter w;
     w.begFile1().version(8).begLib("m").fileRef(0, "a.c").org(1, 0x100).srcStat(1, 1).absVar({1, 2, 3, 4});
     w.srcStat(2, 2).absVar({1, 2, 3, 4, 5, 6}).org(1, 0x200).srcStat(3, 3).absVar({1, 2}).end().eof();
     TarnUbrofParser s;
-    ASSERT_EQ(0, s.initialize() ? s.parseFile(dir.save(w)) : -1);
+    ASSERT_EQ(0, test::parseInto(s, w));
     const std::string none = "No Source locations found for the address range ";
     const std::tuple<uint64_t, uint64_t, Starts, std::string> cases[] = {
         {0x104, 0x104, {0x104}, ""}, {0x106, 0x150, {0x104}, ""}, {0x50, 0x102, {0x100}, ""}, {0x201, 0x201, {0x200}, ""},
@@ -74,11 +72,10 @@ protected:
             .newFile(1).srcStat(20, 20).absVar({7, 8}).blockEnd()
             .funcBegin1("g").org(1, 0x100).newFile(0).srcStat(30, 30).absVar({9, 9}).blockEnd()
             .end().eof();
-        ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
+        ASSERT_EQ(0, test::parseInto(store, w));
     }
     void TearDown() override { tarn::FileMapper::clearSubstitutions(); }
 
-    test::ScratchDir dir;
     TarnUbrofParser store;
 };
 

@@ -1,6 +1,5 @@
 // Symbols and types by context number: locations at a pc, sizes, dimensions, bit fields and members.
 #include "FilledStore.h"
-#include "TestFiles.h"
 #include "parser/Vocabulary.h"
 
 #include <gtest/gtest.h>
@@ -87,9 +86,8 @@ TEST(SymbolLocation, AScopeAnswersOnlyThroughASymbolOfItsOwnName)
     // More symbols than scopes, so that every scope number is also a valid symbol index.
     w.symbolDef({"a", 1, 2, 0x12, 6, {}}).symbolDef({"b", 1, 2, 0x14, 6, {}}).symbolDef({"c", 1, 2, 0x16, 6, {}});
     w.end().eof();
-    test::ScratchDir dir;
     TarnUbrofParser s;
-    ASSERT_EQ(0, s.initialize() ? s.parseFile(dir.save(w)) : -1);
+    ASSERT_EQ(0, test::parseInto(s, w));
     ASSERT_EQ(5u, s.blockTree.blocks.size());
     ASSERT_EQ(FunctionBlock, s.blockTree.blocks[1].kind);
 
@@ -115,12 +113,11 @@ protected:
             .typeArray(62, 2, 8, 8).typeArray(63, 62, 32, 4).typeBitField(64, 3, 5, 1)
             .begLib("main").symbolDef(S{"p", 1, 2, 0x100, 61, {}}).symbolDef(S{"grid", 1, 2, 0x200, 63, {}})
             .symbolDef(S{"flags", 1, 2, 0x300, 64, {}}).end().eof();
-        ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
+        ASSERT_EQ(0, test::parseInto(store, w));
     }
 
     uint32_t symbol(int32_t index) const { return store.encodeContextId(SymbolContext, index); }
 
-    test::ScratchDir dir;
     TarnUbrofParser store;
 };
 
@@ -177,13 +174,12 @@ TEST_F(TypedSymbols, SizesLengthsNamesDimensionsAndBitFields)
 TEST(TypeWalks, StopWhereACycleClosesAndAnswerAsForNoType)
 {
     // A typedef of itself, and two memory qualifiers of each other, each held by a variable.
-    test::ScratchDir dir;
     UbrofWriter w;
     w.begFile1().version(8).scopedName("loop_t").typeTypedef(100, 100, 0);
     w.typeInMemory(101, 42, 255, 102).typeInMemory(102, 43, 255, 101);
     w.begLib("m").symbolDef({"a", 1, 2, 0, 100, {}}).symbolDef({"b", 1, 2, 2, 101, {}}).end().eof();
     TarnUbrofParser store;
-    ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
+    ASSERT_EQ(0, test::parseInto(store, w));
     std::string text;
     int32_t type = -1, symbol = -1, target = -1;
     uint32_t offset = 0, count = 0, mode = 0;
