@@ -44,15 +44,11 @@ std::vector<Row> rowsOf(const DecodedLineProgram& decoded)
     return rows;
 }
 
-TEST(LineProgram, ReadsTheHeaderEveryKnownFileDeclares)
+// The header every known file declares is read by every decoder test below, whose rows depend
+// on each of its fields; headers that would make the decoder misread or divide by zero are
+// refused, with the reason.
+TEST(LineProgram, RefusesHeadersThatWouldMisleadTheDecoder)
 {
-    const LineProgramHeader header = standardHeader(3);
-    EXPECT_EQ(3u, header.unit);
-    EXPECT_EQ(std::make_tuple(0, 5u, -8, 17u, -20, 41u, 14u),
-              std::make_tuple(header.lineBase, header.lineRange, header.startColumnBase, header.startColumnRange,
-                              header.endColumnBase, header.endColumnRange, header.opcodeBase));
-
-    // Headers that would make the decoder misread or divide by zero are refused, with the reason.
     UbrofWriter w;
     w.lineProgramHeader(2);
     const std::vector<uint8_t> body = bodyOf(w);

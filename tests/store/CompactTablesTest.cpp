@@ -35,10 +35,9 @@ LineRecord randomStatement(Random& random)
     return record;
 }
 
-bool same(const LineRecord& a, const LineRecord& b)
+auto fieldsOf(const LineRecord& r)
 {
-    return std::tie(a.address, a.size, a.line, a.lineSpan, a.column, a.endColumn, a.flags) ==
-           std::tie(b.address, b.size, b.line, b.lineSpan, b.column, b.endColumn, b.flags);
+    return std::make_tuple(r.address, r.size, r.line, r.lineSpan, r.column, r.endColumn, r.flags);
 }
 
 TEST(CompactTables, StatementRecordsReadBackAsAppended)
@@ -53,9 +52,8 @@ TEST(CompactTables, StatementRecordsReadBackAsAppended)
             table.push_back(plain.back());
         } else if (action < 9) {
             // The reader completes only the last statement, with the size of its code.
-            const uint32_t size = below(random, 4) == 0 ? static_cast<uint32_t>(random()) : below(random, 256);
-            plain.back().size = size;
-            table.setCodeSize(plain.size() - 1, size);
+            plain.back().size = below(random, 4) == 0 ? static_cast<uint32_t>(random()) : below(random, 256);
+            table.setCodeSize(plain.size() - 1, plain.back().size);
         } else {
             plain.pop_back();
             table.pop_back();
@@ -63,10 +61,9 @@ TEST(CompactTables, StatementRecordsReadBackAsAppended)
     }
     ASSERT_EQ(plain.size(), table.size());
     for (size_t i = 0; i < plain.size(); ++i) {
-        ASSERT_TRUE(same(plain[i], table[i])) << i;
-        ASSERT_EQ(plain[i].address, table.address(i));
-        ASSERT_EQ(plain[i].size, table.codeSize(i));
-        ASSERT_EQ(plain[i].flags, table.flags(i));
+        ASSERT_EQ(fieldsOf(plain[i]), fieldsOf(table[i])) << i;
+        ASSERT_EQ(std::make_tuple(plain[i].address, plain[i].size, plain[i].flags),
+                  std::make_tuple(table.address(i), table.codeSize(i), table.flags(i)));
     }
 }
 
@@ -115,8 +112,8 @@ TEST(CompactTables, NameRecordsAndTheirTextsReadBackAsAppended)
         const NameRecord read = table.records[i];
         ASSERT_EQ(std::tie(plain[i].nameKind, plain[i].scopeKind, plain[i].text, plain[i].number, plain[i].parent),
                   std::tie(read.nameKind, read.scopeKind, read.text, read.number, read.parent));
-        ASSERT_EQ(plain[i].parent, table.records.parent(i));
-        ASSERT_EQ(plain[i].scopeKind, table.records.scopeKind(i));
+        ASSERT_EQ(std::make_pair(plain[i].parent, plain[i].scopeKind),
+                  std::make_pair(table.records.parent(i), table.records.scopeKind(i)));
     }
 }
 
