@@ -25,17 +25,13 @@ TEST(SymbolLocation, EachStorageKindAndTheRegisterCodes)
     auto of = [&](uint8_t kind, uint32_t value, uint16_t space = 2) {
         return locate(t.store, t.store.encodeContextId(SymbolContext, t.symbol("v", kind, 6, value, space)));
     };
+    // Before version 2.0 of the compiler, space 3 is code memory.
     t.store.symbolTable.compilerVersion = 2.0;
-    EXPECT_EQ(Where(1, DataMemory, 0x40), of(1, 0x40, 2));
-    EXPECT_EQ(Where(1, EepromMemory, 0x40), of(4, 0x40, 3));
-    EXPECT_EQ(Where(1, CodeMemory, 0x40), of(2, 0x40, 0));
+    EXPECT_EQ((std::vector<Where>{{1, DataMemory, 0x40}, {1, EepromMemory, 0x40}, {1, CodeMemory, 0x40}}),
+              (std::vector<Where>{of(1, 0x40, 2), of(4, 0x40, 3), of(2, 0x40, 0)}));
     t.store.symbolTable.compilerVersion = 1.9;
-    EXPECT_EQ(Where(1, CodeMemory, 0x40), of(3, 0x40, 3));
-    EXPECT_EQ(Where(2, 99, 4), of(7, 4));
-    EXPECT_EQ(Where(3, 99, 5), of(9, 5));
-    EXPECT_EQ(Where(3, 99, 5), of(22, 5));
-    EXPECT_EQ(Where(4, 99, 99), of(23, 5));
-    EXPECT_EQ(Where(0, 99, 99), of(5, 5));
+    EXPECT_EQ((std::vector<Where>{{1, CodeMemory, 0x40}, {2, 99, 4}, {3, 99, 5}, {3, 99, 5}, {4, 99, 99}, {0, 99, 99}}),
+              (std::vector<Where>{of(3, 0x40, 3), of(7, 4), of(9, 5), of(22, 5), of(23, 5), of(5, 5)}));
     const std::pair<uint32_t, uint32_t> registers[] = {{31, 31}, {32, 0},  {40, 16}, {47, 30}, {48, 0},
                                                        {55, 28}, {56, 0},  {61, 20}, {62, 62}, {73, 73},
                                                        {74, 0},  {76, 16}, {77, 24}, {78, 0},  {80, 0}};
@@ -53,9 +49,6 @@ TEST(SymbolLocation, RecordsAtOrBelowPcOverrideTheSymbolsOwn)
     t.store.symbolTable.symbols[v].locationCount = 3;
     t.store.typeTable.storeType(61, {21, 0x50, 6});
     const uint32_t io = t.symbol("port", 7, 61, 3);
-    const uint32_t fn = t.symbol("f", 1, 6, 0x400, 0);
-    const int32_t f = t.scope(FunctionBlock, -1, 0x400, 0x410, "f");
-    t.store.symbolTable.symbols[fn].nameIndex = t.store.blockTree.blocks[f].nameIndex;
     const TarnUbrofParser& s = t.store;
     const uint32_t context = s.encodeContextId(SymbolContext, v);
     const Where own(1, DataMemory, 0x50), inRegister(1, RegisterMemory, 16);
@@ -63,8 +56,6 @@ TEST(SymbolLocation, RecordsAtOrBelowPcOverrideTheSymbolsOwn)
               std::vector<Where>({locate(s, context, 0xFF), locate(s, context, 0x100), locate(s, context, 0x1FF),
                                   locate(s, context, 0x200), locate(s, context, 0x300), locate(s, context)}));
     EXPECT_EQ(Where(1, IoMemory, 3), locate(s, s.encodeContextId(SymbolContext, io)));
-    // A function's scope is located through the symbol that bears its name.
-    EXPECT_EQ(Where(1, CodeMemory, 0x400), locate(s, s.encodeContextId(ScopeContext, f)));
 
     SymbolLocation location;
     EXPECT_EQ(-2, s.getSymbolLocation(context, 0, nullptr));
