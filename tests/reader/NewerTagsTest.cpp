@@ -154,23 +154,22 @@ TEST_F(NewerTags, NoteWhatTheyDoNotUnderstandAndFallBackToTheRecordsLine)
     ASSERT_EQ("", readNewer(w)) << failure;
 
     const NewerFormatFacts& facts = store->facts.newer;
+    const char* says[] = {"of f are not understood: opcode 1 at byte 16",
+                          "of g are not understood: it is a shared code fragment",
+                          "header 4, which the file does not give", "of kind 7"};
     ASSERT_EQ(4u, facts.notes.size());
-    EXPECT_NE(std::string::npos, facts.notes[0].text.find("of f are not understood: opcode 1 at byte 16"))
-        << facts.notes[0].text;
-    EXPECT_NE(std::string::npos, facts.notes[1].text.find("of g are not understood: it is a shared code fragment"))
-        << facts.notes[1].text;
-    EXPECT_NE(std::string::npos, facts.notes[2].text.find("header 4, which the file does not give"));
-    EXPECT_NE(std::string::npos, facts.notes[3].text.find("of kind 7"));
-    // Each note says where: the offset of its tag.
-    for (const auto& note : facts.notes)
-        EXPECT_EQ(uint8_t(NewerTag::t_line_program), w.bytes().at(note.offset)) << note.text;
-
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_NE(std::string::npos, facts.notes[i].text.find(says[i])) << facts.notes[i].text;
+        // Each note says where: the offset of its tag.
+        EXPECT_EQ(uint8_t(NewerTag::t_line_program), w.bytes().at(facts.notes[i].offset)) << facts.notes[i].text;
+    }
     // One row per record, at its code address, on the record's own line; none in the store.
-    ASSERT_EQ(3u, facts.rows.size());
-    for (const StatementRow& row : facts.rows)
-        EXPECT_TRUE(row.fallback);
-    EXPECT_EQ(std::make_tuple(0x200u, 0u, 10u), std::make_tuple(facts.rows[0].address, facts.rows[0].file, facts.rows[0].line));
-    EXPECT_EQ(std::make_tuple(0x300u, 0u, 13u), std::make_tuple(facts.rows[1].address, facts.rows[1].file, facts.rows[1].line));
+    std::vector<std::tuple<uint32_t, uint32_t, uint32_t, bool>> rows;
+    for (const StatementRow& r : facts.rows)
+        rows.emplace_back(r.address, r.file, r.line, r.fallback);
+    ASSERT_EQ(3u, rows.size());
+    EXPECT_EQ((decltype(rows){{0x200, 0, 10, true}, {0x300, 0, 13, true}}), decltype(rows)(rows.begin(), rows.begin() + 2));
+    EXPECT_TRUE(std::get<3>(rows[2]));
     EXPECT_TRUE(store->lineTable.empty());
     // The function's size still gives its block its code.
     EXPECT_EQ(std::make_pair(0x200u, 0x208u),
