@@ -184,13 +184,11 @@ TEST_F(NewerTags, AreReadOnlyWhenAllowedAndOnlyInTheirVersions)
         << failure;
     EXPECT_TRUE(store->moduleTable.empty());
 
-    for (uint8_t version : {9, 12}) {
-        UbrofWriter w;
-        w.begFile1().version(version).raw({0, 0, 0});
-        EXPECT_EQ(kTagProcessingError, readNewer(w.eof()));
-        EXPECT_NE(std::string::npos, failure.find(version == 9 ? "no file of that version is known" : "newer than 11"))
-            << failure;
-    }
+    // Version 9 is the facade's test, with the whole message a host sees.
+    UbrofWriter twelve;
+    twelve.begFile1().version(12).raw({0, 0, 0});
+    EXPECT_EQ(kTagProcessingError, readNewer(twelve.eof()));
+    EXPECT_NE(std::string::npos, failure.find("newer than 11")) << failure;
 
     // In a version 8 file the new tag codes are unknown tags: the skip rule, never a handler,
     // and no variable-length count.

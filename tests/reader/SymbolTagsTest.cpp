@@ -134,31 +134,5 @@ TEST_F(SymbolTags, StoresTheNameTextOfABlockItNamesItself)
     EXPECT_EQ(2, store->findFunctionByName("block3"));
 }
 
-TEST_F(SymbolTags, NestsBlocksAsDeepAsTheFileDoes)
-{
-    // 5,000 blocks, each inside the one before, with a statement in each: the tree and the scope
-    // lookups find the deepest (what such nesting costs is the resource tests' concern).
-    constexpr uint32_t kDepth = 5000;
-    UbrofWriter w = fileStart();
-    w.begLib("m").fileRef(0, "deep.c").funcBegin1("f", {symbol("top", 7)}).org(1, 0x100);
-    for (uint32_t level = 1; level < kDepth; ++level)
-        w.blockBegin1().srcStat(uint16_t(level), uint16_t(level)).absVar({0, 0});
-    // Closing and opening again at the deepest level counts once.
-    w.blockEnd().blockBegin3(0xFFFFFFFF);
-    for (uint32_t level = 0; level < kDepth; ++level)
-        w.blockEnd();
-    ASSERT_EQ("", read(w.end().eof()));
-    EXPECT_EQ(std::make_pair(size_t(kDepth + 2), 0u), std::make_pair(store->blockTree.blocks.size(), store->blockTree.openBlocks));
-
-    store->stateFlags = 3;
-    store->indexScopes();
-    const uint32_t deepest = 0x100 + 2 * (kDepth - 2);
-    EXPECT_EQ(int32_t(kDepth), store->findScopeAtAddress(deepest)); // the last t_block_begin1
-    EXPECT_EQ("block3", store->getScopeNameAtPc(0x100));
-    int32_t symbol = -1, found = -1;
-    ASSERT_EQ(0, store->lookupSymbolByName("top", store->findScopeAtAddress(deepest), 0, &symbol, &found));
-    EXPECT_EQ(std::make_pair(0, 1), std::make_pair(symbol, found));
-}
-
 } // namespace
 } // namespace ubrof::test
