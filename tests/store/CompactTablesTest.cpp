@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <random>
 
@@ -121,11 +122,10 @@ TEST(CompactTables, PooledListsAndFileTablesAnswerAsVectors)
 {
     Random random(9);
     BlockTree tree;
-    std::vector<std::vector<uint32_t>> symbols, children;
-    std::vector<std::vector<uint32_t>> files; // a module's table, as long as its highest reference
+    std::vector<std::vector<uint32_t>> symbols(300), children(300);
+    std::vector<std::map<uint32_t, uint32_t>> files(300); // a module's references and their files
     for (uint32_t i = 0; i < 300; ++i)
         tree.blocks.emplace_back();
-    symbols.resize(300), children.resize(300), files.resize(300);
     for (int step = 0; step < 40000; ++step) {
         const uint32_t block = below(random, 300), value = static_cast<uint32_t>(random());
         switch (below(random, 3)) {
@@ -141,26 +141,19 @@ TEST(CompactTables, PooledListsAndFileTablesAnswerAsVectors)
             const uint32_t reference = below(random, 4) == 0 ? below(random, 0x10000) : below(random, 8);
             const uint32_t file = below(random, 50);
             tree.setModuleFile(block, reference, file);
-            if (files[block].size() <= reference)
-                files[block].resize(reference + 1, kNoIndex);
             files[block][reference] = file;
         }
         }
     }
     for (uint32_t block = 0; block < 300; ++block) {
+        const std::map<uint32_t, uint32_t>& declared = files[block];
         ASSERT_EQ(symbols[block], tree.symbols(block));
         ASSERT_EQ(children[block], tree.children(block));
-        std::vector<std::pair<uint32_t, uint32_t>> declared;
-        for (uint32_t reference = 0; reference < files[block].size(); ++reference)
-            if (files[block][reference] != kNoIndex)
-                declared.emplace_back(reference, files[block][reference]);
-        ASSERT_EQ(declared, tree.moduleFiles(block));
-        for (uint32_t reference : {0u, 3u, 7u, 0x8000u, 0xFFFFu}) {
-            const uint32_t expected = reference < files[block].size() ? files[block][reference] : kNoIndex;
-            ASSERT_EQ(expected, tree.moduleFile(block, reference));
-        }
+        ASSERT_EQ((std::vector<std::pair<uint32_t, uint32_t>>(declared.begin(), declared.end())), tree.moduleFiles(block));
+        for (uint32_t reference : {0u, 3u, 7u, 0x8000u, 0xFFFFu})
+            ASSERT_EQ(declared.count(reference) ? declared.at(reference) : kNoIndex, tree.moduleFile(block, reference));
         for (uint32_t file = 0; file < 50; file += 7) {
-            const bool listed = std::find(files[block].begin(), files[block].end(), file) != files[block].end();
+            const bool listed = std::any_of(declared.begin(), declared.end(), [&](const auto& p) { return p.second == file; });
             ASSERT_EQ(listed, tree.moduleHasFile(block, file));
         }
     }
