@@ -110,11 +110,10 @@ TEST_F(ModuleTags, PlacesBytesBySegmentTypeAndVersion)
         image.read(address, count, out.data());
         return out;
     };
-    EXPECT_EQ((std::vector<uint8_t>{0xC1, 0xFF}), bytes(store->codeMemory, 0x10, 2));
-    EXPECT_EQ((std::vector<uint8_t>{0xC2, 0xFF}), bytes(store->codeMemory, 0x40, 2));
-    EXPECT_EQ((std::vector<uint8_t>{0xC3}), bytes(store->codeMemory, 0x50, 1));
-    EXPECT_EQ((std::vector<uint8_t>{0xD1}), bytes(store->dataMemory, 0x20, 1));
-    EXPECT_EQ((std::vector<uint8_t>{0xD2}), bytes(store->dataMemory, 0x30, 1));
+    std::vector<uint8_t> code(0x41, 0xFF), data(0x11, 0xFF);
+    code[0] = 0xC1, code[0x30] = 0xC2, code[0x40] = 0xC3, data[0] = 0xD1, data[0x10] = 0xD2;
+    EXPECT_EQ(code, bytes(store->codeMemory, 0x10, 0x41));
+    EXPECT_EQ(data, bytes(store->dataMemory, 0x20, 0x11));
     EXPECT_EQ((std::vector<uint8_t>{0xE1, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xE2, 0xE3}),
               bytes(store->eepromMemory, 0, 10));
     // The empty t_abs_var at address 0 widened nothing.

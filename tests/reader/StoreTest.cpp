@@ -16,34 +16,30 @@ TEST(Store, AnswersEachLifecycleStepWithItsCode)
     wrongStart.begFile().version(8).eof();
     const std::string wrongPath = dir.save(wrongStart, "wrong.d90");
 
+    // Before initialize() a parse reads nothing and memory answers "not parsed".
     TarnUbrofParser store;
-    EXPECT_EQ(-2, store.checkFile(""));
-    EXPECT_EQ(2, store.checkFile(dir.path("missing.d90")));
-    EXPECT_EQ(3, store.checkFile(emptyPath));
-    EXPECT_EQ(3, store.checkFile(wrongPath));
-    EXPECT_EQ(0, store.checkFile(goodPath));
-    EXPECT_EQ(-2, store.parseFile(""));
-    EXPECT_EQ(0x100, store.parseFile(goodPath));
-    EXPECT_TRUE(store.moduleTable.empty()); // nothing was read
-
     uint32_t low = 0, high = 0, reserved = 0;
     uint8_t byte = 0;
-    EXPECT_EQ(0x102, store.getMemoryRange(1, &low, &high, &reserved));
-    EXPECT_EQ(0x102, store.readMemory(1, 0, 1, &byte));
+    EXPECT_EQ((std::vector<int>{-2, 2, 3, 3, 0, -2, 0x100, 0x102, 0x102}),
+              (std::vector<int>{store.checkFile(""), store.checkFile(dir.path("missing.d90")), store.checkFile(emptyPath),
+                                store.checkFile(wrongPath), store.checkFile(goodPath), store.parseFile(""),
+                                store.parseFile(goodPath), store.getMemoryRange(1, &low, &high, &reserved),
+                                store.readMemory(1, 0, 1, &byte)}));
+    EXPECT_TRUE(store.moduleTable.empty());
 
+    // What was read before a failure stays, but the store still counts as not parsed.
     ASSERT_TRUE(store.initialize());
     EXPECT_EQ(3, store.parseFile(cutPath));
-    EXPECT_EQ(1u, store.moduleTable.size()); // what was read before the failure stays
+    EXPECT_EQ(1u, store.moduleTable.size());
     EXPECT_EQ(0x102, store.getMemoryRange(1, &low, &high, &reserved));
 
     TarnUbrofParser fresh;
     fresh.initialize();
     EXPECT_EQ(0, fresh.parseFile(goodPath));
     EXPECT_EQ(goodPath, fresh.filePath);
-    EXPECT_EQ(0x101, fresh.parseFile(goodPath));
-    EXPECT_EQ(-2, fresh.getMemoryRange(1, nullptr, &high, &reserved));
-    EXPECT_EQ(-2, fresh.getMemoryRange(1, &low, &high, nullptr));
-    EXPECT_EQ(-2, fresh.readMemory(1, 0, 1, nullptr));
+    EXPECT_EQ((std::vector<int>{0x101, -2, -2, -2}),
+              (std::vector<int>{fresh.parseFile(goodPath), fresh.getMemoryRange(1, nullptr, &high, &reserved),
+                                fresh.getMemoryRange(1, &low, &high, nullptr), fresh.readMemory(1, 0, 1, nullptr)}));
     for (uint8_t unknown : {0, 3, 8, 16, 0x20, 0x80}) {
         EXPECT_EQ(1, fresh.getMemoryRange(unknown, &low, &high, &reserved)) << int(unknown);
         EXPECT_EQ(1, fresh.readMemory(unknown, 0, 1, &byte)) << int(unknown);
