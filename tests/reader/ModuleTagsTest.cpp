@@ -26,42 +26,43 @@ TEST_F(ModuleTags, RecordsModulesWithTheirBlocks)
     EXPECT_EQ((std::array<uint8_t, 3>{6, 7, 8}), store->fileHeader.versionBytes);
     ASSERT_EQ(2u, store->moduleTable.size());
     const ModuleRecord& startup = store->moduleTable[0];
-    EXPECT_EQ("?C_STARTUP", startup.name);
-    EXPECT_EQ((std::array<uint8_t, 3>{1, 2, 3}), startup.attributes);
-    EXPECT_DOUBLE_EQ(36585.0, startup.creationDate);
-    EXPECT_EQ(0x11, startup.debugByte);
-    EXPECT_EQ(0x2233, startup.auxWord);
-    EXPECT_EQ(0x5A05, startup.versionCode);
-    EXPECT_EQ("1.5", startup.versionText.value_or("none"));
+    EXPECT_EQ(std::make_tuple(std::string("?C_STARTUP"), std::array<uint8_t, 3>{1, 2, 3}, 36585.0, 0x11, 0x2233, 0x5A05,
+                              std::string("1.5")),
+              std::make_tuple(startup.name, startup.attributes, startup.creationDate, int(startup.debugByte),
+                              int(startup.auxWord), int(startup.versionCode), startup.versionText.value_or("none")));
+    // 1900 was no leap year; the highest version text counts, not the last one.
     const ModuleRecord& main = store->moduleTable[1];
-    EXPECT_EQ(0.0, main.creationDate); // 1900 was no leap year
-    EXPECT_EQ("1.0", main.versionText.value_or("none"));
-    // The highest version text counts, not the last one.
+    EXPECT_EQ(std::make_pair(0.0, std::string("1.0")), std::make_pair(main.creationDate, main.versionText.value_or("none")));
     EXPECT_DOUBLE_EQ(2.10, store->symbolTable.compilerVersion);
 
     const BlockTree& tree = store->blockTree;
     ASSERT_EQ(2u, tree.blocks.size());
     EXPECT_EQ((std::vector<uint32_t>{0}), tree.roots);
-    EXPECT_EQ(ModuleBlock, tree.blocks[0].kind);
-    EXPECT_EQ(1, tree.blocks[0].isHidden);
-    EXPECT_EQ(0, tree.blocks[1].isHidden);
-    EXPECT_EQ(1, tree.blocks[1].moduleIndex);
-    EXPECT_EQ(-1, tree.blocks[1].nameIndex);
-    EXPECT_EQ(0, tree.blocks[1].parent);
-    EXPECT_EQ(-1, tree.current);
-    EXPECT_EQ(-1, tree.currentTopLevel);
+    EXPECT_EQ(std::make_tuple(uint32_t(ModuleBlock), 1, 0, 1, -1, 0, -1, -1),
+              std::make_tuple(tree.blocks[0].kind, int(tree.blocks[0].isHidden), int(tree.blocks[1].isHidden),
+                              int(tree.blocks[1].moduleIndex), int(tree.blocks[1].nameIndex), int(tree.blocks[1].parent),
+                              int(tree.current), int(tree.currentTopLevel)));
 }
 
-TEST_F(ModuleTags, ConvertsDatesToOleDays)
+// To OLE days and back, for showing a file's date: every date a file can carry comes back as it
+// went in, to the second, across leap days, centuries and day 0; before day 0 the time of day
+// counts backwards.
+TEST_F(ModuleTags, ConvertsDatesToOleDaysAndBack)
 {
-    double date = -7;
-    EXPECT_TRUE(toOleDate(1899, 12, 30, 0, 0, 0, date));
-    EXPECT_EQ(0.0, date);
-    EXPECT_TRUE(toOleDate(1899, 12, 29, 6, 0, 0, date));
-    EXPECT_DOUBLE_EQ(-1.25, date); // before day 0 the time of day counts backwards
-    EXPECT_TRUE(toOleDate(9999, 12, 31, 23, 59, 59, date));
-    EXPECT_DOUBLE_EQ(2958465.0 + 86399.0 / 86400.0, date);
-    date = 5;
+    const std::pair<std::array<uint32_t, 6>, double> dates[] = {
+        {{1899, 12, 30, 0, 0, 0}, 0.0},          {{1899, 12, 29, 6, 0, 0}, -1.25},
+        {{1, 1, 1, 0, 0, 0}, -693593.0},         {{1900, 2, 28, 23, 59, 59}, 60 + 86399.0 / 86400},
+        {{1900, 3, 1, 0, 0, 1}, 61 + 1.0 / 86400}, {{2000, 2, 29, 12, 30, 45}, 36585 + 45045.0 / 86400},
+        {{2011, 6, 26, 10, 22, 26}, 40720 + 37346.0 / 86400}, {{9999, 12, 31, 23, 59, 59}, 2958465.0 + 86399.0 / 86400}};
+    for (const auto& [date, expected] : dates) {
+        double days = 0;
+        ASSERT_TRUE(toOleDate(date[0], date[1], date[2], date[3], date[4], date[5], days)) << date[0];
+        EXPECT_DOUBLE_EQ(expected, days) << date[0];
+        CivilTime time;
+        ASSERT_TRUE(fromOleDate(days, time)) << days;
+        EXPECT_EQ(date, (std::array<uint32_t, 6>{time.year, time.month, time.day, time.hour, time.minute, time.second}));
+    }
+    double date = 5;
     for (auto bad : std::vector<std::array<uint32_t, 6>>{{10000, 1, 1, 0, 0, 0}, {2001, 2, 29, 0, 0, 0},
                                                          {2000, 4, 31, 0, 0, 0}, {2000, 13, 1, 0, 0, 0},
                                                          {2000, 0, 1, 0, 0, 0}, {2000, 1, 0, 0, 0, 0},
@@ -69,27 +70,9 @@ TEST_F(ModuleTags, ConvertsDatesToOleDays)
                                                          {2000, 1, 1, 0, 0, 60}})
         EXPECT_FALSE(toOleDate(bad[0], bad[1], bad[2], bad[3], bad[4], bad[5], date)) << bad[0];
     EXPECT_EQ(5.0, date);
-}
-
-// Back from OLE days to the calendar, for showing a file's date: every date a file can carry
-// comes back as it went in, to the second, across leap days, centuries and day 0.
-TEST_F(ModuleTags, ConvertsOleDaysBackToDates)
-{
-    const std::array<uint32_t, 6> dates[] = {
-        {1899, 12, 30, 0, 0, 0}, {1899, 12, 29, 6, 0, 0},   {1, 1, 1, 0, 0, 0},      {1900, 2, 28, 23, 59, 59},
-        {1900, 3, 1, 0, 0, 1},   {2000, 2, 29, 12, 30, 45}, {2011, 6, 26, 10, 22, 26}, {9999, 12, 31, 23, 59, 59}};
-    for (const auto& date : dates) {
-        double days = 0;
-        ASSERT_TRUE(toOleDate(date[0], date[1], date[2], date[3], date[4], date[5], days)) << date[0];
-        CivilTime time;
-        ASSERT_TRUE(fromOleDate(days, time)) << days;
-        EXPECT_EQ(date, (std::array<uint32_t, 6>{time.year, time.month, time.day, time.hour, time.minute, time.second}))
-            << days;
-    }
     CivilTime time;
     EXPECT_TRUE(fromOleDate(40720.99999999, time)); // rounds up into the next day
-    EXPECT_EQ(27u, time.day);
-    EXPECT_EQ(0u, time.hour);
+    EXPECT_EQ(std::make_pair(27u, 0u), std::make_pair(time.day, time.hour));
     time.year = 77;
     for (double bad : {2958466.0, -693594.5, std::nan(""), HUGE_VAL, -HUGE_VAL})
         EXPECT_FALSE(fromOleDate(bad, time)) << bad;
@@ -127,45 +110,17 @@ TEST_F(ModuleTags, PlacesBytesBySegmentTypeAndVersion)
         image.read(address, count, out.data());
         return out;
     };
-    EXPECT_EQ((std::vector<uint8_t>{0xC1, 0xFF}), bytes(store->codeMemory, 0x10, 2));
-    EXPECT_EQ((std::vector<uint8_t>{0xC2, 0xFF}), bytes(store->codeMemory, 0x40, 2));
-    EXPECT_EQ((std::vector<uint8_t>{0xC3}), bytes(store->codeMemory, 0x50, 1));
-    EXPECT_EQ((std::vector<uint8_t>{0xD1}), bytes(store->dataMemory, 0x20, 1));
-    EXPECT_EQ((std::vector<uint8_t>{0xD2}), bytes(store->dataMemory, 0x30, 1));
+    std::vector<uint8_t> code(0x41, 0xFF), data(0x11, 0xFF);
+    code[0] = 0xC1, code[0x30] = 0xC2, code[0x40] = 0xC3, data[0] = 0xD1, data[0x10] = 0xD2;
+    EXPECT_EQ(code, bytes(store->codeMemory, 0x10, 0x41));
+    EXPECT_EQ(data, bytes(store->dataMemory, 0x20, 0x11));
     EXPECT_EQ((std::vector<uint8_t>{0xE1, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xE2, 0xE3}),
               bytes(store->eepromMemory, 0, 10));
     // The empty t_abs_var at address 0 widened nothing.
-    EXPECT_EQ(0x10u, store->codeMemory.lowAddress());
-    EXPECT_EQ(0x50u, store->codeMemory.highAddress());
-    EXPECT_EQ(0x20u, store->dataMemory.lowAddress());
-    EXPECT_EQ(0x30u, store->dataMemory.highAddress());
-    EXPECT_EQ(9u, store->eepromMemory.highAddress());
-}
-
-TEST_F(ModuleTags, GrowsImagesSixteenfoldOverTheWholeAddressSpace)
-{
-    UbrofWriter w = fileStart();
-    w.org(1, 0x30000).absVar({0xAB}).eof();
-    ASSERT_EQ("", read(w));
-    EXPECT_EQ(0x200000u, store->codeMemory.capacity());
-    uint8_t out[3];
-    store->codeMemory.read(0x2FFFF, 3, out);
-    EXPECT_EQ(0xFF, out[0]);
-    EXPECT_EQ(0xAB, out[1]);
-    EXPECT_EQ(0xFF, out[2]);
-    store->codeMemory.read(0xFFFFFFFE, 2, out); // beyond the written bytes: the fill byte
-    EXPECT_EQ(0xFF, out[1]);
-
-    // The last address holds a byte; what would lie past it has no address and is dropped.
-    DMemory image(0x1000, 0);
-    const std::vector<uint8_t> bytes(0xFF, 7);
-    image.write(0xFFFFFFFF, bytes.data(), 0xFF);
-    EXPECT_EQ(uint64_t(0x1000000000), image.capacity());
-    EXPECT_EQ(std::make_pair(0xFFFFFFFFu, 0xFFFFFFFFu), std::make_pair(image.lowAddress(), image.highAddress()));
-    image.read(0xFFFFFFFE, 3, out);
-    EXPECT_EQ(std::vector<uint8_t>({0, 7, 0}), std::vector<uint8_t>(out, out + 3));
-    image.write(0x10, nullptr, 0);
-    EXPECT_EQ(std::make_pair(0x10u, 0xFFFFFFFFu), std::make_pair(image.lowAddress(), image.highAddress()));
+    EXPECT_EQ((std::vector<uint32_t>{0x10, 0x50, 0x20, 0x30, 9}),
+              (std::vector<uint32_t>{store->codeMemory.lowAddress(), store->codeMemory.highAddress(),
+                                     store->dataMemory.lowAddress(), store->dataMemory.highAddress(),
+                                     store->eepromMemory.highAddress()}));
 }
 
 } // namespace

@@ -4,6 +4,8 @@
 #include "reader/ReaderError.h"
 #include "reader/TagCodes.h"
 
+#include <functional>
+
 namespace ubrof::test {
 namespace {
 
@@ -29,56 +31,41 @@ TEST_F(ReaderCore, PassesOverUnknownTagsByTheirSkipCodes)
 
 TEST_F(ReaderCore, NamesEachFailureWithItsText)
 {
-    const std::string unknown = kUnknownTag;
-    const std::string tagError = kTagProcessingError;
-    auto failure = [this](UbrofWriter& w) { return read(w.eof()); };
-    {
-        UbrofWriter w;
-        w.begFile1().tag(0x60).version(8, 0, 0, {{0x60, 0}}); // skip information comes too late
-        EXPECT_EQ(unknown, failure(w));
-    }
-    for (uint8_t skip : {0x80, 0xC0, 0xFC}) {
-        UbrofWriter w;
-        w.begFile1().version(8, 0, 0, {{0x60, skip}}).tag(0x60);
-        EXPECT_EQ(unknown, failure(w)) << int(skip);
-    }
-    {
-        UbrofWriter w;
-        w.begFile1().version(8).tag(0x60);
-        EXPECT_EQ(unknown, failure(w));
-    }
-    {
-        UbrofWriter w;
-        w.begFile1().version(9).raw({0, 0x60, 0});
-        EXPECT_EQ(tagError, failure(w));
-    }
-    for (auto build : {+[](UbrofWriter& w) { w.funcBegin(); }, +[](UbrofWriter& w) { w.blockBegin(); },
-                       +[](UbrofWriter& w) { w.aux1("1.0", 0x5C00); },
-                       +[](UbrofWriter& w) { w.scopedNameOfForm(4); }}) {
-        UbrofWriter w = fileStart();
-        w.begLib("m");
-        build(w);
-        EXPECT_EQ(tagError, failure(w));
-    }
-    {
+    using Build = std::function<void(UbrofWriter&)>;
+    auto inModule = [](Build build) {
+        return [build](UbrofWriter& w) { build(w.begFile1().version(8).begLib("m")); };
+    };
+    const std::pair<Build, std::string> cases[] = {
+        // skip information that comes too late, skip codes that say nothing, none at all
+        {[](UbrofWriter& w) { w.begFile1().tag(0x60).version(8, 0, 0, {{0x60, 0}}); }, kUnknownTag},
+        {[](UbrofWriter& w) { w.begFile1().version(8, 0, 0, {{0x60, 0x80}}).tag(0x60); }, kUnknownTag},
+        {[](UbrofWriter& w) { w.begFile1().version(8, 0, 0, {{0x60, 0xC0}}).tag(0x60); }, kUnknownTag},
+        {[](UbrofWriter& w) { w.begFile1().version(8, 0, 0, {{0x60, 0xFC}}).tag(0x60); }, kUnknownTag},
+        {[](UbrofWriter& w) { w.begFile1().version(8).tag(0x60); }, kUnknownTag},
+        {[](UbrofWriter& w) { w.begFile1().version(9).raw({0, 0x60, 0}); }, kTagProcessingError},
+        {inModule([](UbrofWriter& w) { w.funcBegin(); }), kTagProcessingError},
+        {inModule([](UbrofWriter& w) { w.blockBegin(); }), kTagProcessingError},
+        {inModule([](UbrofWriter& w) { w.aux1("1.0", 0x5C00); }), kTagProcessingError},
+        {inModule([](UbrofWriter& w) { w.scopedNameOfForm(4); }), kTagProcessingError},
         // A 32-bit count far beyond the file is refused before anything is allocated for it.
-        UbrofWriter w = fileStart();
-        w.tag(uint8_t(Tag::t_key_value)).u32(0).u32(0xFFFFFFF0).raw({'k'});
-        EXPECT_EQ(kUnexpectedEndOfFile, failure(w));
-    }
-    {
+        {[](UbrofWriter& w) { w.begFile1().version(8).tag(uint8_t(Tag::t_key_value)).u32(0).u32(0xFFFFFFF0).raw({'k'}); },
+         kUnexpectedEndOfFile},
         // 65535 location entries announced in a t_symbol_def1, one byte there.
-        UbrofWriter w = fileStart();
-        w.begLib("m").tag(uint8_t(Tag::t_symbol_def1)).u8(1).u16(2).u32(0).text8("x").u16(0);
-        w.u16(0xFFFF).u8(0);
-        EXPECT_EQ(kUnexpectedEndOfFile, read(w));
+        {inModule([](UbrofWriter& w) {
+             w.tag(uint8_t(Tag::t_symbol_def1)).u8(1).u16(2).u32(0).text8("x").u16(0).u16(0xFFFF).u8(0);
+         }),
+         kUnexpectedEndOfFile}};
+    for (const auto& [build, text] : cases) {
+        UbrofWriter w;
+        build(w);
+        EXPECT_EQ(text, read(w.eof())) << w.size();
     }
     CParser reader(store->fileHeader, store->nameTable, store->typeTable, store->groupTable,
                    store->moduleTable, store->blockTree, store->symbolTable, store->codeMemory,
                    store->eepromMemory, store->dataMemory, store->sourceFileTable, store->lineTable,
                    store->fileIndex, store->fileLineRanges);
-    EXPECT_EQ(0, reader.parse(""));
-    EXPECT_EQ(0, reader.parse(nullptr));
+    for (const char* path : {"", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(0, reader.parse(path));
     EXPECT_EQ(0, reader.parse(dir.path("missing.d90").c_str()));
 }
 

@@ -17,39 +17,32 @@ TEST_F(SymbolTags, RecordsSymbolsNamesAndLocations)
     w.symbolDef2(3, 1, 2, 0x60, 5, {{0x200, 4, 3, 0x10}}).subDefObjAttr(0).end().eof();
     ASSERT_EQ("", read(w));
 
-    const ChunkedVector<SymbolRecord>& symbols = store->symbolTable.symbols;
-    ASSERT_EQ(3u, symbols.size());
-    EXPECT_EQ(3, symbols[0].kind);
-    EXPECT_EQ(2, symbols[0].addressSpace);
-    EXPECT_EQ(0x1234u, symbols[0].value);
-    EXPECT_EQ(7, symbols[0].typeIndex);
-    EXPECT_EQ(0u, symbols[0].locationCount);
+    // kind, space, value, type, name, first location, location count; t_symbol_def2 names
+    // through an existing record.
+    using Symbol = std::tuple<int, int, uint32_t, int, uint32_t, uint32_t, uint32_t>;
+    std::vector<Symbol> symbols;
+    for (const SymbolRecord& r : store->symbolTable.symbols)
+        symbols.emplace_back(r.kind, r.addressSpace, r.value, r.typeIndex, r.nameIndex, r.firstLocation, r.locationCount);
+    EXPECT_EQ((std::vector<Symbol>{{3, 2, 0x1234, 7, 0, 0, 0}, {6, 1, 0x20, 9, 1, 0, 2}, {1, 2, 0x60, 5, 3, 2, 1}}),
+              symbols);
     EXPECT_EQ("moving", symbolName(1));
-    EXPECT_EQ(0u, symbols[1].firstLocation);
-    EXPECT_EQ(2u, symbols[1].locationCount);
-    EXPECT_EQ(3u, symbols[2].nameIndex); // t_symbol_def2 names through an existing record
-    EXPECT_EQ(2u, symbols[2].firstLocation);
-    EXPECT_EQ(1u, symbols[2].locationCount);
     EXPECT_EQ((std::vector<uint32_t>{0, 1, 2}), store->blockTree.symbols(0));
+    using Location = std::tuple<uint32_t, int, int, uint32_t>;
+    std::vector<Location> locations;
+    for (const LocationRecord& r : store->symbolTable.locations)
+        locations.emplace_back(r.startAddress, r.kind, r.addressSpace, r.value);
+    EXPECT_EQ((std::vector<Location>{{0x100, 2, 2, 4}, {0x180, 21, 0, 0}, {0x200, 4, 3, 0x10}}), locations);
 
-    const ChunkedVector<LocationRecord>& locations = store->symbolTable.locations;
-    ASSERT_EQ(3u, locations.size());
-    EXPECT_EQ(0x180u, locations[1].startAddress);
-    EXPECT_EQ(21, locations[1].kind);
-    EXPECT_EQ(3, locations[2].addressSpace);
-    EXPECT_EQ(0x10u, locations[2].value);
-
+    // A symbol name knows its symbol; enclosing names are not prefixed; a function name borrows
+    // its reference's text.
     const NameRecords& names = store->nameTable.records;
     ASSERT_EQ(6u, names.size());
-    EXPECT_EQ(2u, names[1].nameKind);
-    EXPECT_EQ(1u, names[1].number); // a symbol name knows its symbol
-    EXPECT_EQ(-1, names[1].parent);
-    EXPECT_EQ(2, names[3].parent);
-    EXPECT_EQ("inner", store->nameTable.nameText(3)); // enclosing names are not prefixed
-    EXPECT_EQ(2u, names[4].scopeKind);
-    EXPECT_EQ(0x1234u, names[4].number);
-    EXPECT_EQ("outer", store->nameTable.nameText(4)); // a function name borrows its reference's text
-    EXPECT_EQ("block9", store->nameTable.nameText(5));
+    EXPECT_EQ(std::make_tuple(2u, 1u, -1, 2, 2u, 0x1234u),
+              std::make_tuple(names[1].nameKind, names[1].number, names[1].parent, names[3].parent, names[4].scopeKind,
+                              names[4].number));
+    const NameTable& table = store->nameTable;
+    EXPECT_EQ((std::vector<std::string>{"inner", "outer", "block9"}),
+              (std::vector<std::string>{table.nameText(3), table.nameText(4), table.nameText(5)}));
 }
 
 TEST_F(SymbolTags, AddsThePlainNameOfAMarkedRegister)
@@ -65,20 +58,19 @@ TEST_F(SymbolTags, AddsThePlainNameOfAMarkedRegister)
 
     const ChunkedVector<SymbolRecord>& symbols = store->symbolTable.symbols;
     ASSERT_EQ(9u, symbols.size());
-    EXPECT_EQ("PORTB", symbolName(1));
-    EXPECT_EQ(1, symbols[1].typeIndex);
-    EXPECT_EQ(3, symbols[1].kind); // from the last location entry
-    EXPECT_EQ(3, symbols[1].addressSpace);
-    EXPECT_EQ(0x18u, symbols[1].value);
-    EXPECT_EQ(0u, symbols[1].locationCount);
-    EXPECT_EQ(0, store->nameTable.records[symbols[1].nameIndex].parent);
-    EXPECT_EQ("PORTC", symbolName(3));
-    EXPECT_EQ(8, symbols[3].kind); // no location entries: the symbol's own fields
-    EXPECT_EQ(0x35u, symbols[3].value);
-    EXPECT_EQ("_A_PORTB", symbolName(4));
-    EXPECT_EQ("_A_PORTB", symbolName(5));
-    EXPECT_EQ("next", symbolName(6));
-    EXPECT_EQ("PORTB", symbolName(8));
+    std::vector<std::string> texts;
+    for (size_t i = 0; i < symbols.size(); ++i)
+        texts.push_back(symbolName(i));
+    EXPECT_EQ((std::vector<std::string>{"_A_PORTB", "PORTB", "_A_PORTC", "PORTC", "_A_PORTB", "_A_PORTB", "next",
+                                        "_A_PORTB", "PORTB"}),
+              texts);
+    // The twin takes kind, space and value from the last location entry, or with none the
+    // symbol's own fields; it keeps no locations, and its name hangs where the marked one does.
+    EXPECT_EQ(std::make_tuple(1, 3, 3, 0x18u, 0u, 0),
+              std::make_tuple(int(symbols[1].typeIndex), int(symbols[1].kind), int(symbols[1].addressSpace),
+                              symbols[1].value, symbols[1].locationCount,
+                              int(store->nameTable.records[symbols[1].nameIndex].parent)));
+    EXPECT_EQ(std::make_pair(8, 0x35u), std::make_pair(int(symbols[3].kind), symbols[3].value));
     EXPECT_EQ((std::vector<uint32_t>{0, 1, 2, 3, 4, 5, 6}), store->blockTree.symbols(0));
 }
 
@@ -105,12 +97,8 @@ TEST_F(SymbolTags, NestsFunctionsAndBlocksAndWidensTheirRanges)
         kinds.push_back(block.kind);
     EXPECT_EQ((std::vector<uint32_t>{2, 1, 3, 3, 3, 1, 1, 3, 3}), kinds);
     EXPECT_EQ((std::vector<uint32_t>{2, 3, 4, 5, 6, 7, 8}), tree.children(1));
-    EXPECT_EQ("f", blockName(1));
-    EXPECT_EQ("block3", blockName(2));
-    EXPECT_EQ("block4", blockName(3));
-    EXPECT_EQ("block7", blockName(4));
-    EXPECT_EQ("named", blockName(5));
-    EXPECT_EQ("named", blockName(6));
+    EXPECT_EQ((std::vector<std::string>{"f", "block3", "block4", "block7", "named", "named"}),
+              (std::vector<std::string>{blockName(1), blockName(2), blockName(3), blockName(4), blockName(5), blockName(6)}));
 
     // Locals belong to their block; "loose" came after the block ends and belongs nowhere.
     EXPECT_EQ((std::vector<uint32_t>{0, 1}), tree.symbols(1));
@@ -124,15 +112,11 @@ TEST_F(SymbolTags, NestsFunctionsAndBlocksAndWidensTheirRanges)
     EXPECT_EQ(-1, function.parent);
 
     // The inner block [0x100, 0x120) widened its function's [0x120, 0x140); empty blocks changed nothing.
-    EXPECT_EQ(0x100u, blocks[2].lowAddress);
-    EXPECT_EQ(0x120u, blocks[2].highAddress);
-    EXPECT_EQ(0xFFFFFFFFu, blocks[3].lowAddress);
-    EXPECT_EQ(0u, blocks[3].highAddress);
-    EXPECT_EQ(0x100u, blocks[1].lowAddress);
-    EXPECT_EQ(0x140u, blocks[1].highAddress);
-    EXPECT_EQ(0x140u, blocks[0].highAddress);
-    EXPECT_EQ(2u, store->lineTable.size());
-    EXPECT_EQ(-1, store->blockTree.current);
+    EXPECT_EQ((std::vector<uint32_t>{0x100, 0x120, 0xFFFFFFFF, 0, 0x100, 0x140, 0x140}),
+              (std::vector<uint32_t>{blocks[2].lowAddress, blocks[2].highAddress, blocks[3].lowAddress,
+                                     blocks[3].highAddress, blocks[1].lowAddress, blocks[1].highAddress,
+                                     blocks[0].highAddress}));
+    EXPECT_EQ(std::make_pair(size_t(2), -1), std::make_pair(store->lineTable.size(), int(store->blockTree.current)));
 }
 
 TEST_F(SymbolTags, StoresTheNameTextOfABlockItNamesItself)
@@ -148,36 +132,6 @@ TEST_F(SymbolTags, StoresTheNameTextOfABlockItNamesItself)
     EXPECT_EQ("block3", blockName(2));
     EXPECT_EQ(-1, store->findFunctionByName("block1"));
     EXPECT_EQ(2, store->findFunctionByName("block3"));
-}
-
-TEST_F(SymbolTags, NestsBlocksAsDeepAsTheFileDoes)
-{
-    // 5,000 blocks, each inside the one before, with a statement in each: the tree, the scope
-    // lookups and the store's destruction walk them without recursion.
-    constexpr uint32_t kDepth = 5000;
-    UbrofWriter w = fileStart();
-    w.begLib("m").fileRef(0, "deep.c").funcBegin1("f", {symbol("top", 7)}).org(1, 0x100);
-    for (uint32_t level = 1; level < kDepth; ++level)
-        w.blockBegin1().srcStat(uint16_t(level), uint16_t(level)).absVar({0, 0});
-    // Closing and opening again at the deepest level counts once.
-    w.blockEnd().blockBegin3(0xFFFFFFFF);
-    for (uint32_t level = 0; level < kDepth; ++level)
-        w.blockEnd();
-    const long before = peakResidentKiB();
-    ASSERT_EQ("", read(w.end().eof()));
-    EXPECT_EQ(kDepth + 2, store->blockTree.blocks.size());
-    EXPECT_EQ(0u, store->blockTree.openBlocks);
-
-    store->stateFlags = 3;
-    store->indexScopes();
-    const uint32_t deepest = 0x100 + 2 * (kDepth - 2);
-    EXPECT_EQ(int32_t(kDepth), store->findScopeAtAddress(deepest)); // the last t_block_begin1
-    EXPECT_EQ("block3", store->getScopeNameAtPc(0x100));
-    int32_t symbol = -1, found = -1;
-    ASSERT_EQ(0, store->lookupSymbolByName("top", store->findScopeAtAddress(deepest), 0, &symbol, &found));
-    EXPECT_EQ(std::make_pair(0, 1), std::make_pair(symbol, found));
-    store.reset();
-    EXPECT_LT(peakResidentKiB() - before, 32 * 1024);
 }
 
 } // namespace

@@ -1,11 +1,12 @@
 // Each compact table of the store against the plain structure it replaced, on random records and
 // random writer-built files.
-#include "TestFiles.h"
+#include "FilledStore.h"
 
 #include "parser/TarnUbrofParser.h"
 
 #include <gtest/gtest.h>
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <random>
 
@@ -35,10 +36,9 @@ LineRecord randomStatement(Random& random)
     return record;
 }
 
-bool same(const LineRecord& a, const LineRecord& b)
+auto fieldsOf(const LineRecord& r)
 {
-    return std::tie(a.address, a.size, a.line, a.lineSpan, a.column, a.endColumn, a.flags) ==
-           std::tie(b.address, b.size, b.line, b.lineSpan, b.column, b.endColumn, b.flags);
+    return std::make_tuple(r.address, r.size, r.line, r.lineSpan, r.column, r.endColumn, r.flags);
 }
 
 TEST(CompactTables, StatementRecordsReadBackAsAppended)
@@ -53,9 +53,8 @@ TEST(CompactTables, StatementRecordsReadBackAsAppended)
             table.push_back(plain.back());
         } else if (action < 9) {
             // The reader completes only the last statement, with the size of its code.
-            const uint32_t size = below(random, 4) == 0 ? static_cast<uint32_t>(random()) : below(random, 256);
-            plain.back().size = size;
-            table.setCodeSize(plain.size() - 1, size);
+            plain.back().size = below(random, 4) == 0 ? static_cast<uint32_t>(random()) : below(random, 256);
+            table.setCodeSize(plain.size() - 1, plain.back().size);
         } else {
             plain.pop_back();
             table.pop_back();
@@ -63,10 +62,9 @@ TEST(CompactTables, StatementRecordsReadBackAsAppended)
     }
     ASSERT_EQ(plain.size(), table.size());
     for (size_t i = 0; i < plain.size(); ++i) {
-        ASSERT_TRUE(same(plain[i], table[i])) << i;
-        ASSERT_EQ(plain[i].address, table.address(i));
-        ASSERT_EQ(plain[i].size, table.codeSize(i));
-        ASSERT_EQ(plain[i].flags, table.flags(i));
+        ASSERT_EQ(fieldsOf(plain[i]), fieldsOf(table[i])) << i;
+        ASSERT_EQ(std::make_tuple(plain[i].address, plain[i].size, plain[i].flags),
+                  std::make_tuple(table.address(i), table.codeSize(i), table.flags(i)));
     }
 }
 
@@ -115,8 +113,8 @@ TEST(CompactTables, NameRecordsAndTheirTextsReadBackAsAppended)
         const NameRecord read = table.records[i];
         ASSERT_EQ(std::tie(plain[i].nameKind, plain[i].scopeKind, plain[i].text, plain[i].number, plain[i].parent),
                   std::tie(read.nameKind, read.scopeKind, read.text, read.number, read.parent));
-        ASSERT_EQ(plain[i].parent, table.records.parent(i));
-        ASSERT_EQ(plain[i].scopeKind, table.records.scopeKind(i));
+        ASSERT_EQ(std::make_pair(plain[i].parent, plain[i].scopeKind),
+                  std::make_pair(table.records.parent(i), table.records.scopeKind(i)));
     }
 }
 
@@ -124,14 +122,10 @@ TEST(CompactTables, PooledListsAndFileTablesAnswerAsVectors)
 {
     Random random(9);
     BlockTree tree;
-    std::vector<std::vector<uint32_t>> symbols, children;
-    std::vector<std::vector<uint32_t>> files; // a module's table, as long as its highest reference
-    for (uint32_t i = 0; i < 300; ++i) {
+    std::vector<std::vector<uint32_t>> symbols(300), children(300);
+    std::vector<std::map<uint32_t, uint32_t>> files(300); // a module's references and their files
+    for (uint32_t i = 0; i < 300; ++i)
         tree.blocks.emplace_back();
-        symbols.emplace_back();
-        children.emplace_back();
-        files.emplace_back();
-    }
     for (int step = 0; step < 40000; ++step) {
         const uint32_t block = below(random, 300), value = static_cast<uint32_t>(random());
         switch (below(random, 3)) {
@@ -147,26 +141,19 @@ TEST(CompactTables, PooledListsAndFileTablesAnswerAsVectors)
             const uint32_t reference = below(random, 4) == 0 ? below(random, 0x10000) : below(random, 8);
             const uint32_t file = below(random, 50);
             tree.setModuleFile(block, reference, file);
-            if (files[block].size() <= reference)
-                files[block].resize(reference + 1, kNoIndex);
             files[block][reference] = file;
         }
         }
     }
     for (uint32_t block = 0; block < 300; ++block) {
+        const std::map<uint32_t, uint32_t>& declared = files[block];
         ASSERT_EQ(symbols[block], tree.symbols(block));
         ASSERT_EQ(children[block], tree.children(block));
-        std::vector<std::pair<uint32_t, uint32_t>> declared;
-        for (uint32_t reference = 0; reference < files[block].size(); ++reference)
-            if (files[block][reference] != kNoIndex)
-                declared.emplace_back(reference, files[block][reference]);
-        ASSERT_EQ(declared, tree.moduleFiles(block));
-        for (uint32_t reference : {0u, 3u, 7u, 0x8000u, 0xFFFFu}) {
-            const uint32_t expected = reference < files[block].size() ? files[block][reference] : kNoIndex;
-            ASSERT_EQ(expected, tree.moduleFile(block, reference));
-        }
+        ASSERT_EQ((std::vector<std::pair<uint32_t, uint32_t>>(declared.begin(), declared.end())), tree.moduleFiles(block));
+        for (uint32_t reference : {0u, 3u, 7u, 0x8000u, 0xFFFFu})
+            ASSERT_EQ(declared.count(reference) ? declared.at(reference) : kNoIndex, tree.moduleFile(block, reference));
         for (uint32_t file = 0; file < 50; file += 7) {
-            const bool listed = std::find(files[block].begin(), files[block].end(), file) != files[block].end();
+            const bool listed = std::any_of(declared.begin(), declared.end(), [&](const auto& p) { return p.second == file; });
             ASSERT_EQ(listed, tree.moduleHasFile(block, file));
         }
     }
@@ -269,16 +256,18 @@ std::vector<std::tuple<std::string, std::string, uint64_t, uint64_t, uint64_t>> 
 // A store parsed from randomProgram.
 std::unique_ptr<TarnUbrofParser> parsedRandomProgram(Random& random)
 {
-    test::ScratchDir dir;
     auto store = std::make_unique<TarnUbrofParser>();
-    EXPECT_EQ(0, store->initialize() ? store->parseFile(dir.save(randomProgram(random))) : -1);
+    EXPECT_EQ(0, test::parseInto(*store, randomProgram(random)));
     return store;
 }
 
-TEST(CompactTables, CodeAreasAnswerAsTheTableOfHostValues)
+// Code areas against the table of host values, statement lines against the plain walk over the
+// file's ranges, and name lookups against the plain walk over the modules, on one random file.
+TEST(CompactTables, CodeAreasLinesAndNameIndexesAnswerAsThePlainStructures)
 {
     Random random(13);
     for (int round = 0; round < 60; ++round) {
+        SCOPED_TRACE(round);
         const auto parsed = parsedRandomProgram(random);
         const TarnUbrofParser& store = *parsed;
         const std::vector<tarn::CodeArea> plain = plainCodeAreas(store);
@@ -286,7 +275,7 @@ TEST(CompactTables, CodeAreasAnswerAsTheTableOfHostValues)
         std::vector<tarn::CodeArea> built;
         for (size_t i = 0; i < plain.size(); ++i)
             built.push_back(store.codeArea(i));
-        ASSERT_EQ(fields(plain), fields(built)) << "round " << round;
+        ASSERT_EQ(fields(plain), fields(built));
         // One list for every query, as a caller asking window after window keeps it.
         std::vector<tarn::CodeArea> out;
         for (int query = 0; query < 200; ++query) {
@@ -296,57 +285,41 @@ TEST(CompactTables, CodeAreasAnswerAsTheTableOfHostValues)
             store.getCodeAreasInRange(status, start, end, out);
             ASSERT_EQ(fields(plainRange(plain, start, end)), fields(out)) << start << " " << end;
         }
-    }
-}
 
-TEST(CompactTables, StatementLinesAnswerAsThePlainWalkOverRanges)
-{
-    Random random(19);
-    for (int round = 0; round < 40; ++round) {
-        const auto parsed = parsedRandomProgram(random);
-        const TarnUbrofParser& store = *parsed;
         for (const SourceFileRecord& file : store.sourceFileTable) {
             for (uint32_t line = 0; line < 310; ++line) {
                 // The first statement of the first range in order that covers the line.
-                uint64_t plain = UINT64_MAX;
+                uint64_t first = UINT64_MAX;
                 for (uint32_t r : file.lineRanges) {
                     const FileLineRange& range = store.fileLineRanges[r];
-                    if (range.lineRecordCount == 0 || range.maxLine < int32_t(line) || plain != UINT64_MAX)
+                    if (range.maxLine < int32_t(line))
                         continue;
                     for (uint32_t i = range.firstLineRecord; i < range.firstLineRecord + range.lineRecordCount; ++i) {
                         const LineRecord record = store.lineTable[i];
-                        if (record.line <= line && record.line + record.lineSpan >= line && plain == UINT64_MAX)
-                            plain = record.address;
+                        if (record.line <= line && record.line + record.lineSpan >= line && first == UINT64_MAX)
+                            first = record.address;
                     }
                 }
                 uint64_t address = UINT64_MAX;
                 const int16_t result = store.findStatementAddress(file.name, line, 0, &address);
-                ASSERT_EQ(plain == UINT64_MAX ? -1 : 0, result) << file.name << ":" << line;
-                ASSERT_EQ(plain, address) << file.name << ":" << line;
+                ASSERT_EQ(std::make_pair(first == UINT64_MAX ? -1 : 0, first), std::make_pair(int(result), address))
+                    << file.name << ":" << line;
             }
         }
-    }
-}
 
-TEST(CompactTables, NameIndexesAnswerAsThePlainWalkOverModules)
-{
-    Random random(17);
-    for (int round = 0; round < 60; ++round) {
-        const auto parsed = parsedRandomProgram(random);
-        const TarnUbrofParser& store = *parsed;
         const std::vector<uint32_t>& roots = store.blockTree.roots;
         for (const std::string name : {"shared", "grouped", "g0", "g3", "x", "y", "common", "f1_0", "none"}) {
             for (int32_t scope = -1; scope < int32_t(store.blockTree.blocks.size()); ++scope) {
                 // Out from the scope, then every module but the one the walk ended in.
-                int32_t plain = -1, walkEnd = -1;
-                for (int32_t s = scope; s >= 0 && plain < 0; s = store.blockTree.blocks[size_t(s)].parent) {
-                    plain = store.findSymbolInScope(s, name);
+                int32_t symbol = -1, walkEnd = -1;
+                for (int32_t s = scope; s >= 0 && symbol < 0; s = store.blockTree.blocks[size_t(s)].parent) {
+                    symbol = store.findSymbolInScope(s, name);
                     walkEnd = s;
                 }
-                for (size_t m = 0; m < roots.size() && plain < 0; ++m)
+                for (size_t m = 0; m < roots.size() && symbol < 0; ++m)
                     if (int32_t(roots[m]) != walkEnd)
-                        plain = store.findSymbolInScope(int32_t(roots[m]), name);
-                ASSERT_EQ(plain, store.lookupName(scope, name, nullptr)) << name << " from " << scope;
+                        symbol = store.findSymbolInScope(int32_t(roots[m]), name);
+                ASSERT_EQ(symbol, store.lookupName(scope, name, nullptr)) << name << " from " << scope;
             }
             int32_t function = -1;
             for (size_t m = 0; m < roots.size() && function < 0; ++m)
@@ -364,14 +337,13 @@ TEST(CompactTables, NameIndexesAnswerAsThePlainWalkOverModules)
 TEST(CompactTables, NameIndexesTellNamesOfOneHashApart)
 {
     // "g78044" and "gd5a9" share their 32-bit FNV-1a hash.
-    test::ScratchDir dir;
     UbrofWriter w;
     w.begFile1().version(8);
     w.begLib("a").symbolDef({"g78044", 1, 2, 1, 6, {}}).end();
     w.begLib("b").symbolDef({"g78044", 1, 2, 2, 6, {}}).symbolDef({"gd5a9", 1, 2, 3, 6, {}}).end();
     w.begLib("c").symbolDef({"gd5a9", 1, 2, 4, 6, {}}).funcBegin1("f").blockEnd().end().eof();
     TarnUbrofParser store;
-    ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
+    ASSERT_EQ(0, test::parseInto(store, w));
     const int32_t c = int32_t(store.blockTree.roots[2]);
     EXPECT_EQ(2, store.lookupName(-1, "gd5a9", nullptr));
     EXPECT_EQ(0, store.lookupName(-1, "g78044", nullptr));

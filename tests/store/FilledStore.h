@@ -1,11 +1,21 @@
-// A store filled table by table, as a parse would leave it, for tree shapes the tags make awkward to build.
+// Stores for the query tests: one parsed from a writer-built file, or one filled table by table,
+// as a parse would leave it, for tree shapes the tags make awkward to build.
 #pragma once
+
+#include "TestFiles.h"
 
 #include "parser/TarnUbrofParser.h"
 
 #include <string>
 
 namespace ubrof::test {
+
+/// Parses the writer's file into store: 0 on success, else the store's code.
+inline int parseInto(TarnUbrofParser& store, const UbrofWriter& w)
+{
+    ScratchDir dir;
+    return store.initialize() ? store.parseFile(dir.save(w)) : -1;
+}
 
 struct FilledStore {
     TarnUbrofParser store;

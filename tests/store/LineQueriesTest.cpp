@@ -1,6 +1,5 @@
 // Source files, statement addresses and the code areas of an address range.
 #include "FilledStore.h"
-#include "TestFiles.h"
 #include "host/CoreException.h"
 
 #include <gtest/gtest.h>
@@ -32,23 +31,21 @@ Starts areasIn(const TarnUbrofParser& store, uint64_t start, uint64_t end, std::
 TEST(CodeAreas, RangesAnswerFromTheAreaAtOrBeforeTheirStart)
 {
     // A [0x100, 0x104), B [0x104, 0x10A), C [0x200, 0x202)
-    test::ScratchDir dir;
     UbrofWriter w;
     w.begFile1().version(8).begLib("m").fileRef(0, "a.c").org(1, 0x100).srcStat(1, 1).absVar({1, 2, 3, 4});
     w.srcStat(2, 2).absVar({1, 2, 3, 4, 5, 6}).org(1, 0x200).srcStat(3, 3).absVar({1, 2}).end().eof();
     TarnUbrofParser s;
-    ASSERT_EQ(0, s.initialize() ? s.parseFile(dir.save(w)) : -1);
-    EXPECT_EQ(Starts({0x104}), areasIn(s, 0x104, 0x104));
-    EXPECT_EQ(Starts({0x104}), areasIn(s, 0x106, 0x150));
-    EXPECT_EQ(Starts({0x100}), areasIn(s, 0x50, 0x102));
-    EXPECT_EQ(Starts({0x200}), areasIn(s, 0x201, 0x201));
-    EXPECT_EQ(Starts({0x104}), areasIn(s, 0x150, 0x160));
-    EXPECT_EQ(Starts({0x100, 0x104, 0x200}), areasIn(s, 0, 0x201));
-    std::string warning;
-    EXPECT_EQ(Starts(), areasIn(s, 0x50, 0x60, &warning));
-    EXPECT_EQ("No Source locations found for the address range [0x50, 0x60].", warning);
-    EXPECT_EQ(Starts(), areasIn(s, 0x201, 0x300, &warning));
-    EXPECT_EQ("No Source locations found for the address range [0x201, 0x300].", warning);
+    ASSERT_EQ(0, test::parseInto(s, w));
+    const std::string none = "No Source locations found for the address range ";
+    const std::tuple<uint64_t, uint64_t, Starts, std::string> cases[] = {
+        {0x104, 0x104, {0x104}, ""}, {0x106, 0x150, {0x104}, ""}, {0x50, 0x102, {0x100}, ""}, {0x201, 0x201, {0x200}, ""},
+        {0x150, 0x160, {0x104}, ""}, {0, 0x201, {0x100, 0x104, 0x200}, ""}, {0x50, 0x60, {}, none + "[0x50, 0x60]."},
+        {0x201, 0x300, {}, none + "[0x201, 0x300]."}};
+    for (const auto& [start, end, starts, expected] : cases) {
+        std::string warning;
+        EXPECT_EQ(starts, areasIn(s, start, end, &warning)) << start;
+        EXPECT_EQ(expected, warning) << start;
+    }
     EXPECT_EQ(Starts(), areasIn(TarnUbrofParser(), 0, 0xFFFF));
 
     tarn::Status status;
@@ -75,31 +72,12 @@ protected:
             .newFile(1).srcStat(20, 20).absVar({7, 8}).blockEnd()
             .funcBegin1("g").org(1, 0x100).newFile(0).srcStat(30, 30).absVar({9, 9}).blockEnd()
             .end().eof();
-        ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
+        ASSERT_EQ(0, test::parseInto(store, w));
     }
     void TearDown() override { tarn::FileMapper::clearSubstitutions(); }
 
-    test::ScratchDir dir;
     TarnUbrofParser store;
 };
-
-TEST(CodeAreas, NamesAreStoredOnceHoweverManyAreasCarryThem)
-{
-    // Each statement's area carries the 60,000-character file name: 300 MB if each kept a copy.
-    test::ScratchDir dir;
-    UbrofWriter w;
-    w.begFile1().version(8).begLib("m").fileRef(0, std::string(60000, 'x')).org(1, 0);
-    for (int i = 0; i < 5000; ++i)
-        w.srcStat(1, 1).absVar({0, 0});
-    w.end().eof();
-    const long before = test::peakResidentKiB();
-    TarnUbrofParser store;
-    ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
-    EXPECT_LT(test::peakResidentKiB() - before, 64 * 1024);
-    ASSERT_EQ(5000u, store.codeAreas.size());
-    EXPECT_EQ(std::string(60000, 'x'), store.codeArea(4999).fileName);
-    EXPECT_EQ(9998u, store.codeArea(4999).startAddress);
-}
 
 TEST_F(TwoFiles, CodeAreasAreSortedAcrossFilesAndNamedByTheirScope)
 {

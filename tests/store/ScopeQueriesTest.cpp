@@ -1,6 +1,5 @@
 // The scope tree: context numbers, the scope at an address, names from a scope outwards, children per tag.
 #include "FilledStore.h"
-#include "TestFiles.h"
 
 #include <gtest/gtest.h>
 #include <algorithm>
@@ -148,7 +147,7 @@ protected:
             .blockBegin1({S{"y", 7, 0, 6, 6, {}}}).blockEnd().blockEnd().end();
         w.begLib("other").grpRef(7).grpRef(0).symbolDef(S{"h", 1, 2, 0x20, 6, {}}).end();
         w.begLib("?lib").symbolDef(S{"z", 1, 2, 0x30, 6, {}}).end().eof();
-        ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
+        ASSERT_EQ(0, test::parseInto(store, w));
     }
 
     uint32_t symbolNamed(const std::string& name, int32_t scope) const
@@ -156,7 +155,6 @@ protected:
         return store.encodeContextId(SymbolContext, store.findSymbolInScope(scope, name));
     }
 
-    test::ScratchDir dir;
     TarnUbrofParser store;
 };
 

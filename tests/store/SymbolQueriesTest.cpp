@@ -1,6 +1,5 @@
 // Symbols and types by context number: locations at a pc, sizes, dimensions, bit fields and members.
 #include "FilledStore.h"
-#include "TestFiles.h"
 #include "parser/Vocabulary.h"
 
 #include <gtest/gtest.h>
@@ -26,17 +25,13 @@ TEST(SymbolLocation, EachStorageKindAndTheRegisterCodes)
     auto of = [&](uint8_t kind, uint32_t value, uint16_t space = 2) {
         return locate(t.store, t.store.encodeContextId(SymbolContext, t.symbol("v", kind, 6, value, space)));
     };
+    // Before version 2.0 of the compiler, space 3 is code memory.
     t.store.symbolTable.compilerVersion = 2.0;
-    EXPECT_EQ(Where(1, DataMemory, 0x40), of(1, 0x40, 2));
-    EXPECT_EQ(Where(1, EepromMemory, 0x40), of(4, 0x40, 3));
-    EXPECT_EQ(Where(1, CodeMemory, 0x40), of(2, 0x40, 0));
+    EXPECT_EQ((std::vector<Where>{{1, DataMemory, 0x40}, {1, EepromMemory, 0x40}, {1, CodeMemory, 0x40}}),
+              (std::vector<Where>{of(1, 0x40, 2), of(4, 0x40, 3), of(2, 0x40, 0)}));
     t.store.symbolTable.compilerVersion = 1.9;
-    EXPECT_EQ(Where(1, CodeMemory, 0x40), of(3, 0x40, 3));
-    EXPECT_EQ(Where(2, 99, 4), of(7, 4));
-    EXPECT_EQ(Where(3, 99, 5), of(9, 5));
-    EXPECT_EQ(Where(3, 99, 5), of(22, 5));
-    EXPECT_EQ(Where(4, 99, 99), of(23, 5));
-    EXPECT_EQ(Where(0, 99, 99), of(5, 5));
+    EXPECT_EQ((std::vector<Where>{{1, CodeMemory, 0x40}, {2, 99, 4}, {3, 99, 5}, {3, 99, 5}, {4, 99, 99}, {0, 99, 99}}),
+              (std::vector<Where>{of(3, 0x40, 3), of(7, 4), of(9, 5), of(22, 5), of(23, 5), of(5, 5)}));
     const std::pair<uint32_t, uint32_t> registers[] = {{31, 31}, {32, 0},  {40, 16}, {47, 30}, {48, 0},
                                                        {55, 28}, {56, 0},  {61, 20}, {62, 62}, {73, 73},
                                                        {74, 0},  {76, 16}, {77, 24}, {78, 0},  {80, 0}};
@@ -54,9 +49,6 @@ TEST(SymbolLocation, RecordsAtOrBelowPcOverrideTheSymbolsOwn)
     t.store.symbolTable.symbols[v].locationCount = 3;
     t.store.typeTable.storeType(61, {21, 0x50, 6});
     const uint32_t io = t.symbol("port", 7, 61, 3);
-    const uint32_t fn = t.symbol("f", 1, 6, 0x400, 0);
-    const int32_t f = t.scope(FunctionBlock, -1, 0x400, 0x410, "f");
-    t.store.symbolTable.symbols[fn].nameIndex = t.store.blockTree.blocks[f].nameIndex;
     const TarnUbrofParser& s = t.store;
     const uint32_t context = s.encodeContextId(SymbolContext, v);
     const Where own(1, DataMemory, 0x50), inRegister(1, RegisterMemory, 16);
@@ -64,8 +56,6 @@ TEST(SymbolLocation, RecordsAtOrBelowPcOverrideTheSymbolsOwn)
               std::vector<Where>({locate(s, context, 0xFF), locate(s, context, 0x100), locate(s, context, 0x1FF),
                                   locate(s, context, 0x200), locate(s, context, 0x300), locate(s, context)}));
     EXPECT_EQ(Where(1, IoMemory, 3), locate(s, s.encodeContextId(SymbolContext, io)));
-    // A function's scope is located through the symbol that bears its name.
-    EXPECT_EQ(Where(1, CodeMemory, 0x400), locate(s, s.encodeContextId(ScopeContext, f)));
 
     SymbolLocation location;
     EXPECT_EQ(-2, s.getSymbolLocation(context, 0, nullptr));
@@ -87,9 +77,8 @@ TEST(SymbolLocation, AScopeAnswersOnlyThroughASymbolOfItsOwnName)
     // More symbols than scopes, so that every scope number is also a valid symbol index.
     w.symbolDef({"a", 1, 2, 0x12, 6, {}}).symbolDef({"b", 1, 2, 0x14, 6, {}}).symbolDef({"c", 1, 2, 0x16, 6, {}});
     w.end().eof();
-    test::ScratchDir dir;
     TarnUbrofParser s;
-    ASSERT_EQ(0, s.initialize() ? s.parseFile(dir.save(w)) : -1);
+    ASSERT_EQ(0, test::parseInto(s, w));
     ASSERT_EQ(5u, s.blockTree.blocks.size());
     ASSERT_EQ(FunctionBlock, s.blockTree.blocks[1].kind);
 
@@ -115,12 +104,11 @@ protected:
             .typeArray(62, 2, 8, 8).typeArray(63, 62, 32, 4).typeBitField(64, 3, 5, 1)
             .begLib("main").symbolDef(S{"p", 1, 2, 0x100, 61, {}}).symbolDef(S{"grid", 1, 2, 0x200, 63, {}})
             .symbolDef(S{"flags", 1, 2, 0x300, 64, {}}).end().eof();
-        ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
+        ASSERT_EQ(0, test::parseInto(store, w));
     }
 
     uint32_t symbol(int32_t index) const { return store.encodeContextId(SymbolContext, index); }
 
-    test::ScratchDir dir;
     TarnUbrofParser store;
 };
 
@@ -177,13 +165,12 @@ TEST_F(TypedSymbols, SizesLengthsNamesDimensionsAndBitFields)
 TEST(TypeWalks, StopWhereACycleClosesAndAnswerAsForNoType)
 {
     // A typedef of itself, and two memory qualifiers of each other, each held by a variable.
-    test::ScratchDir dir;
     UbrofWriter w;
     w.begFile1().version(8).scopedName("loop_t").typeTypedef(100, 100, 0);
     w.typeInMemory(101, 42, 255, 102).typeInMemory(102, 43, 255, 101);
     w.begLib("m").symbolDef({"a", 1, 2, 0, 100, {}}).symbolDef({"b", 1, 2, 2, 101, {}}).end().eof();
     TarnUbrofParser store;
-    ASSERT_EQ(0, store.initialize() ? store.parseFile(dir.save(w)) : -1);
+    ASSERT_EQ(0, test::parseInto(store, w));
     std::string text;
     int32_t type = -1, symbol = -1, target = -1;
     uint32_t offset = 0, count = 0, mode = 0;

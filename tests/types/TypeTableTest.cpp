@@ -28,11 +28,11 @@ TEST(TypeTable, AWalkAnswersACycleAsAnIndexThatNamesNoType)
     types.storeType(207, record(43, 255, 208));
     types.storeType(208, record(42, 255, 207, 2));
 
-    EXPECT_EQ("undefined_type *", types.renderTypeName(200));
-    EXPECT_EQ("undefined_type", types.renderTypeName(202));
-    EXPECT_EQ("undefined_type[3]", types.renderTypeName(203));
-    EXPECT_EQ("undefined_type", types.renderTypeName(204));
-    EXPECT_EQ("undefined_type volatile", types.renderTypeName(206));
+    const std::pair<uint32_t, const char*> texts[] = {{200, "undefined_type *"}, {202, "undefined_type"},
+                                                      {203, "undefined_type[3]"}, {204, "undefined_type"},
+                                                      {206, "undefined_type volatile"}};
+    for (const auto& [index, text] : texts)
+        EXPECT_EQ(text, types.renderTypeName(index)) << index;
     const std::string function = types.renderTypeName(205);
     EXPECT_EQ(kMaxNameLength, function.size());
     EXPECT_EQ("(undefined_type) (undefined_type, undefined_type", function.substr(0, 48));
@@ -42,15 +42,13 @@ TEST(TypeTable, AWalkAnswersACycleAsAnIndexThatNamesNoType)
     EXPECT_EQ(std::make_tuple(0u, 0u, 2u), std::make_tuple(info.category, info.size, info.memoryClass));
     for (uint32_t index : {202u, 204u, 206u}) {
         int32_t tag = 0;
-        EXPECT_TRUE(types.getDwarfTag(index, tag));
-        EXPECT_EQ(0x3B, tag) << index;
+        EXPECT_TRUE(types.getDwarfTag(index, tag) && tag == 0x3B) << index;
     }
     std::vector<int32_t> dims;
     types.collectArrayDimensions(203, dims);
     EXPECT_EQ(std::vector<int32_t>{3}, dims);
     uint32_t target = 0;
-    EXPECT_FALSE(types.getReferencedType(206, target));
-    EXPECT_FALSE(types.isFunctionType(202));
+    EXPECT_FALSE(types.getReferencedType(206, target) || types.isFunctionType(202));
 }
 
 TEST(TypeTable, ATypeChainSeesACycleWithinTwiceTheWalkOnceRoundIt)
@@ -90,26 +88,27 @@ TEST(TypeTable, LongTextsAreCutAtTheBufferSize)
     EXPECT_EQ("int[-2]", types.renderTypeName(302));
 }
 
+// Memory 40 was never described, parameters lie beyond their list, and a built-in base record's
+// op1 names its text: none of them may be read as a memory or an entry.
 TEST(TypeTable, IndexesOutsideTheTablesAreAnsweredSafely)
 {
     NameTable names;
     TypeTable types(names);
     types.memories.resize(2);
-
     EXPECT_EQ("undefined_type", types.renderTypeName(5000));
     TypeInfo info;
     types.getTypeInfo(5000, info);
-    EXPECT_EQ(0u, info.category);
-    EXPECT_EQ(2u, info.memoryClass);
+    EXPECT_EQ(std::make_tuple(0u, 2u), std::make_tuple(info.category, info.memoryClass));
 
-    types.storeType(100, record(42, 40, 6)); // memory 40 was never described
+    types.storeType(100, record(42, 40, 6));
     types.storeType(101, record(15, 100));
     types.storeType(102, record(50, 100, 6));
-    types.storeType(105, record(20, 6, 0, 0, 3, 1000)); // parameters beyond the list
+    types.storeType(105, record(20, 6, 0, 0, 3, 1000));
+    types.storeType(106, record(15, 6));      // int *, straight to the base type
+    types.storeType(107, record(50, 6, 106)); // member pointer whose target is int
     for (uint32_t index : {101u, 102u}) {
-        TypeInfo pointer;
-        types.getTypeInfo(index, pointer);
-        EXPECT_EQ(0u, pointer.size) << index;
+        types.getTypeInfo(index, info);
+        EXPECT_EQ(0u, info.size) << index;
     }
     types.getTypeInfo(100, info);
     EXPECT_EQ(std::make_tuple(2u, 0u), std::make_tuple(info.memoryClass, info.extra));
@@ -118,27 +117,18 @@ TEST(TypeTable, IndexesOutsideTheTablesAreAnsweredSafely)
     const uint32_t count = types.getCount();
     types.setTypeSize(5000, 3);
     EXPECT_EQ(count, types.getCount());
-}
 
-// A built-in base record's op1 names its text; it is no memory number, however many memories are described.
-TEST(TypeTable, PointersToBaseTypesTakeNoMemoryFromTheBaseName)
-{
-    NameTable names;
-    TypeTable types(names);
+    // With 64 memories of 3-byte addresses, a pointer to int in memory 7 takes 3 bytes, one to
+    // plain int none from the base record's op1.
     types.memories.resize(64);
     for (MemoryInfo& memory : types.memories)
         memory.addressSize = 3;
-    types.storeType(100, record(15, 6));      // int *, straight to the base type
-    types.storeType(101, record(50, 6, 100)); // member pointer whose target is int
-    types.storeType(102, record(42, 7, 6));   // int in memory 7
-    types.storeType(103, record(15, 102));
-    uint32_t sizes[4] = {};
-    for (uint32_t i = 0; i < 4; ++i) {
-        TypeInfo info;
-        types.getTypeInfo(100 + i, info);
-        sizes[i] = info.size;
+    types.storeType(108, record(42, 7, 6));
+    types.storeType(109, record(15, 108));
+    for (auto [index, size] : {std::make_pair(106u, 0u), std::make_pair(107u, 0u), std::make_pair(109u, 3u)}) {
+        types.getTypeInfo(index, info);
+        EXPECT_EQ(size, info.size) << index;
     }
-    EXPECT_EQ(std::make_tuple(0u, 0u, 3u), std::make_tuple(sizes[0], sizes[1], sizes[3]));
 }
 
 } // namespace
