@@ -1,4 +1,5 @@
 // Files from the real toolchain: the old formats parse with their programs' names, the rest are refused.
+#include "LinkerMap.h"
 #include "TestFiles.h"
 
 #include "host/CoreException.h"
@@ -9,7 +10,6 @@
 #include <cstdio>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -66,19 +66,6 @@ std::pair<tarn::ErrorCode, std::string> failureOf(const std::string& path)
         return {e.getErrorCode(), e.getStatus()->getMessage()};
     }
     return {tarn::ErrorCode::Ok, "parsed"};
-}
-
-// The entries of a linker map: name and address.
-std::map<std::string, uint32_t> mapEntries(const std::string& relative)
-{
-    std::ifstream in(realFile(relative));
-    const std::regex entry(R"(^ +([A-Za-z_?][\w?]*) +([0-9A-F]{8})( .*)?$)");
-    std::map<std::string, uint32_t> entries;
-    std::smatch match;
-    for (std::string line; std::getline(in, line);)
-        if (std::regex_match(line, match, entry))
-            entries.emplace(match[1], static_cast<uint32_t>(std::stoul(match[2], nullptr, 16)));
-    return entries;
 }
 
 class OldFormat : public ::testing::TestWithParam<const char*> {};
@@ -159,7 +146,10 @@ TEST(RealFiles, AgreesWithTheLinkerMap)
     for (const SymbolRecord& symbol : store.symbolTable.symbols)
         symbols[store.nameTable.nameText(symbol.nameIndex)] = symbol.value;
 
-    const std::map<std::string, uint32_t> placed = mapEntries("avr-mobit-nmea/nmea.map");
+    std::map<std::string, uint32_t> placed;
+    for (const MapEntry& entry : readLinkerMap(realFile("avr-mobit-nmea/nmea.map")).entries)
+        if (entry.address)
+            placed.emplace(entry.name, *entry.address);
     size_t checked = 0;
     for (const std::string& name : listedNames("avr-mobit-nmea/nmea.d90")) {
         const auto entry = placed.find(name);
