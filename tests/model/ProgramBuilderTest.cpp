@@ -533,35 +533,5 @@ TEST_F(ModelTest, BadFilesGiveClearErrors)
     EXPECT_EQ(Kind::Unknown, program.types[program.types[100].members.at(0).type].kind);
 }
 
-// The facts the model reads are kept beside the store's tables, which stay as they were.
-TEST_F(ModelTest, KeepingFactsChangesNoAnswer)
-{
-    UbrofWriter w = fileStart();
-    w.begPgm("m").aux1("4.10B", 0x5A32).fileRef(0, "m.c").scopedName("f");
-    w.symbolDef2(0, kPublic, kCodeSpace, 0x10, 0).sourceRange(0, 3);
-    w.org(1, 0x10).srcStat(3, 3, 14).absVar({1, 2}).blockBegin3(0).srcStat(4, 4).absVar({3, 4}).absVar({5, 6});
-    w.blockEnd().org(3, 0).absVar({7}).end().eof();
-    const std::string path = dir.save(w);
-    TarnUbrofParser plain, keeping;
-    keeping.keepFacts = true;
-    for (TarnUbrofParser* store : {&plain, &keeping}) {
-        store->initialize();
-        ASSERT_EQ(0, store->parseFile(path));
-    }
-    ASSERT_EQ(plain.lineTable.size(), keeping.lineTable.size());
-    for (size_t i = 0; i < plain.lineTable.size(); ++i)
-        EXPECT_EQ(plain.lineTable[i].size, keeping.lineTable[i].size);
-    ASSERT_EQ(plain.blockTree.blocks.size(), keeping.blockTree.blocks.size());
-    for (size_t i = 0; i < plain.blockTree.blocks.size(); ++i) {
-        EXPECT_EQ(plain.blockTree.blocks[i].lowAddress, keeping.blockTree.blocks[i].lowAddress);
-        EXPECT_EQ(plain.blockTree.blocks[i].highAddress, keeping.blockTree.blocks[i].highAddress);
-    }
-    EXPECT_EQ(plain.codeAreas.size(), keeping.codeAreas.size());
-    EXPECT_TRUE(plain.facts.writtenRuns.empty() && plain.facts.sourcePositions.empty());
-    EXPECT_EQ(3u, keeping.facts.writtenRuns.size()); // the header's, the statement's, and the EEPROM byte
-    ASSERT_EQ(1u, keeping.facts.sourcePositions.size());
-    EXPECT_EQ(3u, keeping.facts.sourcePositions[0].line);
-}
-
 } // namespace
 } // namespace ubrof::test
