@@ -1,6 +1,6 @@
-// The program model of the real files, held against the linker's map and against the store.
+// The program model of the real files below version 9: against the images of the same links, light
+// against full builds, and placed wholly.
 #include "IntelHex.h"
-#include "LinkerMap.h"
 #include "RealProgram.h"
 #include "TestFiles.h"
 
@@ -26,55 +26,6 @@ bool written(const Program& program, uint32_t address)
     const auto after = std::upper_bound(code->runs.begin(), code->runs.end(), address,
                                         [](uint32_t a, const ByteRun& run) { return a < run.address; });
     return after != code->runs.begin() && address < (after - 1)->end();
-}
-
-// The linker's own account of nmea.d90: every function the file describes starts where the map
-// places it and is as long as its segment part; every variable is where the map puts it.
-TEST(RealPrograms, AgreeWithTheLinkerMap)
-{
-    UBROF_NEED_REAL_FILES();
-    const RealProgram real("avr-mobit-nmea/nmea.d90");
-    const Program& program = real.program;
-    const LinkerMap map = readLinkerMap(realFile("avr-mobit-nmea/nmea.map"));
-
-    std::set<std::string> described;
-    for (const Function& function : program.functions)
-        if (function.isDescribed)
-            described.insert(function.qualifiedName);
-    size_t functions = 0, variables = 0;
-    std::map<std::string, const MapEntry*> entryOf;
-    for (const MapEntry& entry : map.entries) {
-        entryOf[entry.name] = &entry;
-        if (!entry.isFunction || !described.count(entry.name))
-            continue;
-        ++functions;
-        const Function& function = program.functions.at(findFunctions(program, entry.name).at(0));
-        EXPECT_EQ(entry.address, function.entry) << entry.name;
-        EXPECT_EQ(entry.partSize, function.size()) << entry.name;
-        EXPECT_EQ(entry.isInterrupt, function.isInterrupt) << entry.name;
-        const SourcePlace place = symbolize(program, *entry.address);
-        ASSERT_NE(kNone, place.function) << entry.name;
-        EXPECT_EQ(entry.name, program.functions[place.function].qualifiedName);
-        // The name stands on the function's header, before any line of its code.
-        ASSERT_NE(nullptr, place.row) << entry.name;
-        EXPECT_LE(function.line, place.row->line) << entry.name;
-    }
-    EXPECT_EQ(described.size(), functions) << "a function the file describes is not in the map";
-    EXPECT_EQ(14u, functions);
-
-    for (const Variable& variable : program.variables) {
-        if (variable.location.kind != Location::Kind::Address || variable.function != kNone)
-            continue;
-        const auto found = entryOf.find(variable.qualifiedName);
-        ASSERT_NE(entryOf.end(), found) << variable.qualifiedName << " is not in the map";
-        ++variables;
-        EXPECT_EQ(found->second->partAddress, variable.location.address) << variable.qualifiedName;
-        EXPECT_EQ(found->second->partSize, variable.size) << variable.qualifiedName;
-        EXPECT_EQ(found->second->memory == "CODE" ? MemorySpace::Code : MemorySpace::Data, variable.location.space);
-    }
-    EXPECT_GT(variables, 40u);
-    std::printf("nmea.d90: %zu functions at their map entries with their map sizes, %zu variables\n", functions,
-                variables);
 }
 
 // The images the same links wrote: the model's memory holds every byte they hold but the
