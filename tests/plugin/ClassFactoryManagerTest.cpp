@@ -137,38 +137,16 @@ TEST_F(ClassFactoryManagerTest, ReportsABundleThatFailsToStartAndGoesOn)
     EXPECT_EQ("Failed to start bundle broken: I/O error: no device\n", ::testing::internal::GetCapturedStdout());
 }
 
-TEST_F(ClassFactoryManagerTest, GetClassFactoriesFindsByCategoryPropertyOnly)
-{
-    int starts = 0;
-    install("parsers", "p", {{"p", {"com.example.Factory.Fmt", "Factory"}}},
-            registering({{"com.example.Factory.Fmt", "Factory"}}, starts));
-
-    EXPECT_TRUE(manager.getClassFactories("Fmt").empty());
-    EXPECT_EQ(0, starts);
-    EXPECT_EQ(1u, manager.getClassFactories("Factory").size());
-    EXPECT_EQ(1u, manager.getClassFactories("Factory").size());
-    EXPECT_EQ(1, starts);
-}
-
-TEST_F(ClassFactoryManagerTest, RefusesServicesOfTheWrongType)
+// A service under a factory's or the preferences' name that is something else is refused, not
+// used as what it is not.
+TEST_F(ClassFactoryManagerTest, ReadsPreferencesAndRefusesServicesOfTheWrongType)
 {
     int starts = 0;
     install("impostor", "p", {{"p", {"com.example.Prefs", "parser"}}}, registering({}, starts));
-    platform.serviceRegistry().registerService(
-        "com.example.Prefs", new Poco::OSP::PreferencesService(new Poco::Util::MapConfiguration), {});
-    try {
-        manager.getClassFactory("com.example.Prefs");
-        FAIL() << "no exception";
-    } catch (const Poco::BadCastException& e) {
-        EXPECT_EQ(std::string("Cannot cast from ") + typeid(Poco::OSP::PreferencesService).name() + " to " +
-                      typeid(OspService<IQnClassFactory>).name(),
-                  e.message());
-    }
-}
-
-TEST_F(ClassFactoryManagerTest, ReadsPreferences)
-{
     auto& registry = platform.serviceRegistry();
+    registry.registerService("com.example.Prefs", new Poco::OSP::PreferencesService(new Poco::Util::MapConfiguration), {});
+    EXPECT_THROW(manager.getClassFactory("com.example.Prefs"), Poco::BadCastException);
+
     auto preferences = registry.findByName(Poco::OSP::PreferencesService::SERVICE_NAME)->instance().cast<Poco::OSP::PreferencesService>();
     preferences->configuration()->setString("debugger.sourcePath", "/src");
     EXPECT_EQ("/src", manager.getPreference("debugger.sourcePath"));
@@ -177,18 +155,11 @@ TEST_F(ClassFactoryManagerTest, ReadsPreferences)
     registry.unregisterService(Poco::OSP::PreferencesService::SERVICE_NAME);
     registry.registerService(Poco::OSP::PreferencesService::SERVICE_NAME, new Poco::OSP::PreferencesService(nullptr), {});
     EXPECT_THROW(manager.getPreference("debugger.sourcePath"), Poco::NullPointerException);
-
     registry.unregisterService(Poco::OSP::PreferencesService::SERVICE_NAME);
     EXPECT_THROW(manager.getPreference("debugger.sourcePath"), Poco::NullPointerException);
-
     registry.registerService(Poco::OSP::PreferencesService::SERVICE_NAME,
                              new OspService<IQnClassFactory>(boost::make_shared<NamedFactory>("n", "c")), {});
     EXPECT_THROW(manager.getPreference("debugger.sourcePath"), Poco::BadCastException);
-}
-
-TEST(OspClassFactoryManager, NeedsABundleContext)
-{
-    EXPECT_THROW(OspClassFactoryManager(Poco::OSP::BundleContext::Ptr()), Poco::NullPointerException);
 }
 
 TEST(ServiceRegistry, MatchesQueriesOfPropertiesAndName)
