@@ -1,5 +1,5 @@
 // The program model of writer-built files of format version 10: sizes, positions, stack use and
-// statement lines from the tags of those versions, what it cannot read, and the processor's name.
+// statement lines from the tags of those versions, and what it cannot read.
 #include "TestFiles.h"
 
 #include "model/ProgramBuilder.h"
@@ -22,11 +22,11 @@ protected:
     }
 
     // Global lines: main.c 1-2, io.h 1-5 (included at main.c line 2), main.c 3-20.
-    static WriterSourceFiles sources(const std::string& header = "io.h")
+    static WriterSourceFiles sources()
     {
         WriterSourceFiles files;
         files.directories = {"C:\\src\\"};
-        files.files = {{"main.c", 1, 20, {}}, {header, 1, 5, {}}};
+        files.files = {{"main.c", 1, 20, {}}, {"io.h", 1, 5, {}}};
         files.include(0, 0).include(2, 1).end().end();
         return files;
     }
@@ -105,23 +105,6 @@ TEST_F(NewerModelTest, FunctionsTakeSizeStackPositionAndLinesFromTheirOwnTags)
     const Program summary = build(w, light);
     EXPECT_TRUE(summary.functions.empty() && summary.lines.empty() && summary.notes.empty());
     EXPECT_EQ(program.modules.at(0).size(MemorySpace::Code), summary.modules.at(0).size(MemorySpace::Code));
-}
-
-// Files that name no CPU still name the device header their sources include.
-TEST_F(NewerModelTest, TheProcessorIsNamedByTheDeviceHeaderItsSourcesInclude)
-{
-    auto named = [&](const std::string& core, const std::string& header) {
-        UbrofWriter w = fileStart();
-        w.keyValue("__core", core).begPgm("m").sourceFiles(sources(header)).end().eof();
-        const Program program = build(w);
-        return std::string(familyName(program.processor.family)) + " " + program.processor.name;
-    };
-    EXPECT_EQ("8051 CC2530", named("plain", "ioCC2530.h"));
-    EXPECT_EQ("RL78 R5F100LE", named("rl78_1", "ior5f100le.h"));
-    EXPECT_EQ("MSP430 MSP430FR5739", named("430X", "msp430fr5739.h"));
-    EXPECT_EQ("MSP430 ", named("430", "msp430.h"));         // the generic header names no part
-    EXPECT_EQ("MSP430 ", named("430", "msp430x14x.h"));     // nor does a family's
-    EXPECT_EQ("MSP430 ", named("430", "ioCC2530.h"));       // a part of another family is no evidence
 }
 
 } // namespace

@@ -338,31 +338,61 @@ TEST_F(ModelTest, LongTypeChainsResolve)
     EXPECT_LE(program.types[kLast + 1].cName.size(), 512u);
 }
 
-// A program that names no CPU still includes its device's register header: its name says the
-// device, unless the file names the CPU itself or its headers name two devices.
-TEST_F(ModelTest, AnAvrProgramWithoutACpuNameIsNamedByItsRegisterHeader)
+// The processor: the CPU the file names; else the one device its sources' register headers name
+// (version 8 file references, or the source files of version 10 with the core they name); else the
+// module's target code; else the file's extension.
+TEST_F(ModelTest, TheProcessorIsNamedByTheFileItsDeviceHeaderItsTargetOrItsExtension)
 {
-    auto processorOf = [this](const std::string& cpu, const std::vector<std::string>& headers) {
-        UbrofWriter w = fileStart();
-        if (!cpu.empty())
-            w.keyValue("__cpu_name", cpu);
-        w.begPgm("main").aux1("4.10B", 0x5A32);
-        uint16_t reference = 0;
-        for (const std::string& header : headers)
-            w.fileRef(reference++, header);
-        w.fileRef(reference, "D:\\src\\main.c").end().eof();
-        return build(w).processor;
+    struct Row {
+        std::string cpu, core; ///< a core makes it a version 10 file
+        std::vector<std::string> headers;
+        std::string extension;
+        std::string expected;
     };
     const std::string inc = "C:\\avr\\INC\\";
-    EXPECT_EQ("ATmega16", processorOf("", {inc + "iomacro.h", inc + "iom16.h", inc + "intrinsics.h"}).name);
-    EXPECT_EQ(Family::Avr, processorOf("", {inc + "iom16.h"}).family);
+    std::vector<Row> rows = {
+        {"", "", {inc + "iomacro.h", inc + "iom16.h", inc + "intrinsics.h"}, "d90", "AVR ATmega16"},
+        {"", "", {inc + "iom16.h", inc + "iom32.h"}, "d90", "AVR "}, // two devices name none
+        {"ATmega32", "", {inc + "iom16.h"}, "d90", "AVR ATmega32"},
+        {"", "", {}, "d43", "AVR "}, // the target code comes before the extension
+        {"", "plain", {"ioCC2530.h"}, "dbg", "8051 CC2530"},
+        {"", "rl78_1", {"ior5f100le.h"}, "dbg", "RL78 R5F100LE"},
+        {"", "430X", {"msp430fr5739.h"}, "dbg", "MSP430 MSP430FR5739"},
+        {"", "430", {"msp430.h"}, "dbg", "MSP430 "},     // the generic header names no part
+        {"", "430", {"msp430x14x.h"}, "dbg", "MSP430 "}, // nor does a family's
+        {"", "430", {"ioCC2530.h"}, "dbg", "MSP430 "},   // a part of another family is no evidence
+    };
     for (const auto& [header, device] : std::vector<std::pair<std::string, std::string>>{
              {"iom644p.h", "ATmega644P"}, {"iotn2313.h", "ATtiny2313"}, {"iousb1287.h", "AT90USB1287"},
              {"iocan128.h", "AT90CAN128"}, {"ioxm128a1.h", "ATxmega128A1"}, {"IOM128.H", "ATmega128"},
              {"ioavr.h", ""}, {"iomacro.h", ""}, {"io.h", ""}, {"iom.h", ""}, {"iom16_x.h", ""}})
-        EXPECT_EQ(device, processorOf("", {"inc/" + header}).name) << header;
-    EXPECT_EQ("", processorOf("", {inc + "iom16.h", inc + "iom32.h"}).name);
-    EXPECT_EQ("ATmega32", processorOf("ATmega32", {inc + "iom16.h"}).name);
+        rows.push_back({"", "", {"inc/" + header}, "d90", "AVR " + device});
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.expected + " from " + (row.headers.empty() ? row.extension : row.headers.back()));
+        UbrofWriter w;
+        if (row.core.empty()) {
+            w.begFile1().version(8);
+            if (!row.cpu.empty())
+                w.keyValue("__cpu_name", row.cpu);
+            w.begPgm("main").aux1("4.10B", 0x5A32);
+            for (uint16_t reference = 0; reference < row.headers.size(); ++reference)
+                w.fileRef(reference, row.headers[reference]);
+        } else {
+            WriterSourceFiles files;
+            files.directories = {"C:\\src\\"};
+            files.files = {{"main.c", 1, 20, {}}, {row.headers.at(0), 1, 5, {}}};
+            files.include(0, 0).include(2, 1).end().end();
+            w.begFile1().version(10, 0, 2, UbrofWriter::newerSkipInfo(10));
+            w.keyValue("__core", row.core).begPgm("m").sourceFiles(files);
+        }
+        w.end().eof();
+        const Program program = loadProgram(dir.save(w, "program." + row.extension));
+        EXPECT_EQ(row.expected, std::string(familyName(program.processor.family)) + " " + program.processor.name);
+    }
+    UbrofWriter bare = fileStart();
+    bare.begPgm("m").end().eof();
+    EXPECT_EQ(Family::Msp430, loadProgram(dir.save(bare, "program.d43")).processor.family);
+    EXPECT_EQ(Family::Unknown, loadProgram(dir.save(bare, "program.dbg")).processor.family);
 }
 
 // Modules by their names, with their files and what they occupy; memories as the runs written;
@@ -435,21 +465,6 @@ TEST_F(ModelTest, ModulesMemoriesAndTheProcessor)
     EXPECT_EQ(program.processor.name, summary.processor.name);
 }
 
-// Address space 3 is an 8051 program's external data (XDATA), where it is an AVR program's EEPROM.
-TEST_F(ModelTest, An8051sThirdAddressSpaceIsItsExternalData)
-{
-    UbrofWriter w = fileStart();
-    w.keyValue("__cpu_name", "CC2530F256").begPgm("main").aux1("7.60").scopedName("buffer");
-    w.symbolDef2(0, kPublic, 3, 0x301, kInt).end().eof();
-    const Program program = build(w);
-    const std::vector<SymbolEntry> symbols = listSymbols(program);
-    ASSERT_EQ(1u, symbols.size());
-    EXPECT_STREQ("xdata", spaceName(symbols[0].space));
-    const std::vector<MemoryUse> uses = memoryUse(program);
-    ASSERT_EQ(1u, uses.size());
-    EXPECT_EQ(std::make_tuple(MemorySpace::External, 0x301u, uint64_t(0x303)), std::make_tuple(uses[0].space, uses[0].low, uses[0].end));
-}
-
 // What a memory takes: the bytes written there and the storage of the modules' variables, each
 // byte once, whether a variable's initial value is written or not; a light build answers alike.
 TEST_F(ModelTest, MemoryUseCountsEachByteOnce)
@@ -478,18 +493,6 @@ TEST_F(ModelTest, MemoryUseCountsEachByteOnce)
         EXPECT_EQ(0x100u, uses[1].low);
         EXPECT_EQ(0x201u, uses[1].end);
     }
-}
-
-// Without a CPU name the module's target code decides, and the extension only when nothing does.
-TEST_F(ModelTest, TheProcessorComesFromTheContentFirst)
-{
-    UbrofWriter w = fileStart();
-    w.begPgm("m").aux1("4.10B", 0x5A32).end().eof();
-    EXPECT_EQ(Family::Avr, loadProgram(dir.save(w, "program.d43")).processor.family);
-    UbrofWriter bare = fileStart();
-    bare.begPgm("m").end().eof();
-    EXPECT_EQ(Family::Msp430, loadProgram(dir.save(bare, "program.d43")).processor.family);
-    EXPECT_EQ(Family::Unknown, loadProgram(dir.save(bare, "program.dbg")).processor.family);
 }
 
 // A file that cannot be read says which and why; references into nothing build nothing false.
