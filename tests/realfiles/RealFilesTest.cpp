@@ -1,5 +1,4 @@
 // Files from the real toolchain: the old formats parse with their programs' names, the rest are refused.
-#include "LinkerMap.h"
 #include "TestFiles.h"
 
 #include "host/CoreException.h"
@@ -9,7 +8,6 @@
 #include <boost/filesystem.hpp>
 #include <cstdio>
 #include <fstream>
-#include <map>
 #include <set>
 #include <sstream>
 
@@ -97,73 +95,6 @@ TEST_P(OldFormat, ParsesToTheEndWithTheProgramsNames)
     }
     std::printf("%s: %zu of %zu listed names in the symbol tree\n", GetParam(), found, listed.size());
     RecordProperty("found", std::to_string(found) + " of " + std::to_string(listed.size()));
-}
-
-// A scope answers a location only through a symbol that shares its name record; in these
-// formats functions name themselves, so no scope may answer one, least of all symbol 0's.
-TEST_P(OldFormat, LocatesNoScopeThroughAnotherSymbol)
-{
-    UBROF_NEED_REAL_FILES();
-    ScratchDir dir;
-    UbrofParser parser(copyInto(dir, GetParam()));
-    const TarnUbrofParser& store = *parser.getStore();
-    const auto same = [](const SymbolLocation& a, const SymbolLocation& b) {
-        return a.kind == b.kind && a.memoryClass == b.memoryClass && a.value == b.value;
-    };
-    size_t located = 0;
-    for (int32_t scope = 0; scope < int32_t(store.blockTree.blocks.size()); ++scope) {
-        SymbolLocation location;
-        if (store.getSymbolLocation(store.encodeContextId(ScopeContext, scope), 0xFFFFFFFF, &location) != 0)
-            continue;
-        ++located;
-        bool own = false;
-        for (int32_t symbol = 0; symbol < int32_t(store.symbolTable.symbols.size()); ++symbol) {
-            SymbolLocation its;
-            if (store.symbolTable.symbols[size_t(symbol)].nameIndex ==
-                    uint32_t(store.blockTree.blocks[size_t(scope)].nameIndex) &&
-                store.getSymbolLocation(store.encodeContextId(SymbolContext, symbol), 0xFFFFFFFF, &its) == 0)
-                own = own || same(location, its);
-        }
-        std::string name;
-        store.getScopeName(scope, name);
-        EXPECT_TRUE(own) << "scope " << name << " answers a location at " << std::hex << location.value;
-    }
-    std::printf("%s: %zu of %zu scopes located\n", GetParam(), located, store.blockTree.blocks.size());
-}
-
-// The linker's own account: every listed name it placed is a symbol at its address. Function
-// scopes start at their first statement, after any prologue, so they may start later.
-TEST(RealFiles, AgreesWithTheLinkerMap)
-{
-    UBROF_NEED_REAL_FILES();
-    ScratchDir dir;
-    UbrofParser parser(copyInto(dir, "avr-mobit-nmea/nmea.d90"));
-    const TarnUbrofParser& store = *parser.getStore();
-    std::map<std::string, uint32_t> functions, symbols;
-    for (const BlockRecord& block : store.blockTree.blocks)
-        if (block.kind == FunctionBlock)
-            functions[store.nameTable.nameText(static_cast<uint32_t>(block.nameIndex))] = block.lowAddress;
-    for (const SymbolRecord& symbol : store.symbolTable.symbols)
-        symbols[store.nameTable.nameText(symbol.nameIndex)] = symbol.value;
-
-    std::map<std::string, uint32_t> placed;
-    for (const MapEntry& entry : readLinkerMap(realFile("avr-mobit-nmea/nmea.map")).entries)
-        if (entry.address)
-            placed.emplace(entry.name, *entry.address);
-    size_t checked = 0;
-    for (const std::string& name : listedNames("avr-mobit-nmea/nmea.d90")) {
-        const auto entry = placed.find(name);
-        if (entry == placed.end())
-            continue;
-        ++checked;
-        ASSERT_TRUE(symbols.count(name)) << name << " is placed by the linker but not in the store";
-        EXPECT_EQ(entry->second, symbols[name]) << name;
-        if (functions.count(name)) {
-            EXPECT_LE(entry->second, functions[name]) << name;
-            EXPECT_LT(functions[name] - entry->second, 0x40u) << name;
-        }
-    }
-    EXPECT_GT(checked, 30u);
 }
 
 INSTANTIATE_TEST_SUITE_P(RealFiles, OldFormat,
