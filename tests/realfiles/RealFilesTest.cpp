@@ -1,7 +1,13 @@
-// Files from the real toolchain: the old formats parse with their programs' names, the rest are refused.
+// Files from the real toolchain through the module: the old formats parse with their programs'
+// names, whether or not the newer versions are allowed, and the rest are refused unless they are.
+#include "LinkerMap.h"
 #include "TestFiles.h"
 
 #include "host/CoreException.h"
+#include "host/IBinaryInformation.h"
+#include "host/ISourceInformation.h"
+#include "host/ISymbolInformation.h"
+#include "host/Status.h"
 #include "parser/TarnUbrofParser.h"
 #include "parser/UbrofParser.h"
 
@@ -70,7 +76,7 @@ class OldFormat : public ::testing::TestWithParam<const char*> {};
 
 // NAMES.txt also lists names of functions and variables that the linker left out: the file
 // declares their names but no scope or symbol uses them. Those are the only ones allowed missing.
-TEST_P(OldFormat, ParsesToTheEndWithTheProgramsNames)
+TEST_P(OldFormat, ParsesToTheEndWithTheProgramsNamesWithOrWithoutTheNewerVersions)
 {
     UBROF_NEED_REAL_FILES();
     ScratchDir dir;
@@ -95,6 +101,37 @@ TEST_P(OldFormat, ParsesToTheEndWithTheProgramsNames)
     }
     std::printf("%s: %zu of %zu listed names in the symbol tree\n", GetParam(), found, listed.size());
     RecordProperty("found", std::to_string(found) + " of " + std::to_string(listed.size()));
+
+    // Neither the newer versions' reader nor the facts kept for the program model change what the
+    // module answers from these files.
+    TarnUbrofParser opted;
+    opted.initialize();
+    opted.readNewerVersions = opted.keepFacts = true;
+    ASSERT_EQ(StoreOk, opted.parseFile(store.filePath));
+    const TarnUbrofParser& plain = store;
+    auto sameLines = [](const LineRecord& a, const LineRecord& b) {
+        return std::tie(a.address, a.size, a.line, a.lineSpan, a.column, a.endColumn, a.flags) ==
+               std::tie(b.address, b.size, b.line, b.lineSpan, b.column, b.endColumn, b.flags);
+    };
+    EXPECT_TRUE(std::equal(plain.lineTable.begin(), plain.lineTable.end(), opted.lineTable.begin(),
+                           opted.lineTable.end(), sameLines));
+    ASSERT_EQ(plain.blockTree.blocks.size(), opted.blockTree.blocks.size());
+    for (size_t i = 0; i < plain.blockTree.blocks.size(); ++i) {
+        const BlockRecord& a = plain.blockTree.blocks[i];
+        const BlockRecord& b = opted.blockTree.blocks[i];
+        EXPECT_EQ(std::tie(a.kind, a.nameIndex, a.lowAddress, a.highAddress),
+                  std::tie(b.kind, b.nameIndex, b.lowAddress, b.highAddress));
+        EXPECT_EQ(plain.blockTree.symbols(uint32_t(i)).toVector(), opted.blockTree.symbols(uint32_t(i)));
+        EXPECT_EQ(plain.blockTree.lineRanges(uint32_t(i)).toVector(), opted.blockTree.lineRanges(uint32_t(i)));
+    }
+    ASSERT_EQ(plain.symbolTable.symbols.size(), opted.symbolTable.symbols.size());
+    for (size_t i = 0; i < plain.symbolTable.symbols.size(); ++i)
+        EXPECT_EQ(std::tie(plain.symbolTable.symbols[i].value, plain.symbolTable.symbols[i].typeIndex),
+                  std::tie(opted.symbolTable.symbols[i].value, opted.symbolTable.symbols[i].typeIndex));
+    EXPECT_EQ(std::make_tuple(plain.typeTable.types.size(), plain.sourceFileTable.size(), plain.codeAreas.size()),
+              std::make_tuple(opted.typeTable.types.size(), opted.sourceFileTable.size(), opted.codeAreas.size()));
+    EXPECT_EQ(0u, opted.facts.newer.endOffset);
+    EXPECT_TRUE(opted.facts.newer.rows.empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(RealFiles, OldFormat,
@@ -135,6 +172,67 @@ TEST(RealFiles, RefusesNewerFormatsAndRelocatableObjects)
     }
     EXPECT_EQ(2u, relocatable);
     EXPECT_EQ(12u, newer);
+}
+
+const std::string kBoard = "avr-mega128-board/";
+
+TEST(NewerFiles, TheModulesViewsAnswerFromAtmega128WithTheOptIn)
+{
+    UBROF_NEED_REAL_FILES();
+    UbrofParseOptions options;
+    options.readNewerVersions = true;
+    UbrofParser parser(realFile(kBoard + "atmega128.d90"), options);
+    const auto symbols = parser.createSymbolInformation();
+    const LinkerMap map = readLinkerMap(realFile(kBoard + "atmega128.map"));
+
+    // Every function the map places and the file describes: its symbol at the map's address, and
+    // the scope at that address is the function (its prologue included).
+    size_t scoped = 0;
+    for (const MapEntry& entry : map.entries) {
+        if (entry.memory != "CODE" || !entry.address)
+            continue;
+        const tarn::ISymbolContext::Ptr function = symbols->lookupGlobalSymbol(entry.name, false);
+        if (!function || function->getSymbolClass() != tarn::ISymbolContext::CodeSymbol)
+            continue;
+        EXPECT_EQ(*entry.address, function->getProperties().at("Address").as_uint64()) << entry.name;
+        const tarn::ISymbolContext::Ptr scope = symbols->getScopeContextFromPc(*entry.address);
+        if (scope && scope->getName() == entry.name)
+            ++scoped;
+    }
+    EXPECT_GE(scoped, 24u); // the 24 functions with line programs
+    const tarn::ISymbolContext::Ptr count = symbols->lookupGlobalSymbol("temp_num", false);
+    ASSERT_TRUE(count);
+    EXPECT_EQ(2, count->getTypeContext()->getSize());
+
+    // Lines: the statement at main.c 73 is main's first instruction (0x4E0 in the map).
+    const auto sources = parser.createSourceInformation();
+    tarn::Status status;
+    std::vector<tarn::CodeArea> areas;
+    ASSERT_TRUE(sources->getCodeAreasFromAddressRange(status, 0x4E0, 0x4E2, areas));
+    ASSERT_FALSE(areas.empty());
+    EXPECT_EQ("main", areas[0].functionName);
+    EXPECT_EQ(73u, areas[0].startLine);
+    EXPECT_NE(std::string::npos, areas[0].fileName.find("main.c"));
+
+    // The image: every instruction the listings give in full is in code memory at its address,
+    // each 16-bit word low byte first.
+    std::vector<boost::shared_ptr<tarn::IProgramSegment>> segments = parser.createBinaryInformation()->getProgramSegments();
+    ASSERT_FALSE(segments.empty());
+    size_t words = 0;
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(realFile(kBoard + "listings")))
+        names.push_back(entry.path().filename().string());
+    for (const ListedStatement& code : readListings(realFile(kBoard + "listings"), names, map).statements) {
+        if (code.hex.find('.') != std::string::npos || code.hex.size() % 4 != 0)
+            continue;
+        std::vector<uint8_t> image;
+        segments[0]->readData(image, code.address, static_cast<uint32_t>(code.hex.size() / 2));
+        for (size_t w = 0; w < code.hex.size() / 4; ++w, ++words) {
+            const auto word = static_cast<uint16_t>(std::stoul(code.hex.substr(4 * w, 4), nullptr, 16));
+            ASSERT_EQ(word, image.at(2 * w) | image.at(2 * w + 1) << 8) << code.function << " at 0x" << std::hex << code.address;
+        }
+    }
+    EXPECT_GT(words, 500u);
 }
 
 } // namespace
