@@ -1,4 +1,5 @@
-// The built module as the platform loads it: manifest, activator, registration and the parser factory.
+// The built module as the platform loads it (manifest, activator, registration and the parser
+// factory), and the stand-in platform's own bundles.
 #include "TestFiles.h"
 
 #include "host/CoreException.h"
@@ -14,8 +15,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <fstream>
 #include <memory>
 #include <sstream>
+#include <unistd.h>
 
 namespace tarn {
 namespace {
@@ -35,12 +38,7 @@ TEST(BundleModule, ManifestNamesTheActivatorAndNothingElse)
     const auto* meta = loader.findClass("DebuggerUbrofBundleActivator");
     ASSERT_NE(nullptr, meta);
     EXPECT_TRUE(meta->canCreate());
-    try {
-        meta->instance();
-        FAIL() << "the activator is not a singleton";
-    } catch (const Poco::InvalidAccessException& e) {
-        EXPECT_EQ("Not a singleton. Use create() to create instances of: DebuggerUbrofBundleActivator", e.message());
-    }
+    EXPECT_THROW(meta->instance(), Poco::InvalidAccessException) << "the activator is not a singleton";
     std::unique_ptr<Poco::OSP::BundleActivator> activator(meta->create());
     EXPECT_TRUE(activator);
 
@@ -171,6 +169,89 @@ TEST(BundleModule, ExportsOnlyTheManifest)
     }
     ASSERT_EQ(0, pclose(nm.release())) << command;
     EXPECT_EQ(std::vector<std::string>{"pocoBuildManifest"}, names) << names.size() << " names exported";
+}
+
+// ---- The stand-in platform's bundles: installation from properties, and the start/stop state machine.
+
+struct Calls {
+    int starts = 0;
+    int stops = 0;
+    bool fail = false;
+};
+
+class CountingActivator : public Poco::OSP::BundleActivator {
+public:
+    explicit CountingActivator(Calls& calls) : calls_(calls) {}
+    void start(Poco::OSP::BundleContext::Ptr context) override
+    {
+        ++calls_.starts;
+        EXPECT_EQ("counted", context->thisBundle()->symbolicName());
+        if (calls_.fail)
+            throw Poco::IllegalStateException("not now");
+    }
+    void stop(Poco::OSP::BundleContext::Ptr) override { ++calls_.stops; }
+
+private:
+    Calls& calls_;
+};
+
+TEST(PlatformBundle, StartsOnceStopsOnceAndMayBeStartedAgainAfterAFailure)
+{
+    Poco::OSP::OSPSubsystem platform;
+    Calls calls;
+    calls.fail = true;
+    Poco::OSP::Bundle::Ptr bundle = platform.bundleLoader().installBundle(
+        "counted", new Poco::Util::MapConfiguration, [&calls] { return new CountingActivator(calls); });
+    EXPECT_EQ(Poco::OSP::Bundle::BUNDLE_RESOLVED, bundle->state());
+    EXPECT_THROW(bundle->start(), Poco::IllegalStateException);
+    EXPECT_EQ(Poco::OSP::Bundle::BUNDLE_RESOLVED, bundle->state());
+
+    calls.fail = false;
+    bundle->start();
+    bundle->start();
+    EXPECT_EQ(2, calls.starts);
+    EXPECT_EQ(Poco::OSP::Bundle::BUNDLE_ACTIVE, bundle->state());
+    bundle->stop();
+    bundle->stop();
+    EXPECT_EQ(1, calls.stops);
+    EXPECT_EQ(Poco::OSP::Bundle::BUNDLE_RESOLVED, bundle->state());
+    EXPECT_EQ(nullptr, bundle->activator());
+}
+
+TEST(PlatformBundleLoader, InstallsFromPropertiesAndRejectsIncompleteOnes)
+{
+    ubrof::test::ScratchDir dir;
+    Poco::OSP::OSPSubsystem platform;
+    Poco::OSP::BundleLoader& loader = platform.bundleLoader();
+    EXPECT_THROW(loader.installBundle(dir.dir()), Poco::FileNotFoundException);
+
+    std::ofstream(dir.path("bundle.properties")) << "bundle.symbolicName = incomplete\n";
+    EXPECT_THROW(loader.installBundle(dir.dir()), Poco::NotFoundException) << "no activator named";
+
+    // The built module under another name, with properties that name a class it does not export.
+    const std::string module = std::string(UBROF_MODULE_DIR) + "/com_quarnel_debugger_ubrof.so";
+    ASSERT_EQ(0, symlink(module.c_str(), dir.path("renamed.so").c_str()));
+    std::ofstream(dir.path("bundle.properties")) << "bundle.symbolicName = renamed\n"
+                                                    "bundle.activator = SomeOtherActivator\n"
+                                                    "bundle.library = renamed.so\n";
+    Poco::OSP::Bundle::Ptr bundle = loader.installBundle(dir.dir());
+    EXPECT_EQ(dir.path("renamed.so"), bundle->path());
+    EXPECT_EQ(Poco::OSP::Bundle::BUNDLE_RESOLVED, bundle->state()) << "nothing is loaded before the start";
+    try {
+        bundle->start();
+        FAIL() << "started without an activator";
+    } catch (const Poco::NotFoundException& e) {
+        EXPECT_NE(std::string::npos, e.displayText().find("SomeOtherActivator"));
+        EXPECT_NE(std::string::npos, e.displayText().find("renamed.so"));
+    }
+    EXPECT_EQ(Poco::OSP::Bundle::BUNDLE_RESOLVED, bundle->state());
+    EXPECT_THROW(loader.installBundle(dir.path("renamed.so")), Poco::ExistsException) << "one bundle per name";
+
+    std::vector<Poco::OSP::Bundle::Ptr> bundles;
+    loader.listBundles(bundles);
+    ASSERT_EQ(1u, bundles.size());
+    EXPECT_EQ(bundle, loader.findBundle("renamed"));
+    EXPECT_FALSE(loader.findBundle("incomplete"));
 }
 
 } // namespace
