@@ -235,21 +235,7 @@ TEST_F(DebuggerWalk, MapsLinesToAddressesAndAddressesToCodeAreas)
     EXPECT_EQ("getAddressesFromSingleStatement failed", status.getMessage());
 }
 
-TEST(SourceInformation, AFileWithoutSourceFilesListsNone)
-{
-    test::ScratchDir dir;
-    UbrofWriter w;
-    const auto source = UbrofParser(dir.save(w.begFile1().version(8).begLib("main").end().eof()))
-                            .createSourceInformation();
-    tarn::Status status;
-    std::vector<std::string> files;
-    EXPECT_FALSE(source->getSourcefiles(status, files));
-    EXPECT_EQ(tarn::ErrorCode::NoSourceFiles, status.getErrorCode());
-    EXPECT_EQ("No source file found in Ubrofs objectfile.", status.getMessage());
-    files.push_back("given.c");
-    EXPECT_TRUE(source->getSourcefiles(status, files));
-}
-
+// Each file once, in declaration order, under its public path; a file with none is an error.
 TEST(SourceInformation, ListsEachFileOnceInDeclarationOrderUnderItsPublicPath)
 {
     test::ScratchDir dir;
@@ -265,6 +251,16 @@ TEST(SourceInformation, ListsEachFileOnceInDeclarationOrderUnderItsPublicPath)
     tarn::FileMapper::clearSubstitutions();
     EXPECT_EQ((std::vector<std::string>{"/home/dev/src/b.c", "/home/dev/src/a.c", "/home/dev/src/c.c"}), files);
     EXPECT_TRUE(status.isOk());
+
+    UbrofWriter none;
+    const auto empty = UbrofParser(dir.save(none.begFile1().version(8).begLib("main").end().eof(), "none.d90"))
+                           .createSourceInformation();
+    files.clear();
+    EXPECT_FALSE(empty->getSourcefiles(status, files));
+    EXPECT_EQ(tarn::ErrorCode::NoSourceFiles, status.getErrorCode());
+    EXPECT_EQ("No source file found in Ubrofs objectfile.", status.getMessage());
+    files.push_back("given.c");
+    EXPECT_TRUE(empty->getSourcefiles(status, files));
 }
 
 TEST(SymbolInformation, FollowsATypedefToItsStructureAndPrefersAFunctionToAVariableOfItsName)
