@@ -79,38 +79,14 @@ TEST(BundleModule, RegistersTheParserFactoryUnderItsServiceNameAndCategory)
     EXPECT_TRUE(platform.serviceRegistry().findByName(kServiceName)) << "stop leaves the factory registered";
 }
 
-TEST(BundleModule, FactoryMakesIndependentParsersAndPassesFailuresOn)
+// The factory makes a parser of its own for each call and passes a failure on as the module's own;
+// the one preference through which a host lets the module read format versions 10 and 11 is read
+// at every parse.
+TEST(BundleModule, FactoryMakesIndependentParsersThatReadVersions10And11WhenTheHostsPreferenceSaysSo)
 {
     ubrof::test::ScratchDir dir;
-    ubrof::UbrofWriter w;
-    w.begFile1().version(8).begLib("main").org(1, 0x100).absVar({1, 2, 3, 4}).end().eof();
-    const std::string file = dir.save(w);
-    const std::string notUbrof = dir.save(std::vector<uint8_t>{'h', 'i'}, "notes.txt");
-
-    Poco::OSP::OSPSubsystem platform;
-    platform.bundleLoader().installBundle(UBROF_MODULE_DIR);
-    OspClassFactoryManager manager(platform);
-    auto factory = boost::dynamic_pointer_cast<IObjectfileParserFactory>(manager.getClassFactory(kServiceName));
-    ASSERT_TRUE(factory);
-    EXPECT_EQ("Ubrof", factory->getObjectFileFormat());
-    auto first = factory->createObjectfileParser(file);
-    auto second = factory->createObjectfileParser(file);
-    ASSERT_TRUE(first && second);
-    EXPECT_NE(first, second);
-    try {
-        factory->createObjectfileParser(notUbrof);
-        FAIL() << "no exception";
-    } catch (const CoreException& e) {
-        EXPECT_EQ(ErrorCode::ObjectfileParseFailed, e.getErrorCode());
-    }
-}
-
-// The one preference through which a host lets the module read format versions 10 and 11; it is
-// read at every parse.
-TEST(BundleModule, ReadsVersions10And11WhenTheHostsPreferenceSaysSo)
-{
-    ubrof::test::ScratchDir dir;
-    ubrof::UbrofWriter w;
+    ubrof::UbrofWriter older, w;
+    const std::string version8 = dir.save(older.begFile1().version(8).begLib("main").end().eof(), "old.d90");
     w.begFile1().version(10, 0, 2, ubrof::UbrofWriter::newerSkipInfo(10));
     w.begLib("main").org(1, 0x100).absVar({1, 2, 3, 4}).end().eof();
     const std::string file = dir.save(w);
@@ -122,10 +98,15 @@ TEST(BundleModule, ReadsVersions10And11WhenTheHostsPreferenceSaysSo)
     OspClassFactoryManager manager(platform);
     auto factory = boost::dynamic_pointer_cast<IObjectfileParserFactory>(manager.getClassFactory(kServiceName));
     ASSERT_TRUE(factory);
+    EXPECT_EQ("Ubrof", factory->getObjectFileFormat());
+    const auto first = factory->createObjectfileParser(version8), second = factory->createObjectfileParser(version8);
+    ASSERT_TRUE(first && second);
+    EXPECT_NE(first, second);
     auto refusal = [&] {
         try {
             factory->createObjectfileParser(file);
         } catch (const CoreException& e) {
+            EXPECT_EQ(ErrorCode::ObjectfileParseFailed, e.getErrorCode());
             return e.getStatus()->getMessage();
         }
         return std::string("parsed");
