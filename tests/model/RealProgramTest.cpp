@@ -146,128 +146,109 @@ TEST(RealPrograms, PlaceAssemblerRoutinesAndSharedCodeWhole)
     EXPECT_EQ(0xB0Au, program.functions[shared].end);
 }
 
-class OldFormatProgram : public ::testing::TestWithParam<const char*> {};
-
-// In every file below version 9: each function starts at its symbol, none overlaps the next,
-// every byte of a described function has a line, and the sizes add up.
-TEST_P(OldFormatProgram, IsPlacedWholly)
-{
-    UBROF_NEED_REAL_FILES();
-    const RealProgram real(GetParam());
-    const Program& program = real.program;
-    const TarnUbrofParser& store = real.store;
-    ASSERT_FALSE(program.functions.empty());
-
-    size_t describedCount = 0;
-    uint64_t withLine = 0, withoutLine = 0;
-    for (size_t i = 0; i < program.functions.size(); ++i) {
-        const Function& function = program.functions[i];
-        if (i + 1 < program.functions.size()) {
-            EXPECT_LE(function.end, program.functions[i + 1].entry) << function.qualifiedName;
-        }
-        std::set<uint32_t> symbolEntries;
-        for (const SymbolRecord& symbol : store.symbolTable.symbols)
-            if (symbol.kind >= 1 && symbol.kind <= 4 && symbol.addressSpace != 2 &&
-                store.nameTable.nameText(symbol.nameIndex) == function.name)
-                symbolEntries.insert(symbol.value);
-        EXPECT_TRUE(symbolEntries.count(function.entry)) << function.qualifiedName;
-        if (!function.isDescribed)
-            continue;
-        ++describedCount;
-        for (uint32_t address = function.entry; address < function.end; ++address) {
-            if (!written(program, address))
-                continue;
-            const LineRow* row = program.lineAt(address);
-            EXPECT_TRUE(row && row->function == i) << function.qualifiedName << " at " << address;
-            (row ? withLine : withoutLine) += 1;
-        }
-    }
-    EXPECT_EQ(0u, withoutLine);
-
-    const MemoryImage* code = program.memory(MemorySpace::Code);
-    ASSERT_NE(nullptr, code);
-    uint64_t modules = 0;
-    for (const Module& module : program.modules) {
-        uint64_t functions = 0;
-        for (uint32_t f : module.functions)
-            functions += program.functions[f].size();
-        EXPECT_LE(functions, module.size(MemorySpace::Code)) << module.name;
-        modules += module.size(MemorySpace::Code);
-    }
-    EXPECT_LE(modules, code->byteCount());
-    if (const MemoryImage* eeprom = program.memory(MemorySpace::Eeprom)) {
-        uint64_t inEeprom = 0;
-        for (const Module& module : program.modules)
-            inEeprom += module.size(MemorySpace::Eeprom);
-        EXPECT_LE(inEeprom, eeprom->byteCount());
-    }
-    std::printf("%s: %zu functions (%zu described); function bytes with a line: %llu, without: %llu; modules %llu "
-                "of %llu code bytes\n",
-                GetParam(), program.functions.size(), describedCount, (unsigned long long)withLine,
-                (unsigned long long)withoutLine, (unsigned long long)modules, (unsigned long long)code->byteCount());
-}
-
-INSTANTIATE_TEST_SUITE_P(RealPrograms, OldFormatProgram,
-                         ::testing::Values("avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90",
-                                           "avr-mobit-nmea/nmea.d90"));
-
 std::string baseName(const std::string& path)
 {
     const size_t slash = path.find_last_of("/\\");
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-// Each file's rows: every code byte of a described function has one, and each lies inside its
-// function's code and, unless it is the function's own line standing in for rows not understood,
-// inside the lines the function's line program gives as its extent.
-TEST(NewerPrograms, AreReadWhollyWithEveryRowInsideItsFunction)
+// Every real file, read to its end: each function starts at a symbol of its name and ends before the
+// next begins; each row lies inside its function's code and every written byte of a described
+// function has one; in versions 10 and 11 a row also lies within the lines its function's line
+// program spans, unless it is the function's own line standing in for rows not understood; and below
+// version 9 the functions of a module add up to at most its size, the modules to at most their memory's.
+TEST(RealPrograms, ArePlacedWhollyWithEveryRowInsideItsFunction)
 {
     UBROF_NEED_REAL_FILES();
-    const std::vector<std::string> files = newerRealFiles();
+    std::vector<std::string> files = newerRealFiles();
     EXPECT_EQ(12u, files.size());
+    files.insert(files.begin(), {"avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90", "avr-mobit-nmea/nmea.d90"});
     for (const std::string& relative : files) {
         SCOPED_TRACE(relative);
         const RealProgram real(relative);
         const Program& program = real.program;
-        EXPECT_EQ(fs::file_size(realFile(relative)), real.store.facts.newer.endOffset);
-        EXPECT_LE(10, program.version);
+        const TarnUbrofParser& store = real.store;
+        ASSERT_FALSE(program.functions.empty());
         EXPECT_FALSE(program.processor.name.empty());
+        if (program.version >= 10) {
+            EXPECT_EQ(fs::file_size(realFile(relative)), store.facts.newer.endOffset);
+        }
 
         std::map<uint32_t, const NewerFormatFacts::FunctionLines*> extentAt;
-        for (const NewerFormatFacts::FunctionLines& record : real.store.facts.newer.functionLines) {
+        for (const NewerFormatFacts::FunctionLines& record : store.facts.newer.functionLines) {
             if (!record.understood)
                 continue;
             extentAt.emplace(record.address, &record);
             for (uint32_t i = record.firstRow; i < record.firstRow + record.rowCount; ++i)
-                EXPECT_FALSE(real.store.facts.newer.rows.at(i).fallback) << "an understood program's row";
+                EXPECT_FALSE(store.facts.newer.rows.at(i).fallback) << "an understood program's row";
         }
-        uint64_t bytes = 0, covered = 0;
         for (const LineRow& row : program.lines) {
             ASSERT_LT(row.function, program.functions.size());
             const Function& function = program.functions[row.function];
             EXPECT_TRUE(function.entry <= row.address && row.address < row.end && row.end <= function.end)
                 << function.name << " at " << row.address;
-            covered += row.end - row.address;
-            const auto extent = extentAt.find(function.entry);
-            if (row.file == function.file && row.line == function.line)
+            if (program.version < 10 || (row.file == function.file && row.line == function.line))
                 continue;
+            const auto extent = extentAt.find(function.entry);
             ASSERT_NE(extentAt.end(), extent) << function.name << " has rows but no line program";
             const PlacedExtent& lines = extent->second->extent;
             EXPECT_EQ(lines.file, row.file) << function.name;
             EXPECT_TRUE(lines.line <= row.line && row.line <= lines.line + lines.extent.extraLines)
                 << function.name << ": line " << row.line;
         }
+
         size_t described = 0;
-        for (const Function& function : program.functions)
-            if (function.isDescribed) {
-                ++described;
-                bytes += function.size();
+        uint64_t withLine = 0, withoutLine = 0;
+        for (size_t i = 0; i < program.functions.size(); ++i) {
+            const Function& function = program.functions[i];
+            if (i + 1 < program.functions.size()) {
+                EXPECT_LE(function.end, program.functions[i + 1].entry) << function.qualifiedName;
             }
+            std::set<uint32_t> symbolEntries;
+            for (const SymbolRecord& symbol : store.symbolTable.symbols)
+                if (symbol.kind >= 1 && symbol.kind <= 4 && symbol.addressSpace != 2 &&
+                    store.nameTable.nameText(symbol.nameIndex) == function.name)
+                    symbolEntries.insert(symbol.value);
+            EXPECT_TRUE(symbolEntries.count(function.entry)) << function.qualifiedName;
+            if (!function.isDescribed)
+                continue;
+            ++described;
+            for (uint32_t address = function.entry; address < function.end; ++address) {
+                if (!written(program, address))
+                    continue;
+                const LineRow* row = program.lineAt(address);
+                EXPECT_TRUE(row && row->function == i) << function.qualifiedName << " at " << address;
+                (row ? withLine : withoutLine) += 1;
+            }
+        }
+        EXPECT_EQ(0u, withoutLine);
+
+        uint64_t covered = 0, bytes = 0;
+        for (const LineRow& row : program.lines)
+            covered += row.end - row.address;
+        for (const Function& function : program.functions)
+            bytes += function.isDescribed ? function.size() : 0;
         EXPECT_EQ(bytes, covered);
-        std::printf("%s: %zu functions (%zu described), %llu of %llu function bytes on a line, %zu lines, "
+
+        // The newer files' modules also count the segment parts the file sizes but does not write.
+        for (MemorySpace space : {MemorySpace::Code, MemorySpace::Eeprom}) {
+            if (program.version >= 10)
+                break;
+            uint64_t modules = 0;
+            for (const Module& module : program.modules) {
+                uint64_t functions = 0;
+                for (uint32_t f : module.functions)
+                    functions += space == MemorySpace::Code ? program.functions[f].size() : 0;
+                EXPECT_LE(functions, module.size(space)) << module.name;
+                modules += module.size(space);
+            }
+            const MemoryImage* memory = program.memory(space);
+            EXPECT_LE(modules, memory ? memory->byteCount() : 0);
+        }
+        std::printf("%s: %zu functions (%zu described), %llu written function bytes on a line, %zu lines, "
                     "%zu notes\n",
-                    relative.c_str(), program.functions.size(), described, (unsigned long long)covered,
-                    (unsigned long long)bytes, program.lines.size(), program.notes.size());
+                    relative.c_str(), program.functions.size(), described, (unsigned long long)withLine,
+                    program.lines.size(), program.notes.size());
     }
 }
 
