@@ -128,24 +128,6 @@ TEST(RealPrograms, LightBuildsAnswerAsFullOnesDo)
     }
 }
 
-// NikeE1B.d90's assembler module stuff.asm writes _i2a, 94 bytes with a line per instruction and
-// labels at its loops; FIFO.c ends ETHfifo_free at 0xb00 and writes there ?Subroutine0, the
-// 10 bytes that both ETHfifo_free (from 0xada and 0xaf6) and MP3fifo_free (from 0xb68) jump to.
-TEST(RealPrograms, PlaceAssemblerRoutinesAndSharedCodeWhole)
-{
-    UBROF_NEED_REAL_FILES();
-    const RealProgram real("avr-ethradio/NikeE1B.d90");
-    const Program& program = real.program;
-    const Function& i2a = program.functions.at(findFunctions(program, "_i2a").at(0));
-    EXPECT_EQ(0x5926u, i2a.entry);
-    EXPECT_EQ(94u, i2a.size());
-    EXPECT_EQ(0xB00u, program.functions.at(findFunctions(program, "ETHfifo_free").at(0)).end);
-    const uint32_t shared = program.functionAt(0xB00);
-    ASSERT_NE(kNone, shared);
-    EXPECT_EQ("?Subroutine0", program.functions[shared].name);
-    EXPECT_EQ(0xB0Au, program.functions[shared].end);
-}
-
 std::string baseName(const std::string& path)
 {
     const size_t slash = path.find_last_of("/\\");
