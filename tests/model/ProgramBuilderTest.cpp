@@ -470,13 +470,7 @@ TEST_F(ModelTest, ModulesMemoriesAndTheProcessor)
     light.light = true;
     const Program summary = build(w, light);
     EXPECT_TRUE(summary.functions.empty() && summary.types.empty() && summary.lines.empty());
-    EXPECT_TRUE(summary.memory(MemorySpace::Code)->runs.empty());
-    EXPECT_EQ(10u, summary.memory(MemorySpace::Code)->byteCount());
-    EXPECT_EQ(0x16u, summary.memory(MemorySpace::Code)->endAddress());
-    for (size_t m = 0; m < program.modules.size(); ++m)
-        for (MemorySpace space : {MemorySpace::Code, MemorySpace::Data, MemorySpace::Eeprom})
-            EXPECT_EQ(program.modules[m].size(space), summary.modules[m].size(space));
-    EXPECT_EQ(program.processor.name, summary.processor.name);
+    EXPECT_TRUE(summary.memory(MemorySpace::Code)->runs.empty()); // its sizes: the next test, and the real files'
 }
 
 // What a memory takes: the bytes written there and the storage of the modules' variables, each
@@ -494,18 +488,11 @@ TEST_F(ModelTest, MemoryUseCountsEachByteOnce)
     BuildOptions light;
     light.light = true;
     for (const Program& program : {build(w), build(w, light)}) {
-        const std::vector<MemoryUse> uses = memoryUse(program);
-        ASSERT_EQ(2u, uses.size());
-        EXPECT_EQ(MemorySpace::Code, uses[0].space);
-        EXPECT_EQ(7u, uses[0].bytes);
-        EXPECT_EQ(7u, uses[0].written);
-        EXPECT_EQ(0u, uses[0].low);
-        EXPECT_EQ(0x41u, uses[0].end);
-        EXPECT_EQ(MemorySpace::Data, uses[1].space);
-        EXPECT_EQ(5u, uses[1].bytes); // x and y, 4 bytes with the 2 written among them, and z
-        EXPECT_EQ(2u, uses[1].written);
-        EXPECT_EQ(0x100u, uses[1].low);
-        EXPECT_EQ(0x201u, uses[1].end);
+        std::vector<std::tuple<MemorySpace, uint64_t, uint64_t, uint32_t, uint64_t>> uses; // bytes, written, low, end
+        for (const MemoryUse& use : memoryUse(program))
+            uses.emplace_back(use.space, use.bytes, use.written, use.low, use.end);
+        // Data: x and y, 4 bytes with the 2 written among them, and z.
+        EXPECT_EQ((decltype(uses){{MemorySpace::Code, 7, 7, 0, 0x41}, {MemorySpace::Data, 5, 2, 0x100, 0x201}}), uses);
     }
 }
 
