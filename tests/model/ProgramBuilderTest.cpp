@@ -198,31 +198,26 @@ TEST_F(ModelTest, VariablesHaveTheirLocationsAndRanges)
 
     const Function& f = function(program, "f");
     ASSERT_EQ(5u, f.variables.size());
+    using Register = std::tuple<std::string, bool, Location::Kind, uint32_t, uint32_t>; // name, parameter, kind, first, count
+    auto inRegisters = [](const Variable& v) {
+        return Register(v.name, v.isParameter, v.location.kind, v.location.firstRegister, v.location.registerCount);
+    };
     const Variable& a = program.variables[f.variables[0]];
-    EXPECT_EQ("a", a.name);
-    EXPECT_TRUE(a.isParameter);
-    EXPECT_EQ(Location::Kind::Register, a.location.kind);
-    EXPECT_EQ(16u, a.location.firstRegister); // register pair code 40
-    EXPECT_EQ(2u, a.location.registerCount);
-    ASSERT_EQ(3u, a.ranges.size());
-    EXPECT_EQ(Location::Kind::Computed, a.ranges[0].location.kind);
-    EXPECT_EQ(0x304u, a.ranges[1].low);
-    EXPECT_EQ(18u, a.ranges[1].location.firstRegister);
-    EXPECT_EQ(0x308u, a.ranges[2].low); // kind 21: back to its own location
-    EXPECT_EQ(0x30Cu, a.ranges[2].high);
-    EXPECT_EQ(16u, a.ranges[2].location.firstRegister);
-
+    EXPECT_EQ(Register("a", true, Location::Kind::Register, 16, 2), inRegisters(a)); // register pair code 40
+    std::vector<std::tuple<uint32_t, uint32_t, Location::Kind, uint32_t>> ranges; // low, high, kind, first register
+    for (const LocationRange& range : a.ranges)
+        ranges.emplace_back(range.low, range.high, range.location.kind, range.location.firstRegister);
+    // Kind 21 at 0x308: back to its own location.
+    EXPECT_EQ((decltype(ranges){{0x300, 0x304, Location::Kind::Computed, 0}, {0x304, 0x308, Location::Kind::Register, 18},
+                                {0x308, 0x30C, Location::Kind::Register, 16}}),
+              ranges);
     const Variable& b = program.variables[f.variables[1]];
-    EXPECT_TRUE(b.isParameter);
-    EXPECT_EQ(18u, b.location.firstRegister);
-    EXPECT_EQ(1u, b.location.registerCount);
+    EXPECT_EQ(Register("b", true, Location::Kind::Register, 18, 1), inRegisters(b));
     EXPECT_TRUE(b.ranges.empty());
     const Variable& t = program.variables[f.variables[2]];
-    EXPECT_FALSE(t.isParameter);
-    EXPECT_EQ(Location::Kind::FrameOffset, t.location.kind);
-    EXPECT_EQ(-2, t.location.offset);
-    EXPECT_EQ(Location::Kind::Constant, variable(program, "k").location.kind);
-    EXPECT_EQ(42u, variable(program, "k").location.address);
+    EXPECT_EQ(std::make_tuple(false, Location::Kind::FrameOffset, -2), std::make_tuple(t.isParameter, t.location.kind, t.location.offset));
+    const Location& k = variable(program, "k").location;
+    EXPECT_EQ(std::make_pair(Location::Kind::Constant, 42u), std::make_pair(k.kind, k.address));
 
     // The static local is one variable, of its function, named after it.
     const Variable& s = variable(program, "f::s");
