@@ -2,9 +2,9 @@
 // block, a shadowed global, structures, bit fields, a register pair and an I/O variable.
 #include "TestFiles.h"
 
-#include "host/FileMapper.h"
-
+#include "fuzz/ViewWalker.h"
 #include "host/CoreException.h"
+#include "host/FileMapper.h"
 #include "info/UbrofSymbolContext.h"
 #include "parser/TarnUbrofParser.h"
 #include "parser/UbrofParser.h"
@@ -19,19 +19,9 @@ using Ctx = tarn::ISymbolContext;
 using Piece = std::tuple<uint64_t, int32_t, std::string, uint32_t, uint32_t>;
 using Location = std::pair<int, std::vector<Piece>>;
 
-class Frame : public tarn::IStackTraceContext {
-public:
-    explicit Frame(uint64_t pc) : pc_(pc) {}
-    uint64_t getProgramCounter() const override { return pc_; }
-    uint64_t getFramePointer() const override { return 0; }
-
-private:
-    uint64_t pc_;
-};
-
 Location locationAt(const Ctx::Ptr& context, uint64_t pc)
 {
-    const auto location = context->getLocation(boost::make_shared<Frame>(pc));
+    const auto location = context->getLocation(walk::frameAt(pc));
     std::vector<Piece> pieces;
     for (const tarn::MemoryPiece& p : location->getPieces())
         pieces.emplace_back(p.address, p.offset, p.memorySpace, p.registerNumber, p.size);
