@@ -152,52 +152,7 @@ TEST(BundleModule, ExportsOnlyTheManifest)
     EXPECT_EQ(std::vector<std::string>{"pocoBuildManifest"}, names) << names.size() << " names exported";
 }
 
-// ---- The stand-in platform's bundles: installation from properties, and the start/stop state machine.
-
-struct Calls {
-    int starts = 0;
-    int stops = 0;
-    bool fail = false;
-};
-
-class CountingActivator : public Poco::OSP::BundleActivator {
-public:
-    explicit CountingActivator(Calls& calls) : calls_(calls) {}
-    void start(Poco::OSP::BundleContext::Ptr context) override
-    {
-        ++calls_.starts;
-        EXPECT_EQ("counted", context->thisBundle()->symbolicName());
-        if (calls_.fail)
-            throw Poco::IllegalStateException("not now");
-    }
-    void stop(Poco::OSP::BundleContext::Ptr) override { ++calls_.stops; }
-
-private:
-    Calls& calls_;
-};
-
-TEST(PlatformBundle, StartsOnceStopsOnceAndMayBeStartedAgainAfterAFailure)
-{
-    Poco::OSP::OSPSubsystem platform;
-    Calls calls;
-    calls.fail = true;
-    Poco::OSP::Bundle::Ptr bundle = platform.bundleLoader().installBundle(
-        "counted", new Poco::Util::MapConfiguration, [&calls] { return new CountingActivator(calls); });
-    EXPECT_EQ(Poco::OSP::Bundle::BUNDLE_RESOLVED, bundle->state());
-    EXPECT_THROW(bundle->start(), Poco::IllegalStateException);
-    EXPECT_EQ(Poco::OSP::Bundle::BUNDLE_RESOLVED, bundle->state());
-
-    calls.fail = false;
-    bundle->start();
-    bundle->start();
-    EXPECT_EQ(2, calls.starts);
-    EXPECT_EQ(Poco::OSP::Bundle::BUNDLE_ACTIVE, bundle->state());
-    bundle->stop();
-    bundle->stop();
-    EXPECT_EQ(1, calls.stops);
-    EXPECT_EQ(Poco::OSP::Bundle::BUNDLE_RESOLVED, bundle->state());
-    EXPECT_EQ(nullptr, bundle->activator());
-}
+// ---- The stand-in platform's bundles installed from properties (their start and stop: ClassFactoryManagerTest).
 
 TEST(PlatformBundleLoader, InstallsFromPropertiesAndRejectsIncompleteOnes)
 {

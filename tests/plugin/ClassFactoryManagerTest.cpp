@@ -78,7 +78,7 @@ TEST_F(ClassFactoryManagerTest, SplitsServicesAtCommasAndColonsAndKeepsDeclarati
     EXPECT_EQ(0, starts) << "listing class names starts no bundle";
 }
 
-TEST_F(ClassFactoryManagerTest, GetClassFactoryStartsTheDeclaringBundleOnce)
+TEST_F(ClassFactoryManagerTest, GetClassFactoryStartsTheDeclaringBundleOnceUntilItStops)
 {
     Bundle::Ptr bundle = install("parsers", "x:y", {{"x", {"com.example.Other", "parser"}},
                                                     {"y", {"com.example.Parser", "parser"}}},
@@ -97,6 +97,10 @@ TEST_F(ClassFactoryManagerTest, GetClassFactoryStartsTheDeclaringBundleOnce)
     EXPECT_EQ(factory, again) << "the registry's factory, not a copy";
     EXPECT_EQ(1, starts) << "an active bundle is not started again";
     EXPECT_EQ(Bundle::BUNDLE_ACTIVE, bundle->state());
+    bundle->stop();
+    bundle->stop();
+    EXPECT_EQ(Bundle::BUNDLE_RESOLVED, bundle->state());
+    EXPECT_EQ(nullptr, bundle->activator()) << "a stopped bundle lets its activator go";
 }
 
 TEST_F(ClassFactoryManagerTest, ReportsABundleThatFailsToStartAndGoesOn)
