@@ -59,6 +59,15 @@ protected:
         return program.variables.at(found.at(0));
     }
 
+    using FunctionRow = std::tuple<std::string, uint32_t, uint32_t, bool>; ///< name, entry, end, described
+    static std::vector<FunctionRow> functionRows(const Program& program)
+    {
+        std::vector<FunctionRow> rows;
+        for (const Function& function : program.functions)
+            rows.emplace_back(function.qualifiedName, function.entry, function.end, function.isDescribed);
+        return rows;
+    }
+
     /// The line and whether it starts a statement at each address of [low, high); 0 for none.
     static std::vector<std::pair<uint32_t, bool>> linesOf(const Program& program, uint32_t low, uint32_t high)
     {
@@ -91,18 +100,11 @@ TEST_F(ModelTest, FunctionsSpanTheirEntryCodeAndEveryByteHasALine)
     w.end().eof();
     const Program program = build(w);
 
-    ASSERT_EQ(2u, program.functions.size());
-    const Function& start = program.functions[0];
-    EXPECT_EQ("start", start.name);
-    EXPECT_EQ(0x100u, start.entry);
-    EXPECT_EQ(0x110u, start.end);
-    EXPECT_TRUE(start.isExternal);
-    EXPECT_EQ(10u, start.line);
-    EXPECT_EQ("motor.c", program.files.at(start.file).path);
-    const Function& stop = program.functions[1];
-    EXPECT_EQ(0x120u, stop.entry);
-    EXPECT_EQ(0x124u, stop.end);
-    EXPECT_FALSE(stop.isExternal);
+    EXPECT_EQ((std::vector<FunctionRow>{{"start", 0x100, 0x110, true}, {"stop", 0x120, 0x124, true}}), functionRows(program));
+    const Function& start = program.functions.at(0);
+    EXPECT_EQ(std::make_tuple(true, 10u, std::string("motor.c")),
+              std::make_tuple(start.isExternal, start.line, program.files.at(start.file).path));
+    EXPECT_FALSE(program.functions[1].isExternal);
 
     using Lines = std::vector<std::pair<uint32_t, bool>>;
     EXPECT_EQ((Lines{{10, true}, {10, false}, {10, false}, {10, false}, {12, true}, {12, false}, {12, false},
@@ -134,10 +136,7 @@ TEST_F(ModelTest, AFunctionEndsWhereTheNextBegins)
     w.org(1, 0x208).blockBegin3(1).srcStat(2, 2).absVar({1, 2}).blockEnd().end().eof();
     const Program program = build(w);
 
-    ASSERT_EQ(2u, program.functions.size());
-    EXPECT_EQ(0x204u, program.functions[0].end);
-    EXPECT_EQ(0x204u, program.functions[1].entry);
-    EXPECT_EQ(0x20Au, program.functions[1].end);
+    EXPECT_EQ((std::vector<FunctionRow>{{"first", 0x200, 0x204, true}, {"second", 0x204, 0x20A, true}}), functionRows(program));
     EXPECT_FALSE(program.notes.empty());
 }
 
@@ -161,20 +160,13 @@ TEST_F(ModelTest, CodeAfterAFunctionAndAnAssemblerRoutineBelongToFunctions)
     w.end().eof();
     const Program program = build(w);
 
-    const Function& f = function(program, "f");
-    EXPECT_EQ(0x106u, f.end);
+    // ??i2a_0 is a loop's label inside _i2a, no function of its own.
+    EXPECT_EQ((std::vector<FunctionRow>{{"f", 0x100, 0x106, true}, {"g", 0x106, 0x10A, true},
+                                        {"?Subroutine0", 0x10A, 0x10C, false}, {"h", 0x10C, 0x10E, true},
+                                        {"_i2a", 0x200, 0x206, false}}),
+              functionRows(program));
     ASSERT_NE(nullptr, program.lineAt(0x105));
     EXPECT_EQ(1u, program.lineAt(0x105)->line);
-    EXPECT_EQ(0x10Au, function(program, "g").end);
-    const Function& piece = function(program, "?Subroutine0");
-    EXPECT_EQ(0x10Au, piece.entry);
-    EXPECT_EQ(0x10Cu, piece.end);
-    EXPECT_FALSE(piece.isDescribed);
-    EXPECT_EQ(0x10Cu, function(program, "h").entry);
-    const Function& routine = function(program, "_i2a");
-    EXPECT_EQ(0x200u, routine.entry);
-    EXPECT_EQ(0x206u, routine.end);
-    EXPECT_TRUE(findFunctions(program, "??i2a_0").empty());
 }
 
 // Parameters come first, one per parameter type; every location kind, and where it changes.
