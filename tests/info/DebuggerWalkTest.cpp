@@ -109,12 +109,11 @@ TEST_F(DebuggerWalk, ListsMembersAndPlacesRegisterPairsAndIoVariables)
     ASSERT_EQ(2u, typeMembers.size());
     EXPECT_TRUE(typeMembers[1]->isEquivalent(members[1]));
 
-    const auto bits = symbols->lookupGlobalSymbol("f", false)->getChildren(Ctx::OtherSymbol);
-    ASSERT_EQ(2u, bits.size());
-    EXPECT_TRUE(bits[0]->isBitField());
-    EXPECT_EQ(3, bits[0]->getBitSize());
-    EXPECT_EQ(0, bits[0]->getBitOffset()); // position 5: the top three bits of the byte
-    EXPECT_EQ(5, bits[1]->getBitOffset()); // position 0
+    // Bit offsets count from the other end: position 5 is offset 0, the top three bits of the byte.
+    std::vector<std::tuple<bool, int, int>> bits;
+    for (const Ctx::Ptr& member : symbols->lookupGlobalSymbol("f", false)->getChildren(Ctx::OtherSymbol))
+        bits.emplace_back(member->isBitField(), member->getBitSize(), member->getBitOffset());
+    EXPECT_EQ((decltype(bits){{true, 3, 0}, {true, 3, 5}}), bits); // position 0: offset 5
 
     const Ctx::Ptr pair = symbols->lookupSymbolFromPc("r", 0x102, false);
     EXPECT_EQ((Location{tarn::ILocation::RegisterPieces, {{24, 0, "registers", 24, 1}, {24, 0, "registers", 25, 1}}}),
