@@ -35,18 +35,6 @@ walk::WalkLimits wholeWalk()
     return limits;
 }
 
-// Copies of the real files the module reads (format versions below 9) in dir: parsing writes
-// embedded sources beside the file, and the shared folder must never be written.
-std::vector<std::string> oldFormatCopies(const ScratchDir& dir)
-{
-    std::vector<std::string> copies;
-    for (const char* relative : {"avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90", "avr-mobit-nmea/nmea.d90"}) {
-        copies.push_back(dir.path(fs::path(relative).filename().string()));
-        fs::copy_file(realFile(relative), copies.back());
-    }
-    return copies;
-}
-
 /// Runs body(thread) on kThreads threads released at the same moment, and waits for all of them;
 /// an exception in any thread is rethrown here.
 template <typename Body>
@@ -70,7 +58,12 @@ protected:
     void SetUp() override
     {
         UBROF_NEED_REAL_FILES();
-        files = oldFormatCopies(dir);
+        // Copies of the real files the module reads (versions below 9): parsing writes embedded
+        // sources beside the file, and the shared folder must never be written.
+        for (const char* relative : {"avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90", "avr-mobit-nmea/nmea.d90"}) {
+            files.push_back(dir.path(fs::path(relative).filename().string()));
+            fs::copy_file(realFile(relative), files.back());
+        }
         for (const std::string& file : files) {
             const walk::WalkResult result = walk::walkFile(file, wholeWalk());
             ASSERT_TRUE(result.parsed) << file << ": " << result.error;
