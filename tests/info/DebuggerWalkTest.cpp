@@ -2,9 +2,9 @@
 // block, a shadowed global, structures, bit fields, a register pair and an I/O variable.
 #include "TestFiles.h"
 
-#include "host/FileMapper.h"
-
+#include "fuzz/ViewWalker.h"
 #include "host/CoreException.h"
+#include "host/FileMapper.h"
 #include "info/UbrofSymbolContext.h"
 #include "parser/TarnUbrofParser.h"
 #include "parser/UbrofParser.h"
@@ -19,19 +19,9 @@ using Ctx = tarn::ISymbolContext;
 using Piece = std::tuple<uint64_t, int32_t, std::string, uint32_t, uint32_t>;
 using Location = std::pair<int, std::vector<Piece>>;
 
-class Frame : public tarn::IStackTraceContext {
-public:
-    explicit Frame(uint64_t pc) : pc_(pc) {}
-    uint64_t getProgramCounter() const override { return pc_; }
-    uint64_t getFramePointer() const override { return 0; }
-
-private:
-    uint64_t pc_;
-};
-
 Location locationAt(const Ctx::Ptr& context, uint64_t pc)
 {
-    const auto location = context->getLocation(boost::make_shared<Frame>(pc));
+    const auto location = context->getLocation(walk::frameAt(pc));
     std::vector<Piece> pieces;
     for (const tarn::MemoryPiece& p : location->getPieces())
         pieces.emplace_back(p.address, p.offset, p.memorySpace, p.registerNumber, p.size);
@@ -119,12 +109,11 @@ TEST_F(DebuggerWalk, ListsMembersAndPlacesRegisterPairsAndIoVariables)
     ASSERT_EQ(2u, typeMembers.size());
     EXPECT_TRUE(typeMembers[1]->isEquivalent(members[1]));
 
-    const auto bits = symbols->lookupGlobalSymbol("f", false)->getChildren(Ctx::OtherSymbol);
-    ASSERT_EQ(2u, bits.size());
-    EXPECT_TRUE(bits[0]->isBitField());
-    EXPECT_EQ(3, bits[0]->getBitSize());
-    EXPECT_EQ(0, bits[0]->getBitOffset()); // position 5: the top three bits of the byte
-    EXPECT_EQ(5, bits[1]->getBitOffset()); // position 0
+    // Bit offsets count from the other end: position 5 is offset 0, the top three bits of the byte.
+    std::vector<std::tuple<bool, int, int>> bits;
+    for (const Ctx::Ptr& member : symbols->lookupGlobalSymbol("f", false)->getChildren(Ctx::OtherSymbol))
+        bits.emplace_back(member->isBitField(), member->getBitSize(), member->getBitOffset());
+    EXPECT_EQ((decltype(bits){{true, 3, 0}, {true, 3, 5}}), bits); // position 0: offset 5
 
     const Ctx::Ptr pair = symbols->lookupSymbolFromPc("r", 0x102, false);
     EXPECT_EQ((Location{tarn::ILocation::RegisterPieces, {{24, 0, "registers", 24, 1}, {24, 0, "registers", 25, 1}}}),
@@ -235,21 +224,7 @@ TEST_F(DebuggerWalk, MapsLinesToAddressesAndAddressesToCodeAreas)
     EXPECT_EQ("getAddressesFromSingleStatement failed", status.getMessage());
 }
 
-TEST(SourceInformation, AFileWithoutSourceFilesListsNone)
-{
-    test::ScratchDir dir;
-    UbrofWriter w;
-    const auto source = UbrofParser(dir.save(w.begFile1().version(8).begLib("main").end().eof()))
-                            .createSourceInformation();
-    tarn::Status status;
-    std::vector<std::string> files;
-    EXPECT_FALSE(source->getSourcefiles(status, files));
-    EXPECT_EQ(tarn::ErrorCode::NoSourceFiles, status.getErrorCode());
-    EXPECT_EQ("No source file found in Ubrofs objectfile.", status.getMessage());
-    files.push_back("given.c");
-    EXPECT_TRUE(source->getSourcefiles(status, files));
-}
-
+// Each file once, in declaration order, under its public path; a file with none is an error.
 TEST(SourceInformation, ListsEachFileOnceInDeclarationOrderUnderItsPublicPath)
 {
     test::ScratchDir dir;
@@ -265,6 +240,16 @@ TEST(SourceInformation, ListsEachFileOnceInDeclarationOrderUnderItsPublicPath)
     tarn::FileMapper::clearSubstitutions();
     EXPECT_EQ((std::vector<std::string>{"/home/dev/src/b.c", "/home/dev/src/a.c", "/home/dev/src/c.c"}), files);
     EXPECT_TRUE(status.isOk());
+
+    UbrofWriter none;
+    const auto empty = UbrofParser(dir.save(none.begFile1().version(8).begLib("main").end().eof(), "none.d90"))
+                           .createSourceInformation();
+    files.clear();
+    EXPECT_FALSE(empty->getSourcefiles(status, files));
+    EXPECT_EQ(tarn::ErrorCode::NoSourceFiles, status.getErrorCode());
+    EXPECT_EQ("No source file found in Ubrofs objectfile.", status.getMessage());
+    files.push_back("given.c");
+    EXPECT_TRUE(empty->getSourcefiles(status, files));
 }
 
 TEST(SymbolInformation, FollowsATypedefToItsStructureAndPrefersAFunctionToAVariableOfItsName)

@@ -1,5 +1,6 @@
 // The program model from writer-built files: true function ranges, a line for every code byte,
-// qualified names, resolved types, modules and memories, and files that make no sense.
+// qualified names, resolved types, modules and memories, the tags of format version 10 (sizes,
+// positions, stack use, statement rows and what it cannot read), and files that make no sense.
 #include "TestFiles.h"
 
 #include "model/ProgramBuilder.h"
@@ -27,6 +28,23 @@ protected:
         return w;
     }
 
+    static UbrofWriter newerStart()
+    {
+        UbrofWriter w;
+        w.begFile1().version(10, 0, 2, UbrofWriter::newerSkipInfo(10));
+        return w;
+    }
+
+    // Global lines of a version 10 file: main.c 1-2, the header 1-5 (included at main.c line 2), main.c 3-20.
+    static WriterSourceFiles sources(const std::string& header = "io.h")
+    {
+        WriterSourceFiles files;
+        files.directories = {"C:\\src\\"};
+        files.files = {{"main.c", 1, 20, {}}, {header, 1, 5, {}}};
+        files.include(0, 0).include(2, 1).end().end();
+        return files;
+    }
+
     static const Function& function(const Program& program, const std::string& name)
     {
         const std::vector<uint32_t> found = findFunctions(program, name);
@@ -39,6 +57,15 @@ protected:
         const std::vector<uint32_t> found = findVariables(program, name);
         EXPECT_EQ(1u, found.size()) << name;
         return program.variables.at(found.at(0));
+    }
+
+    using FunctionRow = std::tuple<std::string, uint32_t, uint32_t, bool>; ///< name, entry, end, described
+    static std::vector<FunctionRow> functionRows(const Program& program)
+    {
+        std::vector<FunctionRow> rows;
+        for (const Function& function : program.functions)
+            rows.emplace_back(function.qualifiedName, function.entry, function.end, function.isDescribed);
+        return rows;
     }
 
     /// The line and whether it starts a statement at each address of [low, high); 0 for none.
@@ -73,18 +100,11 @@ TEST_F(ModelTest, FunctionsSpanTheirEntryCodeAndEveryByteHasALine)
     w.end().eof();
     const Program program = build(w);
 
-    ASSERT_EQ(2u, program.functions.size());
-    const Function& start = program.functions[0];
-    EXPECT_EQ("start", start.name);
-    EXPECT_EQ(0x100u, start.entry);
-    EXPECT_EQ(0x110u, start.end);
-    EXPECT_TRUE(start.isExternal);
-    EXPECT_EQ(10u, start.line);
-    EXPECT_EQ("motor.c", program.files.at(start.file).path);
-    const Function& stop = program.functions[1];
-    EXPECT_EQ(0x120u, stop.entry);
-    EXPECT_EQ(0x124u, stop.end);
-    EXPECT_FALSE(stop.isExternal);
+    EXPECT_EQ((std::vector<FunctionRow>{{"start", 0x100, 0x110, true}, {"stop", 0x120, 0x124, true}}), functionRows(program));
+    const Function& start = program.functions.at(0);
+    EXPECT_EQ(std::make_tuple(true, 10u, std::string("motor.c")),
+              std::make_tuple(start.isExternal, start.line, program.files.at(start.file).path));
+    EXPECT_FALSE(program.functions[1].isExternal);
 
     using Lines = std::vector<std::pair<uint32_t, bool>>;
     EXPECT_EQ((Lines{{10, true}, {10, false}, {10, false}, {10, false}, {12, true}, {12, false}, {12, false},
@@ -116,10 +136,7 @@ TEST_F(ModelTest, AFunctionEndsWhereTheNextBegins)
     w.org(1, 0x208).blockBegin3(1).srcStat(2, 2).absVar({1, 2}).blockEnd().end().eof();
     const Program program = build(w);
 
-    ASSERT_EQ(2u, program.functions.size());
-    EXPECT_EQ(0x204u, program.functions[0].end);
-    EXPECT_EQ(0x204u, program.functions[1].entry);
-    EXPECT_EQ(0x20Au, program.functions[1].end);
+    EXPECT_EQ((std::vector<FunctionRow>{{"first", 0x200, 0x204, true}, {"second", 0x204, 0x20A, true}}), functionRows(program));
     EXPECT_FALSE(program.notes.empty());
 }
 
@@ -143,20 +160,13 @@ TEST_F(ModelTest, CodeAfterAFunctionAndAnAssemblerRoutineBelongToFunctions)
     w.end().eof();
     const Program program = build(w);
 
-    const Function& f = function(program, "f");
-    EXPECT_EQ(0x106u, f.end);
+    // ??i2a_0 is a loop's label inside _i2a, no function of its own.
+    EXPECT_EQ((std::vector<FunctionRow>{{"f", 0x100, 0x106, true}, {"g", 0x106, 0x10A, true},
+                                        {"?Subroutine0", 0x10A, 0x10C, false}, {"h", 0x10C, 0x10E, true},
+                                        {"_i2a", 0x200, 0x206, false}}),
+              functionRows(program));
     ASSERT_NE(nullptr, program.lineAt(0x105));
     EXPECT_EQ(1u, program.lineAt(0x105)->line);
-    EXPECT_EQ(0x10Au, function(program, "g").end);
-    const Function& piece = function(program, "?Subroutine0");
-    EXPECT_EQ(0x10Au, piece.entry);
-    EXPECT_EQ(0x10Cu, piece.end);
-    EXPECT_FALSE(piece.isDescribed);
-    EXPECT_EQ(0x10Cu, function(program, "h").entry);
-    const Function& routine = function(program, "_i2a");
-    EXPECT_EQ(0x200u, routine.entry);
-    EXPECT_EQ(0x206u, routine.end);
-    EXPECT_TRUE(findFunctions(program, "??i2a_0").empty());
 }
 
 // Parameters come first, one per parameter type; every location kind, and where it changes.
@@ -180,31 +190,26 @@ TEST_F(ModelTest, VariablesHaveTheirLocationsAndRanges)
 
     const Function& f = function(program, "f");
     ASSERT_EQ(5u, f.variables.size());
+    using Register = std::tuple<std::string, bool, Location::Kind, uint32_t, uint32_t>; // name, parameter, kind, first, count
+    auto inRegisters = [](const Variable& v) {
+        return Register(v.name, v.isParameter, v.location.kind, v.location.firstRegister, v.location.registerCount);
+    };
     const Variable& a = program.variables[f.variables[0]];
-    EXPECT_EQ("a", a.name);
-    EXPECT_TRUE(a.isParameter);
-    EXPECT_EQ(Location::Kind::Register, a.location.kind);
-    EXPECT_EQ(16u, a.location.firstRegister); // register pair code 40
-    EXPECT_EQ(2u, a.location.registerCount);
-    ASSERT_EQ(3u, a.ranges.size());
-    EXPECT_EQ(Location::Kind::Computed, a.ranges[0].location.kind);
-    EXPECT_EQ(0x304u, a.ranges[1].low);
-    EXPECT_EQ(18u, a.ranges[1].location.firstRegister);
-    EXPECT_EQ(0x308u, a.ranges[2].low); // kind 21: back to its own location
-    EXPECT_EQ(0x30Cu, a.ranges[2].high);
-    EXPECT_EQ(16u, a.ranges[2].location.firstRegister);
-
+    EXPECT_EQ(Register("a", true, Location::Kind::Register, 16, 2), inRegisters(a)); // register pair code 40
+    std::vector<std::tuple<uint32_t, uint32_t, Location::Kind, uint32_t>> ranges; // low, high, kind, first register
+    for (const LocationRange& range : a.ranges)
+        ranges.emplace_back(range.low, range.high, range.location.kind, range.location.firstRegister);
+    // Kind 21 at 0x308: back to its own location.
+    EXPECT_EQ((decltype(ranges){{0x300, 0x304, Location::Kind::Computed, 0}, {0x304, 0x308, Location::Kind::Register, 18},
+                                {0x308, 0x30C, Location::Kind::Register, 16}}),
+              ranges);
     const Variable& b = program.variables[f.variables[1]];
-    EXPECT_TRUE(b.isParameter);
-    EXPECT_EQ(18u, b.location.firstRegister);
-    EXPECT_EQ(1u, b.location.registerCount);
+    EXPECT_EQ(Register("b", true, Location::Kind::Register, 18, 1), inRegisters(b));
     EXPECT_TRUE(b.ranges.empty());
     const Variable& t = program.variables[f.variables[2]];
-    EXPECT_FALSE(t.isParameter);
-    EXPECT_EQ(Location::Kind::FrameOffset, t.location.kind);
-    EXPECT_EQ(-2, t.location.offset);
-    EXPECT_EQ(Location::Kind::Constant, variable(program, "k").location.kind);
-    EXPECT_EQ(42u, variable(program, "k").location.address);
+    EXPECT_EQ(std::make_tuple(false, Location::Kind::FrameOffset, -2), std::make_tuple(t.isParameter, t.location.kind, t.location.offset));
+    const Location& k = variable(program, "k").location;
+    EXPECT_EQ(std::make_pair(Location::Kind::Constant, 42u), std::make_pair(k.kind, k.address));
 
     // The static local is one variable, of its function, named after it.
     const Variable& s = variable(program, "f::s");
@@ -274,48 +279,38 @@ TEST_F(ModelTest, TypesAreResolvedAndWrittenInC)
     const Program program = build(w);
     const std::vector<Type>& types = program.types;
 
-    EXPECT_EQ(Kind::Typedef, types[101].kind);
-    EXPECT_EQ("u8", types[101].cName);
-    EXPECT_EQ(1u, types[101].size);
+    // Each type's C text, size and kind; a cycle leaves the types that close it unknown.
+    const std::vector<std::tuple<uint32_t, std::string, uint32_t, Kind>> expected = {
+        {101, "u8", 1, Kind::Typedef}, {104, "uint8_t (*)(void)", 3, Kind::Pointer}, // 3: its target's memory
+        {109, "int[3][2]", 12, Kind::Array}, {112, "const unsigned char *", 2, Kind::Pointer},
+    };
+    for (const auto& [index, text, size, kind] : expected)
+        EXPECT_EQ(std::make_tuple(text, size, kind), std::make_tuple(types[index].cName, types[index].size, types[index].kind))
+            << index;
+    for (const auto& [index, text] : std::vector<std::pair<uint32_t, std::string>>{
+             {102, "uint8_t (void)"}, {105, "struct point"}, {113, "const volatile int"}, {117, "struct node *"}})
+        EXPECT_EQ(text, types[index].cName) << index;
+    EXPECT_EQ((std::vector<Kind>{Kind::Base, Kind::Unknown, Kind::Unknown, Kind::Structure, Kind::Unknown}),
+              (std::vector<Kind>{types[114].kind, types[115].kind, types[116].kind, types[118].kind, types[119].kind}))
+        << "an I/O mark is no qualifier of C";
     EXPECT_EQ(kUnsignedChar, types[101].resolved);
     EXPECT_EQ(Type::Encoding::UnsignedChar, types[kUnsignedChar].encoding);
     EXPECT_EQ(1u, variable(program, "v").size);
-
-    EXPECT_EQ("uint8_t (void)", types[102].cName);
-    EXPECT_EQ("uint8_t (*)(void)", types[104].cName);
-    EXPECT_EQ(3u, types[104].size); // the width of the memory its target lies in
-    EXPECT_EQ(MemorySpace::Code, types[104].pointerSpace);
-    EXPECT_EQ(102u, types[104].target); // past the memory qualifier
+    EXPECT_EQ(std::make_pair(MemorySpace::Code, 102u), std::make_pair(types[104].pointerSpace, types[104].target))
+        << "past the memory qualifier";
+    EXPECT_EQ(MemorySpace::Code, types[112].pointerSpace);
 
     const Type& point = types[105];
-    EXPECT_EQ("struct point", point.cName);
     ASSERT_EQ(3u, point.members.size());
     EXPECT_EQ(uint32_t(kInt), point.members[0].type);
-    EXPECT_EQ("speed", point.members[2].name);
-    EXPECT_EQ(uint32_t(kUnsignedChar), point.members[2].type);
-    EXPECT_EQ(2u, point.members[2].offset);
-    EXPECT_EQ(5u, point.members[2].bitSize);
-    EXPECT_EQ(3u, point.members[2].bitOffset);
-
-    EXPECT_EQ("int[3][2]", types[109].cName);
+    const Type::Member& speed = point.members[2];
+    EXPECT_EQ(std::make_tuple(std::string("speed"), uint32_t(kUnsignedChar), 2u, 5u, 3u),
+              std::make_tuple(speed.name, speed.type, speed.offset, speed.bitSize, speed.bitOffset));
     EXPECT_EQ((std::vector<uint32_t>{3, 2}), types[109].dimensions);
     EXPECT_EQ(uint32_t(kInt), types[109].target);
-    EXPECT_EQ(12u, types[109].size);
     ASSERT_EQ(2u, types[110].enumerators.size());
-    EXPECT_EQ(-1, types[110].enumerators[1].value);
-    EXPECT_EQ(1u, types[110].size);
-    EXPECT_EQ("const unsigned char *", types[112].cName);
-    EXPECT_EQ(2u, types[112].size);
-    EXPECT_EQ(MemorySpace::Code, types[112].pointerSpace);
-    EXPECT_EQ("const volatile int", types[113].cName);
+    EXPECT_EQ(std::make_pair(int64_t(-1), 1u), std::make_pair(int64_t(types[110].enumerators[1].value), types[110].size));
     EXPECT_EQ(Kind::Volatile, types[types[113].target].kind);
-    EXPECT_EQ(Kind::Base, types[114].kind); // an I/O mark is no qualifier of C
-
-    EXPECT_EQ(Kind::Unknown, types[115].kind);
-    EXPECT_EQ(Kind::Unknown, types[116].kind);
-    EXPECT_EQ(Kind::Structure, types[118].kind);
-    EXPECT_EQ("struct node *", types[117].cName);
-    EXPECT_EQ(Kind::Unknown, types[119].kind);
 }
 
 // Chains as long as the type indices allow resolve without a deep walk.
@@ -338,31 +333,57 @@ TEST_F(ModelTest, LongTypeChainsResolve)
     EXPECT_LE(program.types[kLast + 1].cName.size(), 512u);
 }
 
-// A program that names no CPU still includes its device's register header: its name says the
-// device, unless the file names the CPU itself or its headers name two devices.
-TEST_F(ModelTest, AnAvrProgramWithoutACpuNameIsNamedByItsRegisterHeader)
+// The processor: the CPU the file names; else the one device its sources' register headers name
+// (version 8 file references, or the source files of version 10 with the core they name); else the
+// module's target code; else the file's extension.
+TEST_F(ModelTest, TheProcessorIsNamedByTheFileItsDeviceHeaderItsTargetOrItsExtension)
 {
-    auto processorOf = [this](const std::string& cpu, const std::vector<std::string>& headers) {
-        UbrofWriter w = fileStart();
-        if (!cpu.empty())
-            w.keyValue("__cpu_name", cpu);
-        w.begPgm("main").aux1("4.10B", 0x5A32);
-        uint16_t reference = 0;
-        for (const std::string& header : headers)
-            w.fileRef(reference++, header);
-        w.fileRef(reference, "D:\\src\\main.c").end().eof();
-        return build(w).processor;
+    struct Row {
+        std::string cpu, core; ///< a core makes it a version 10 file
+        std::vector<std::string> headers;
+        std::string extension;
+        std::string expected;
     };
     const std::string inc = "C:\\avr\\INC\\";
-    EXPECT_EQ("ATmega16", processorOf("", {inc + "iomacro.h", inc + "iom16.h", inc + "intrinsics.h"}).name);
-    EXPECT_EQ(Family::Avr, processorOf("", {inc + "iom16.h"}).family);
+    std::vector<Row> rows = {
+        {"", "", {inc + "iomacro.h", inc + "iom16.h", inc + "intrinsics.h"}, "d90", "AVR ATmega16"},
+        {"", "", {inc + "iom16.h", inc + "iom32.h"}, "d90", "AVR "}, // two devices name none
+        {"ATmega32", "", {inc + "iom16.h"}, "d90", "AVR ATmega32"},
+        {"", "", {}, "d43", "AVR "}, // the target code comes before the extension
+        {"", "plain", {"ioCC2530.h"}, "dbg", "8051 CC2530"},
+        {"", "rl78_1", {"ior5f100le.h"}, "dbg", "RL78 R5F100LE"},
+        {"", "430X", {"msp430fr5739.h"}, "dbg", "MSP430 MSP430FR5739"},
+        {"", "430", {"msp430.h"}, "dbg", "MSP430 "},     // the generic header names no part
+        {"", "430", {"msp430x14x.h"}, "dbg", "MSP430 "}, // nor does a family's
+        {"", "430", {"ioCC2530.h"}, "dbg", "MSP430 "},   // a part of another family is no evidence
+    };
     for (const auto& [header, device] : std::vector<std::pair<std::string, std::string>>{
              {"iom644p.h", "ATmega644P"}, {"iotn2313.h", "ATtiny2313"}, {"iousb1287.h", "AT90USB1287"},
              {"iocan128.h", "AT90CAN128"}, {"ioxm128a1.h", "ATxmega128A1"}, {"IOM128.H", "ATmega128"},
              {"ioavr.h", ""}, {"iomacro.h", ""}, {"io.h", ""}, {"iom.h", ""}, {"iom16_x.h", ""}})
-        EXPECT_EQ(device, processorOf("", {"inc/" + header}).name) << header;
-    EXPECT_EQ("", processorOf("", {inc + "iom16.h", inc + "iom32.h"}).name);
-    EXPECT_EQ("ATmega32", processorOf("ATmega32", {inc + "iom16.h"}).name);
+        rows.push_back({"", "", {"inc/" + header}, "d90", "AVR " + device});
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.expected + " from " + (row.headers.empty() ? row.extension : row.headers.back()));
+        UbrofWriter w;
+        if (row.core.empty()) {
+            w.begFile1().version(8);
+            if (!row.cpu.empty())
+                w.keyValue("__cpu_name", row.cpu);
+            w.begPgm("main").aux1("4.10B", 0x5A32);
+            for (uint16_t reference = 0; reference < row.headers.size(); ++reference)
+                w.fileRef(reference, row.headers[reference]);
+        } else {
+            w = newerStart();
+            w.keyValue("__core", row.core).begPgm("m").sourceFiles(sources(row.headers.at(0)));
+        }
+        w.end().eof();
+        const Program program = loadProgram(dir.save(w, "program." + row.extension));
+        EXPECT_EQ(row.expected, std::string(familyName(program.processor.family)) + " " + program.processor.name);
+    }
+    UbrofWriter bare = fileStart();
+    bare.begPgm("m").end().eof();
+    EXPECT_EQ(Family::Msp430, loadProgram(dir.save(bare, "program.d43")).processor.family);
+    EXPECT_EQ(Family::Unknown, loadProgram(dir.save(bare, "program.dbg")).processor.family);
 }
 
 // Modules by their names, with their files and what they occupy; memories as the runs written;
@@ -385,22 +406,19 @@ TEST_F(ModelTest, ModulesMemoriesAndTheProcessor)
 
     EXPECT_EQ(8, program.version);
     EXPECT_EQ("4.10B", program.producer);
-    EXPECT_EQ(Family::Avr, program.processor.family);
-    EXPECT_EQ("ATmega16", program.processor.name);
+    EXPECT_EQ("AVR ATmega16", std::string(familyName(program.processor.family)) + " " + program.processor.name);
     EXPECT_EQ(2u, program.attributes.size());
     EXPECT_EQ(0u, program.entryPoint.value_or(1));
 
-    ASSERT_EQ(3u, program.modules.size());
-    const Module& main = program.modules[0];
-    EXPECT_EQ("main", main.name);
-    EXPECT_EQ("src/main.c", program.files.at(main.file).path);
-    EXPECT_EQ(2u, main.files.size());
-    EXPECT_EQ(6u, main.size(MemorySpace::Code));
-    EXPECT_EQ(2u, main.size(MemorySpace::Data));
-    EXPECT_EQ(1u, main.size(MemorySpace::Eeprom));
-    EXPECT_EQ("src/empty.c", program.files.at(program.modules[1].file).path);
-    EXPECT_EQ(0u, program.modules[1].size(MemorySpace::Code));
-    EXPECT_EQ(4u, program.modules[2].size(MemorySpace::Code));
+    // Each module: its name, its own file and how many it refers to, and what it takes of each memory.
+    std::vector<std::tuple<std::string, std::string, size_t, uint64_t, uint64_t, uint64_t>> modules;
+    for (const Module& module : program.modules)
+        modules.emplace_back(module.name, module.file == kNone ? "" : program.files.at(module.file).path,
+                             module.files.size(), module.size(MemorySpace::Code), module.size(MemorySpace::Data),
+                             module.size(MemorySpace::Eeprom));
+    EXPECT_EQ((decltype(modules){{"main", "src/main.c", 2, 6, 2, 1}, {"empty", "src/empty.c", 1, 0, 0, 0},
+                                 {"?RESET", "", 0, 4, 0, 0}}),
+              modules);
 
     const MemoryImage* code = program.memory(MemorySpace::Code);
     ASSERT_NE(nullptr, code);
@@ -410,9 +428,7 @@ TEST_F(ModelTest, ModulesMemoriesAndTheProcessor)
     EXPECT_EQ(0x16u, code->endAddress());
     EXPECT_EQ(1u, program.memory(MemorySpace::Eeprom)->byteCount());
     EXPECT_EQ(nullptr, program.memory(MemorySpace::Data));
-    const std::vector<SizeEntry> modules = sizesByModule(program);
-    ASSERT_FALSE(modules.empty());
-    EXPECT_EQ("main", modules[0].name);
+    EXPECT_EQ("main", sizesByModule(program).at(0).name);
     EXPECT_EQ(10u, sizesByMemory(program).at(0).bytes);
     // A label such as __program_start is neither function nor variable.
     std::vector<std::pair<std::string, MemorySpace>> listed;
@@ -426,28 +442,7 @@ TEST_F(ModelTest, ModulesMemoriesAndTheProcessor)
     light.light = true;
     const Program summary = build(w, light);
     EXPECT_TRUE(summary.functions.empty() && summary.types.empty() && summary.lines.empty());
-    EXPECT_TRUE(summary.memory(MemorySpace::Code)->runs.empty());
-    EXPECT_EQ(10u, summary.memory(MemorySpace::Code)->byteCount());
-    EXPECT_EQ(0x16u, summary.memory(MemorySpace::Code)->endAddress());
-    for (size_t m = 0; m < program.modules.size(); ++m)
-        for (MemorySpace space : {MemorySpace::Code, MemorySpace::Data, MemorySpace::Eeprom})
-            EXPECT_EQ(program.modules[m].size(space), summary.modules[m].size(space));
-    EXPECT_EQ(program.processor.name, summary.processor.name);
-}
-
-// Address space 3 is an 8051 program's external data (XDATA), where it is an AVR program's EEPROM.
-TEST_F(ModelTest, An8051sThirdAddressSpaceIsItsExternalData)
-{
-    UbrofWriter w = fileStart();
-    w.keyValue("__cpu_name", "CC2530F256").begPgm("main").aux1("7.60").scopedName("buffer");
-    w.symbolDef2(0, kPublic, 3, 0x301, kInt).end().eof();
-    const Program program = build(w);
-    const std::vector<SymbolEntry> symbols = listSymbols(program);
-    ASSERT_EQ(1u, symbols.size());
-    EXPECT_STREQ("xdata", spaceName(symbols[0].space));
-    const std::vector<MemoryUse> uses = memoryUse(program);
-    ASSERT_EQ(1u, uses.size());
-    EXPECT_EQ(std::make_tuple(MemorySpace::External, 0x301u, uint64_t(0x303)), std::make_tuple(uses[0].space, uses[0].low, uses[0].end));
+    EXPECT_TRUE(summary.memory(MemorySpace::Code)->runs.empty()); // its sizes: the next test, and the real files'
 }
 
 // What a memory takes: the bytes written there and the storage of the modules' variables, each
@@ -465,31 +460,83 @@ TEST_F(ModelTest, MemoryUseCountsEachByteOnce)
     BuildOptions light;
     light.light = true;
     for (const Program& program : {build(w), build(w, light)}) {
-        const std::vector<MemoryUse> uses = memoryUse(program);
-        ASSERT_EQ(2u, uses.size());
-        EXPECT_EQ(MemorySpace::Code, uses[0].space);
-        EXPECT_EQ(7u, uses[0].bytes);
-        EXPECT_EQ(7u, uses[0].written);
-        EXPECT_EQ(0u, uses[0].low);
-        EXPECT_EQ(0x41u, uses[0].end);
-        EXPECT_EQ(MemorySpace::Data, uses[1].space);
-        EXPECT_EQ(5u, uses[1].bytes); // x and y, 4 bytes with the 2 written among them, and z
-        EXPECT_EQ(2u, uses[1].written);
-        EXPECT_EQ(0x100u, uses[1].low);
-        EXPECT_EQ(0x201u, uses[1].end);
+        std::vector<std::tuple<MemorySpace, uint64_t, uint64_t, uint32_t, uint64_t>> uses; // bytes, written, low, end
+        for (const MemoryUse& use : memoryUse(program))
+            uses.emplace_back(use.space, use.bytes, use.written, use.low, use.end);
+        // Data: x and y, 4 bytes with the 2 written among them, and z.
+        EXPECT_EQ((decltype(uses){{MemorySpace::Code, 7, 7, 0, 0x41}, {MemorySpace::Data, 5, 2, 0x100, 0x201}}), uses);
     }
 }
 
-// Without a CPU name the module's target code decides, and the extension only when nothing does.
-TEST_F(ModelTest, TheProcessorComesFromTheContentFirst)
+// main at 0x100: its prologue before its block, its epilogue after it; 12 bytes by t_function_info.
+// Its rows: the entry on main.c 10 to 11, a statement on 12 with a call inside it, one on 13, and a
+// row past its code. helper at 0x10C, sized by its line program alone, has a program the reader
+// cannot run; a fragment at 0x120 serves both.
+TEST_F(ModelTest, FunctionsTakeSizeStackPositionAndLinesFromTheirOwnTags)
 {
-    UbrofWriter w = fileStart();
-    w.begPgm("m").aux1("4.10B", 0x5A32).end().eof();
-    EXPECT_EQ(Family::Avr, loadProgram(dir.save(w, "program.d43")).processor.family);
-    UbrofWriter bare = fileStart();
-    bare.begPgm("m").end().eof();
-    EXPECT_EQ(Family::Msp430, loadProgram(dir.save(bare, "program.d43")).processor.family);
-    EXPECT_EQ(Family::Unknown, loadProgram(dir.save(bare, "program.dbg")).processor.family);
+    UbrofWriter w = newerStart();
+    w.segInfo({{"CODE", {{0x100, 0x30}}, 1}, {"CSTACK", {{0x200, 0x40}}, 2}, {"RSTACK", {{0x240, 0x20}}, 2}});
+    w.begPgm("main").sourceFiles(sources()).scopedName("main").scopedName("count").scopedName("helper");
+    w.symbolDef2(0, 2, 1, 0x100, 0).symbolPosition(0, 10).sourcePosition(15, 6, 0, 9);
+    w.stackUseCount(3).stackUse(1, 4).stackUse(2, 2).stackUse(1, 3);
+    w.symbolDef2(1, 4, 2, 0x60, kInt).sourcePosition(4, 5, 0, 9);
+    w.symbolDef2(2, 2, 1, 0x10C, 0).symbolPosition(0, 18).stackUseCount(1).stackUse(1, 9);
+    WriterLineProgram main;
+    main.kind(3).spans(1).line(15).row(0, 0, 1, 4).row(1, 2, 3, 10).calls(2).row(2).row(2, 1).row(3);
+    w.org(1, 0x100).functionSize(12, 0).lineProgramHeader(2).lineProgram({0, 6, 2, 0, 15, 6, 3, 1, main.bytes});
+    w.absVar({1, 2}).blockBegin3(0).absVar({3, 4, 5, 6, 7, 8, 9, 10}).blockEnd().absVar({11, 12});
+    WriterLineProgram broken;
+    broken.kind(3).line(23).row(0).byte(1).row(1);
+    w.org(1, 0x10C).lineProgram({2, 2, 2, 0, 23, 1, 0, 1, broken.bytes}).blockBegin3(2).absVar({1, 2}).blockEnd();
+    w.absVar({3, 4});
+    WriterLineProgram fragment;
+    fragment.line(18).row(0);
+    w.org(1, 0x120).lineProgram({0, 1, 0, 9, 18, 3, 0, 7, fragment.bytes}).lineProgram({2, 1, 0, 9, 18, 3, 0, 7, fragment.bytes});
+    w.absVar({0x11, 0x12}).counted(0xD5, {7, 1, 2}).end().eof();
+    const Program program = build(w);
+
+    ASSERT_EQ(2u, program.functions.size());
+    const Function& f = program.functions[0];
+    EXPECT_EQ(std::make_tuple(0x100u, 0x10Cu, 0u, 10u), std::make_tuple(f.entry, f.end, f.file, f.line));
+    EXPECT_EQ((std::vector<std::pair<std::string, uint32_t>>{{"CSTACK", 7}, {"RSTACK", 2}}), f.stackUse);
+    EXPECT_EQ((std::vector<std::string>{"CSTACK", "RSTACK"}), stackSegments(program));
+    EXPECT_EQ(7u, stackUse(f, "CSTACK"));
+    std::vector<std::tuple<std::string, uint32_t, uint32_t>> stack;
+    for (const StackEntry& entry : stackUseByFunction(program))
+        stack.emplace_back(entry.segment, entry.function, entry.bytes);
+    EXPECT_EQ((decltype(stack){{"CSTACK", 1, 9}, {"CSTACK", 0, 7}, {"RSTACK", 0, 2}}), stack);
+    const Variable& count = program.variables.at(findVariables(program, "count").at(0));
+    EXPECT_EQ("C:\\src\\io.h", program.files.at(count.file).path);
+    EXPECT_EQ(2u, count.line);
+
+    // Each byte on the line its code is listed under: the entry on the brace (11); the call joins
+    // its statement; the row past the code places nothing.
+    std::vector<std::tuple<uint32_t, uint32_t, uint32_t, uint32_t, bool>> rows;
+    for (const LineRow& row : program.lines)
+        rows.emplace_back(row.address, row.end, row.line, row.column, row.isStatement);
+    EXPECT_EQ((decltype(rows){{0x100, 0x102, 11, 0, true}, {0x102, 0x10A, 12, 4, true}, {0x10A, 0x10C, 13, 4, true},
+                              {0x10C, 0x110, 18, 0, true}}),
+              rows);
+    const SourcePlace place = symbolize(program, 0x100);
+    EXPECT_EQ(0u, place.function);
+    EXPECT_EQ(11u, place.row->line);
+    EXPECT_EQ(kNone, symbolize(program, 0x120).function);
+
+    ASSERT_EQ(3u, program.notes.size());
+    EXPECT_EQ("function helper: no statement rows are understood (opcode 1 at byte 16 of its body); its code "
+              "stands on the line of its name",
+              program.notes[0]);
+    EXPECT_EQ("code at 0x120 (2 bytes): the statement rows of main, helper are not understood (it is a shared code "
+              "fragment (form 0)); it lies in no function and has no line",
+              program.notes[1]);
+    EXPECT_NE(std::string::npos, program.notes[2].find("a line-program record of kind 7")) << program.notes[2];
+    EXPECT_EQ(0u, program.notes[2].rfind("at byte ", 0));
+
+    BuildOptions light;
+    light.light = true;
+    const Program summary = build(w, light);
+    EXPECT_TRUE(summary.functions.empty() && summary.lines.empty() && summary.notes.empty());
+    EXPECT_EQ(program.modules.at(0).size(MemorySpace::Code), summary.modules.at(0).size(MemorySpace::Code));
 }
 
 // A file that cannot be read says which and why; references into nothing build nothing false.
@@ -531,36 +578,6 @@ TEST_F(ModelTest, BadFilesGiveClearErrors)
     ASSERT_EQ(1u, program.functions.size());
     EXPECT_EQ(0x12u, program.functions[0].end);
     EXPECT_EQ(Kind::Unknown, program.types[program.types[100].members.at(0).type].kind);
-}
-
-// The facts the model reads are kept beside the store's tables, which stay as they were.
-TEST_F(ModelTest, KeepingFactsChangesNoAnswer)
-{
-    UbrofWriter w = fileStart();
-    w.begPgm("m").aux1("4.10B", 0x5A32).fileRef(0, "m.c").scopedName("f");
-    w.symbolDef2(0, kPublic, kCodeSpace, 0x10, 0).sourceRange(0, 3);
-    w.org(1, 0x10).srcStat(3, 3, 14).absVar({1, 2}).blockBegin3(0).srcStat(4, 4).absVar({3, 4}).absVar({5, 6});
-    w.blockEnd().org(3, 0).absVar({7}).end().eof();
-    const std::string path = dir.save(w);
-    TarnUbrofParser plain, keeping;
-    keeping.keepFacts = true;
-    for (TarnUbrofParser* store : {&plain, &keeping}) {
-        store->initialize();
-        ASSERT_EQ(0, store->parseFile(path));
-    }
-    ASSERT_EQ(plain.lineTable.size(), keeping.lineTable.size());
-    for (size_t i = 0; i < plain.lineTable.size(); ++i)
-        EXPECT_EQ(plain.lineTable[i].size, keeping.lineTable[i].size);
-    ASSERT_EQ(plain.blockTree.blocks.size(), keeping.blockTree.blocks.size());
-    for (size_t i = 0; i < plain.blockTree.blocks.size(); ++i) {
-        EXPECT_EQ(plain.blockTree.blocks[i].lowAddress, keeping.blockTree.blocks[i].lowAddress);
-        EXPECT_EQ(plain.blockTree.blocks[i].highAddress, keeping.blockTree.blocks[i].highAddress);
-    }
-    EXPECT_EQ(plain.codeAreas.size(), keeping.codeAreas.size());
-    EXPECT_TRUE(plain.facts.writtenRuns.empty() && plain.facts.sourcePositions.empty());
-    EXPECT_EQ(3u, keeping.facts.writtenRuns.size()); // the header's, the statement's, and the EEPROM byte
-    ASSERT_EQ(1u, keeping.facts.sourcePositions.size());
-    EXPECT_EQ(3u, keeping.facts.sourcePositions[0].line);
 }
 
 } // namespace

@@ -1,7 +1,10 @@
-// The program model of the real files, held against the linker's map and against the store.
+// The program model of the real files, parsed as loadProgram parses them with the store kept for
+// what the model leaves out: every mapped file against its linker map; those below version 9 against
+// the images of the same links and placed wholly; those of versions 10 and 11 read whole, held
+// against atmega128's listings and failing clearly when cut short or changed; light builds against full.
 #include "IntelHex.h"
 #include "LinkerMap.h"
-#include "RealProgram.h"
+#include "TagStarts.h"
 #include "TestFiles.h"
 
 #include "model/ProgramBuilder.h"
@@ -22,6 +25,23 @@ namespace {
 using namespace ubrof::model;
 namespace fs = boost::filesystem;
 
+/// A parsed copy (embedded sources would be written beside the file parsed) and its program.
+struct RealProgram {
+    ScratchDir dir;
+    TarnUbrofParser store;
+    model::Program program;
+
+    explicit RealProgram(const std::string& relative)
+    {
+        const std::string copy = dir.path(fs::path(relative).filename().string());
+        fs::copy_file(realFile(relative), copy);
+        store.keepFacts = store.readNewerVersions = true;
+        store.initialize();
+        EXPECT_EQ(0, store.parseFile(copy)) << store.parseError;
+        program = model::buildProgram(store);
+    }
+};
+
 bool written(const Program& program, uint32_t address)
 {
     const MemoryImage* code = program.memory(MemorySpace::Code);
@@ -30,55 +50,6 @@ bool written(const Program& program, uint32_t address)
     const auto after = std::upper_bound(code->runs.begin(), code->runs.end(), address,
                                         [](uint32_t a, const ByteRun& run) { return a < run.address; });
     return after != code->runs.begin() && address < (after - 1)->end();
-}
-
-// The linker's own account of nmea.d90: every function the file describes starts where the map
-// places it and is as long as its segment part; every variable is where the map puts it.
-TEST(RealPrograms, AgreeWithTheLinkerMap)
-{
-    UBROF_NEED_REAL_FILES();
-    const RealProgram real("avr-mobit-nmea/nmea.d90");
-    const Program& program = real.program;
-    const LinkerMap map = readLinkerMap(realFile("avr-mobit-nmea/nmea.map"));
-
-    std::set<std::string> described;
-    for (const Function& function : program.functions)
-        if (function.isDescribed)
-            described.insert(function.qualifiedName);
-    size_t functions = 0, variables = 0;
-    std::map<std::string, const MapEntry*> entryOf;
-    for (const MapEntry& entry : map.entries) {
-        entryOf[entry.name] = &entry;
-        if (!entry.isFunction || !described.count(entry.name))
-            continue;
-        ++functions;
-        const Function& function = program.functions.at(findFunctions(program, entry.name).at(0));
-        EXPECT_EQ(entry.address, function.entry) << entry.name;
-        EXPECT_EQ(entry.partSize, function.size()) << entry.name;
-        EXPECT_EQ(entry.isInterrupt, function.isInterrupt) << entry.name;
-        const SourcePlace place = symbolize(program, *entry.address);
-        ASSERT_NE(kNone, place.function) << entry.name;
-        EXPECT_EQ(entry.name, program.functions[place.function].qualifiedName);
-        // The name stands on the function's header, before any line of its code.
-        ASSERT_NE(nullptr, place.row) << entry.name;
-        EXPECT_LE(function.line, place.row->line) << entry.name;
-    }
-    EXPECT_EQ(described.size(), functions) << "a function the file describes is not in the map";
-    EXPECT_EQ(14u, functions);
-
-    for (const Variable& variable : program.variables) {
-        if (variable.location.kind != Location::Kind::Address || variable.function != kNone)
-            continue;
-        const auto found = entryOf.find(variable.qualifiedName);
-        ASSERT_NE(entryOf.end(), found) << variable.qualifiedName << " is not in the map";
-        ++variables;
-        EXPECT_EQ(found->second->partAddress, variable.location.address) << variable.qualifiedName;
-        EXPECT_EQ(found->second->partSize, variable.size) << variable.qualifiedName;
-        EXPECT_EQ(found->second->memory == "CODE" ? MemorySpace::Code : MemorySpace::Data, variable.location.space);
-    }
-    EXPECT_GT(variables, 40u);
-    std::printf("nmea.d90: %zu functions at their map entries with their map sizes, %zu variables\n", functions,
-                variables);
 }
 
 // The images the same links wrote: the model's memory holds every byte they hold but the
@@ -115,143 +86,355 @@ TEST(RealPrograms, MemoriesEqualTheImagesOfTheSameLinks)
     }
 }
 
-// Suo.dbg names no CPU, but its sources include the ATmega16's register header, iom16.h.
-TEST(RealPrograms, NameTheirProcessors)
-{
-    UBROF_NEED_REAL_FILES();
-    for (const auto& [file, processor] : std::vector<std::pair<const char*, const char*>>{
-             {"avr-mobit-nmea/nmea.d90", "ATmega16"}, {"avr-ethradio/NikeE1B.d90", "ATmega32"},
-             {"avr-cama-suo/Suo.dbg", "ATmega16"}}) {
-        const RealProgram real(file);
-        EXPECT_EQ(Family::Avr, real.program.processor.family) << file;
-        EXPECT_EQ(processor, real.program.processor.name) << file;
-    }
-}
-
-// A light build reads a store that kept no image bytes, code areas or name index; what it
-// answers must still be what the full build answers.
-TEST(RealPrograms, LightBuildsSizeMemoriesAndModulesAsFullOnesDo)
+// A light build reads a store that kept no image bytes, code areas, name index or rows; what it
+// answers must still be what the full build answers, the processor included (Suo.dbg names no CPU,
+// but its sources include the ATmega16's register header, iom16.h).
+TEST(RealPrograms, LightBuildsAnswerAsFullOnesDo)
 {
     UBROF_NEED_REAL_FILES();
     BuildOptions lightOptions;
     lightOptions.light = true;
-    for (const char* file : {"avr-mobit-nmea/nmea.d90", "avr-ethradio/NikeE1B.d90", "avr-cama-suo/Suo.dbg",
-                             "avr-mega128-board/atmega128.d90", "8051-zstack-genericapp/GenericApp.d51"}) {
+    for (const auto& [file, processor] : std::vector<std::pair<const char*, const char*>>{
+             {"avr-mobit-nmea/nmea.d90", "AVR ATmega16"}, {"avr-ethradio/NikeE1B.d90", "AVR ATmega32"},
+             {"avr-cama-suo/Suo.dbg", "AVR ATmega16"}, {"avr-mega128-board/atmega128.d90", nullptr},
+             {"8051-zstack-genericapp/GenericApp.d51", nullptr}}) {
+        SCOPED_TRACE(file);
+        TarnUbrofParser store;
+        store.keepFacts = store.readNewerVersions = store.facts.light = true;
+        store.initialize();
+        ASSERT_EQ(0, store.parseFile(realFile(file)));
+        const NewerFormatFacts& facts = store.facts.newer;
+        EXPECT_TRUE(facts.rows.empty() && facts.functionLines.empty() && facts.positions.empty() &&
+                    facts.symbolSources.empty() && facts.stackUses.empty() && facts.functionSizes.empty());
+        const Program light = buildProgram(store, lightOptions);
         const Program full = loadProgram(realFile(file));
-        const Program light = loadProgram(realFile(file), lightOptions);
-        ASSERT_EQ(full.memories.size(), light.memories.size()) << file;
+        EXPECT_TRUE(light.functions.empty() && light.lines.empty());
+        if (processor) {
+            EXPECT_EQ(processor, std::string(familyName(full.processor.family)) + " " + full.processor.name);
+        }
+        EXPECT_EQ(full.processor.name, light.processor.name);
+        EXPECT_EQ(full.entryPoint, light.entryPoint);
+        ASSERT_EQ(full.memories.size(), light.memories.size());
         for (size_t m = 0; m < full.memories.size(); ++m) {
             const MemoryImage& a = full.memories[m];
             const MemoryImage& b = light.memories[m];
             EXPECT_EQ(std::make_tuple(a.space, a.lowAddress(), a.endAddress(), a.byteCount()),
-                      std::make_tuple(b.space, b.lowAddress(), b.endAddress(), b.byteCount()))
-                << file;
+                      std::make_tuple(b.space, b.lowAddress(), b.endAddress(), b.byteCount()));
         }
-        ASSERT_EQ(full.modules.size(), light.modules.size()) << file;
+        ASSERT_EQ(full.modules.size(), light.modules.size());
         for (size_t m = 0; m < full.modules.size(); ++m)
             for (MemorySpace space : {MemorySpace::Code, MemorySpace::Data, MemorySpace::Eeprom, MemorySpace::External})
-                EXPECT_EQ(full.modules[m].size(space), light.modules[m].size(space)) << file << " " << full.modules[m].name;
-        EXPECT_EQ(full.processor.name, light.processor.name) << file;
+                EXPECT_EQ(full.modules[m].size(space), light.modules[m].size(space)) << full.modules[m].name;
     }
 }
 
-// NikeE1B.d90's assembler module stuff.asm writes _i2a, 94 bytes with a line per instruction and
-// labels at its loops; FIFO.c ends ETHfifo_free at 0xb00 and writes there ?Subroutine0, the
-// 10 bytes that both ETHfifo_free (from 0xada and 0xaf6) and MP3fifo_free (from 0xb68) jump to.
-TEST(RealPrograms, PlaceAssemblerRoutinesAndSharedCodeWhole)
+std::string baseName(const std::string& path)
 {
-    UBROF_NEED_REAL_FILES();
-    const RealProgram real("avr-ethradio/NikeE1B.d90");
-    const Program& program = real.program;
-    const Function& i2a = program.functions.at(findFunctions(program, "_i2a").at(0));
-    EXPECT_EQ(0x5926u, i2a.entry);
-    EXPECT_EQ(94u, i2a.size());
-    EXPECT_EQ(0xB00u, program.functions.at(findFunctions(program, "ETHfifo_free").at(0)).end);
-    const uint32_t shared = program.functionAt(0xB00);
-    ASSERT_NE(kNone, shared);
-    EXPECT_EQ("?Subroutine0", program.functions[shared].name);
-    EXPECT_EQ(0xB0Au, program.functions[shared].end);
+    const size_t slash = path.find_last_of("/\\");
+    return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-class OldFormatProgram : public ::testing::TestWithParam<const char*> {};
-
-// In every file below version 9: each function starts at its symbol, none overlaps the next,
-// every byte of a described function has a line, and the sizes add up.
-TEST_P(OldFormatProgram, IsPlacedWholly)
+// Every real file, read to its end: each function starts at a symbol of its name and ends before the
+// next begins; each row lies inside its function's code and every written byte of a described
+// function has one; in versions 10 and 11 a row also lies within the lines its function's line
+// program spans, unless it is the function's own line standing in for rows not understood; and below
+// version 9 the functions of a module add up to at most its size, the modules to at most their memory's.
+TEST(RealPrograms, ArePlacedWhollyWithEveryRowInsideItsFunction)
 {
     UBROF_NEED_REAL_FILES();
-    const RealProgram real(GetParam());
-    const Program& program = real.program;
-    const TarnUbrofParser& store = real.store;
-    ASSERT_FALSE(program.functions.empty());
-
-    // The store's own lines, for what the module answers today.
-    std::vector<std::pair<uint32_t, uint32_t>> storeLines;
-    for (const LineRecord& record : store.lineTable)
-        storeLines.emplace_back(record.address, record.address + record.size);
-    std::sort(storeLines.begin(), storeLines.end());
-    auto storeHasLine = [&storeLines](uint32_t address) {
-        auto after = std::upper_bound(storeLines.begin(), storeLines.end(), std::make_pair(address, UINT32_MAX));
-        for (; after != storeLines.begin(); --after)
-            if (address < (after - 1)->second)
-                return true;
-        return false;
-    };
-
-    size_t describedCount = 0;
-    uint64_t withLine = 0, withoutLine = 0, storeWith = 0, storeWithout = 0;
-    for (size_t i = 0; i < program.functions.size(); ++i) {
-        const Function& function = program.functions[i];
-        if (i + 1 < program.functions.size()) {
-            EXPECT_LE(function.end, program.functions[i + 1].entry) << function.qualifiedName;
+    std::vector<std::string> files = newerRealFiles();
+    EXPECT_EQ(12u, files.size());
+    files.insert(files.begin(), {"avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90", "avr-mobit-nmea/nmea.d90"});
+    for (const std::string& relative : files) {
+        SCOPED_TRACE(relative);
+        const RealProgram real(relative);
+        const Program& program = real.program;
+        const TarnUbrofParser& store = real.store;
+        ASSERT_FALSE(program.functions.empty());
+        EXPECT_FALSE(program.processor.name.empty());
+        if (program.version >= 10) {
+            EXPECT_EQ(fs::file_size(realFile(relative)), store.facts.newer.endOffset);
         }
-        std::set<uint32_t> symbolEntries;
-        for (const SymbolRecord& symbol : store.symbolTable.symbols)
-            if (symbol.kind >= 1 && symbol.kind <= 4 && symbol.addressSpace != 2 &&
-                store.nameTable.nameText(symbol.nameIndex) == function.name)
-                symbolEntries.insert(symbol.value);
-        EXPECT_TRUE(symbolEntries.count(function.entry)) << function.qualifiedName;
+
+        std::map<uint32_t, const NewerFormatFacts::FunctionLines*> extentAt;
+        for (const NewerFormatFacts::FunctionLines& record : store.facts.newer.functionLines) {
+            if (!record.understood)
+                continue;
+            extentAt.emplace(record.address, &record);
+            for (uint32_t i = record.firstRow; i < record.firstRow + record.rowCount; ++i)
+                EXPECT_FALSE(store.facts.newer.rows.at(i).fallback) << "an understood program's row";
+        }
+        for (const LineRow& row : program.lines) {
+            ASSERT_LT(row.function, program.functions.size());
+            const Function& function = program.functions[row.function];
+            EXPECT_TRUE(function.entry <= row.address && row.address < row.end && row.end <= function.end)
+                << function.name << " at " << row.address;
+            if (program.version < 10 || (row.file == function.file && row.line == function.line))
+                continue;
+            const auto extent = extentAt.find(function.entry);
+            ASSERT_NE(extentAt.end(), extent) << function.name << " has rows but no line program";
+            const PlacedExtent& lines = extent->second->extent;
+            EXPECT_EQ(lines.file, row.file) << function.name;
+            EXPECT_TRUE(lines.line <= row.line && row.line <= lines.line + lines.extent.extraLines)
+                << function.name << ": line " << row.line;
+        }
+
+        size_t described = 0;
+        uint64_t withLine = 0, withoutLine = 0;
+        for (size_t i = 0; i < program.functions.size(); ++i) {
+            const Function& function = program.functions[i];
+            if (i + 1 < program.functions.size()) {
+                EXPECT_LE(function.end, program.functions[i + 1].entry) << function.qualifiedName;
+            }
+            std::set<uint32_t> symbolEntries;
+            for (const SymbolRecord& symbol : store.symbolTable.symbols)
+                if (symbol.kind >= 1 && symbol.kind <= 4 && symbol.addressSpace != 2 &&
+                    store.nameTable.nameText(symbol.nameIndex) == function.name)
+                    symbolEntries.insert(symbol.value);
+            EXPECT_TRUE(symbolEntries.count(function.entry)) << function.qualifiedName;
+            if (!function.isDescribed)
+                continue;
+            ++described;
+            for (uint32_t address = function.entry; address < function.end; ++address) {
+                if (!written(program, address))
+                    continue;
+                const LineRow* row = program.lineAt(address);
+                EXPECT_TRUE(row && row->function == i) << function.qualifiedName << " at " << address;
+                (row ? withLine : withoutLine) += 1;
+            }
+        }
+        EXPECT_EQ(0u, withoutLine);
+
+        uint64_t covered = 0, bytes = 0;
+        for (const LineRow& row : program.lines)
+            covered += row.end - row.address;
+        for (const Function& function : program.functions)
+            bytes += function.isDescribed ? function.size() : 0;
+        EXPECT_EQ(bytes, covered);
+
+        // The newer files' modules also count the segment parts the file sizes but does not write.
+        for (MemorySpace space : {MemorySpace::Code, MemorySpace::Eeprom}) {
+            if (program.version >= 10)
+                break;
+            uint64_t modules = 0;
+            for (const Module& module : program.modules) {
+                uint64_t functions = 0;
+                for (uint32_t f : module.functions)
+                    functions += space == MemorySpace::Code ? program.functions[f].size() : 0;
+                EXPECT_LE(functions, module.size(space)) << module.name;
+                modules += module.size(space);
+            }
+            const MemoryImage* memory = program.memory(space);
+            EXPECT_LE(modules, memory ? memory->byteCount() : 0);
+        }
+        std::printf("%s: %zu functions (%zu described), %llu written function bytes on a line, %zu lines, "
+                    "%zu notes\n",
+                    relative.c_str(), program.functions.size(), described, (unsigned long long)withLine,
+                    program.lines.size(), program.notes.size());
+    }
+}
+
+struct MappedFile {
+    const char* program;
+    const char* map;
+};
+
+class ProgramAgainstItsMap : public ::testing::TestWithParam<MappedFile> {};
+
+// Every function the file describes and the map lists starts where the map says, is as long as its
+// segment part, says whether it handles interrupts and how much stack it takes as the map does, and
+// symbolizes at its entry to itself and the line of its name. Every variable the map lists is where
+// the map puts it (and, in the older maps, as large as its part). nmea.d90 is the old format's.
+TEST_P(ProgramAgainstItsMap, PlacesFunctionsAndVariablesWhereTheLinkerDid)
+{
+    UBROF_NEED_REAL_FILES();
+    const RealProgram real(GetParam().program);
+    const Program& program = real.program;
+    const LinkerMap map = readLinkerMap(realFile(GetParam().map));
+    ASSERT_FALSE(map.entries.empty());
+    if (map.entryPoint) {
+        EXPECT_EQ(map.entryPoint, program.entryPoint);
+    }
+
+    auto listed = [&](const SymbolEntry& symbol, const std::string& name) -> const MapEntry* {
+        const std::string module = symbol.module < program.modules.size() ? program.modules[symbol.module].name : "";
+        const MapEntry* entry = map.find(module, name);
+        return entry && entry->address ? entry : nullptr;
+    };
+    size_t described = 0, functions = 0, sized = 0, stacks = 0, variables = 0, unlisted = 0;
+    for (const SymbolEntry& symbol : listSymbols(program)) {
+        if (symbol.kind == SymbolEntry::Kind::Variable) {
+            const Variable& variable = program.variables[symbol.index];
+            const MapEntry* entry = listed(symbol, variable.qualifiedName);
+            if (!entry)
+                entry = listed(symbol, variable.name);
+            unlisted += entry == nullptr;
+            if (!entry)
+                continue;
+            ++variables;
+            EXPECT_EQ(*entry->address, symbol.address) << variable.qualifiedName;
+            // Newer maps pad a part to its segment's alignment, which the map reader does not keep.
+            if (program.version < 10) {
+                EXPECT_EQ(entry->partSize, variable.size) << variable.qualifiedName;
+            }
+            // The map's word for the memory: CONST is the 8051's code memory, IDATA its upper internal data.
+            static const std::map<std::string, MemorySpace> kSpaceOfWord = {
+                {"CODE", MemorySpace::Code}, {"CONST", MemorySpace::Code},      {"DATA", MemorySpace::Data},
+                {"IDATA", MemorySpace::Data}, {"XDATA", MemorySpace::External}, {"EEPROM", MemorySpace::Eeprom}};
+            if (!entry->memory.empty()) {
+                const auto space = kSpaceOfWord.find(entry->memory);
+                EXPECT_TRUE(space != kSpaceOfWord.end() && space->second == symbol.space)
+                    << variable.qualifiedName << ": " << spaceName(symbol.space) << ", the map says " << entry->memory;
+            }
+            continue;
+        }
+        const Function& function = program.functions[symbol.index];
         if (!function.isDescribed)
             continue;
-        ++describedCount;
-        for (uint32_t address = function.entry; address < function.end; ++address) {
-            if (!written(program, address))
-                continue;
-            const LineRow* row = program.lineAt(address);
-            EXPECT_TRUE(row && row->function == i) << function.qualifiedName << " at " << address;
-            (row ? withLine : withoutLine) += 1;
-            (storeHasLine(address) ? storeWith : storeWithout) += 1;
+        ++described;
+        const MapEntry* entry = listed(symbol, function.qualifiedName);
+        if (!entry)
+            continue;
+        ++functions;
+        EXPECT_EQ(*entry->address, symbol.address) << function.name;
+        if (entry->partSize != 0) {
+            ++sized;
+            EXPECT_EQ(entry->partSize, symbol.size) << function.name;
+            EXPECT_EQ(entry->isInterrupt, function.isInterrupt) << function.name;
+        }
+        if (!entry->stack.empty() && program.version >= 10) { // older files record no stack use
+            ++stacks;
+            // The file's stack use of a segment is the sum of the map's two figures for it.
+            std::vector<std::pair<std::string, uint32_t>> mapped;
+            for (const MapEntry::Stack& use : entry->stack)
+                if (use.first + use.second != 0)
+                    mapped.emplace_back(use.segment, use.first + use.second);
+            std::vector<std::pair<std::string, uint32_t>> own = function.stackUse;
+            own.erase(std::remove_if(own.begin(), own.end(), [](const auto& use) { return use.second == 0; }), own.end());
+            std::sort(mapped.begin(), mapped.end());
+            std::sort(own.begin(), own.end());
+            EXPECT_EQ(mapped, own) << function.name;
+        }
+        const SourcePlace place = symbolize(program, symbol.address);
+        EXPECT_EQ(symbol.index, place.function) << function.name;
+        EXPECT_EQ(0u, place.offset);
+        ASSERT_NE(nullptr, place.row) << function.name;
+        EXPECT_NE(kNone, function.file) << function.name;
+        EXPECT_NE(0u, function.line) << function.name;
+        if (place.row->file == function.file) {
+            EXPECT_LE(function.line, place.row->line) << function.name << ": the name stands before its code";
         }
     }
-    EXPECT_EQ(0u, withoutLine);
-
-    const MemoryImage* code = program.memory(MemorySpace::Code);
-    ASSERT_NE(nullptr, code);
-    uint64_t modules = 0;
-    for (const Module& module : program.modules) {
-        uint64_t functions = 0;
-        for (uint32_t f : module.functions)
-            functions += program.functions[f].size();
-        EXPECT_LE(functions, module.size(MemorySpace::Code)) << module.name;
-        modules += module.size(MemorySpace::Code);
-    }
-    EXPECT_LE(modules, code->byteCount());
-    if (const MemoryImage* eeprom = program.memory(MemorySpace::Eeprom)) {
-        uint64_t inEeprom = 0;
-        for (const Module& module : program.modules)
-            inEeprom += module.size(MemorySpace::Eeprom);
-        EXPECT_LE(inEeprom, eeprom->byteCount());
-    }
-    std::printf("%s: %zu functions (%zu described); function bytes with a line: %llu, without: %llu "
-                "(the store's lines: %llu with, %llu without); modules %llu of %llu code bytes; built in %.1f ms\n",
-                GetParam(), program.functions.size(), describedCount, (unsigned long long)withLine,
-                (unsigned long long)withoutLine, (unsigned long long)storeWith, (unsigned long long)storeWithout,
-                (unsigned long long)modules, (unsigned long long)code->byteCount(), real.buildMilliseconds);
+    EXPECT_EQ(described, functions) << "described functions the map does not list";
+    EXPECT_GT(variables, 0u);
+    std::printf("%s: %zu described functions, %zu at their map entries, %zu of them sized by the map, %zu with its "
+                "stack figures; %zu variables at their map addresses, %zu not in the map\n",
+                GetParam().program, described, functions, sized, stacks, variables, unlisted);
 }
 
-INSTANTIATE_TEST_SUITE_P(RealPrograms, OldFormatProgram,
-                         ::testing::Values("avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90",
-                                           "avr-mobit-nmea/nmea.d90"));
+INSTANTIATE_TEST_SUITE_P(
+    RealPrograms, ProgramAgainstItsMap,
+    ::testing::Values(MappedFile{"avr-mobit-nmea/nmea.d90", "avr-mobit-nmea/nmea.map"},
+                      MappedFile{"avr-mega128-board/atmega128.d90", "avr-mega128-board/atmega128.map"},
+                      MappedFile{"msp430-iotcar/Project_08.d43", "msp430-iotcar/Project_08.map"},
+                      MappedFile{"8051-cc2530-vfd/vfd.d51", "8051-cc2530-vfd/vfd.map"},
+                      MappedFile{"rl78-yrdk/prbRL78G13.d87", "rl78-yrdk/prbRL78G13.map"},
+                      MappedFile{"8051-zstack-genericapp/GenericApp.d51", "8051-zstack-genericapp/GenericApp.map.gz"}));
+
+// atmega128.d90 against its compiler's listings: each function on the line its label follows, and
+// each statement's code on the line the listing prints it under.
+TEST(NewerPrograms, Atmega128SymbolizesAsItsListingsSay)
+{
+    UBROF_NEED_REAL_FILES();
+    const std::string board = "avr-mega128-board/";
+    const RealProgram real(board + "atmega128.d90");
+    const Program& program = real.program;
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(realFile(board + "listings")))
+        names.push_back(entry.path().filename().string());
+    const Listings listings = readListings(realFile(board + "listings"), names, readLinkerMap(realFile(board + "atmega128.map")));
+
+    ASSERT_FALSE(listings.functions.empty());
+    for (const ListedFunction& listed : listings.functions) {
+        const SourcePlace place = symbolize(program, listed.address);
+        ASSERT_NE(kNone, place.function) << listed.name;
+        const Function& function = program.functions[place.function];
+        EXPECT_EQ(listed.name, function.name);
+        EXPECT_EQ(listed.line, function.line) << listed.name;
+        ASSERT_NE(kNone, function.file);
+        EXPECT_EQ(listed.module + ".c", baseName(program.files[function.file].path));
+    }
+    const Function& main = program.functions.at(findFunctions(program, "main").at(0));
+    EXPECT_EQ(std::make_pair(std::string("main.c"), 60u), std::make_pair(baseName(program.files[main.file].path), main.line));
+
+    size_t statements = 0, matched = 0;
+    for (const ListedStatement& code : listings.statements) {
+        if (!code.startsStatement)
+            continue;
+        ++statements;
+        const SourcePlace place = symbolize(program, code.address);
+        if (place.row && place.row->line == code.line && place.row->isStatement)
+            ++matched;
+        else
+            std::printf("  %s at 0x%X: listing line %u, the model's %u\n", code.function.c_str(), code.address,
+                        code.line, place.row ? place.row->line : 0);
+    }
+    std::printf("atmega128.d90: %zu of %zu listed statements symbolize to the listing's line, %zu functions to "
+                "the line of their name\n",
+                matched, statements, listings.functions.size());
+    EXPECT_GT(statements, 150u);
+    EXPECT_GE(matched * 100, statements * 95);
+}
+
+// Cut short, with a tag's code changed or with a stray byte before a tag, a file fails with a
+// ModelError that says where, or, when the change makes another tag that fits, still builds; it
+// never crashes. The parse's own message comes through, so this covers the store's errors too.
+TEST(NewerPrograms, FailClearlyWhenCutShortOrChanged)
+{
+    UBROF_NEED_REAL_FILES();
+    ScratchDir dir;
+    for (const char* relative : {"msp430-iotcar/Project_08.d43", "avr-mega128-board/atmega128.d90"}) {
+        const std::string path = realFile(relative);
+        std::ifstream in(path, std::ios::binary);
+        const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        auto failure = [&](const std::vector<uint8_t>& file) -> std::string {
+            try {
+                loadProgram(dir.save(file, baseName(path)));
+            } catch (const ModelError& error) {
+                return error.what();
+            }
+            return std::string();
+        };
+        for (size_t step = 0; step < 60; ++step) {
+            const size_t cut = 1 + (bytes.size() - 1) * step / 60 + step % 7;
+            const std::string error = failure(std::vector<uint8_t>(bytes.begin(), bytes.begin() + long(cut)));
+            EXPECT_NE(std::string::npos, error.find("Error: Unexpected end of file")) << "cut at " << cut << ": " << error;
+            EXPECT_NE(std::string::npos, error.find(" offset ")) << error;
+        }
+
+        const std::vector<uint64_t> starts = tagStarts(path);
+        ASSERT_GT(starts.size(), 1000u);
+        size_t changed = 0, failed = 0, caught = 0;
+        for (size_t i = 1; i < starts.size(); i += starts.size() / 100, ++changed) {
+            std::vector<uint8_t> file = bytes;
+            file[starts[i]] ^= 0x01; // a neighbouring tag code
+            const std::string error = failure(file);
+            if (!error.empty()) {
+                ++failed;
+                EXPECT_NE(std::string::npos, error.find(" offset ")) << error;
+            }
+            file = bytes;
+            file.insert(file.begin() + long(starts[i]), uint8_t(i * 37 + 11));
+            caught += !failure(file).empty();
+        }
+        std::printf("%s: %zu of %zu changed tag codes and %zu stray bytes fail the build\n", relative, failed,
+                    changed, caught);
+        // What still builds is a change the format cannot tell: a tag code that became another tag
+        // of the same length, or a stray byte that is itself a tag without fields.
+        EXPECT_GE(failed * 100, changed * 85) << relative;
+        EXPECT_GE(caught * 100, changed * 90) << relative;
+    }
+}
 
 } // namespace
 } // namespace ubrof::test

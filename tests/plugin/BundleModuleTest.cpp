@@ -1,4 +1,5 @@
-// The built module as the platform loads it: manifest, activator, registration and the parser factory.
+// The built module as the platform loads it (manifest, activator, registration and the parser
+// factory), and the stand-in platform's own bundles.
 #include "TestFiles.h"
 
 #include "host/CoreException.h"
@@ -14,8 +15,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <fstream>
 #include <memory>
 #include <sstream>
+#include <unistd.h>
 
 namespace tarn {
 namespace {
@@ -35,12 +38,7 @@ TEST(BundleModule, ManifestNamesTheActivatorAndNothingElse)
     const auto* meta = loader.findClass("DebuggerUbrofBundleActivator");
     ASSERT_NE(nullptr, meta);
     EXPECT_TRUE(meta->canCreate());
-    try {
-        meta->instance();
-        FAIL() << "the activator is not a singleton";
-    } catch (const Poco::InvalidAccessException& e) {
-        EXPECT_EQ("Not a singleton. Use create() to create instances of: DebuggerUbrofBundleActivator", e.message());
-    }
+    EXPECT_THROW(meta->instance(), Poco::InvalidAccessException) << "the activator is not a singleton";
     std::unique_ptr<Poco::OSP::BundleActivator> activator(meta->create());
     EXPECT_TRUE(activator);
 
@@ -81,38 +79,14 @@ TEST(BundleModule, RegistersTheParserFactoryUnderItsServiceNameAndCategory)
     EXPECT_TRUE(platform.serviceRegistry().findByName(kServiceName)) << "stop leaves the factory registered";
 }
 
-TEST(BundleModule, FactoryMakesIndependentParsersAndPassesFailuresOn)
+// The factory makes a parser of its own for each call and passes a failure on as the module's own;
+// the one preference through which a host lets the module read format versions 10 and 11 is read
+// at every parse.
+TEST(BundleModule, FactoryMakesIndependentParsersThatReadVersions10And11WhenTheHostsPreferenceSaysSo)
 {
     ubrof::test::ScratchDir dir;
-    ubrof::UbrofWriter w;
-    w.begFile1().version(8).begLib("main").org(1, 0x100).absVar({1, 2, 3, 4}).end().eof();
-    const std::string file = dir.save(w);
-    const std::string notUbrof = dir.save(std::vector<uint8_t>{'h', 'i'}, "notes.txt");
-
-    Poco::OSP::OSPSubsystem platform;
-    platform.bundleLoader().installBundle(UBROF_MODULE_DIR);
-    OspClassFactoryManager manager(platform);
-    auto factory = boost::dynamic_pointer_cast<IObjectfileParserFactory>(manager.getClassFactory(kServiceName));
-    ASSERT_TRUE(factory);
-    EXPECT_EQ("Ubrof", factory->getObjectFileFormat());
-    auto first = factory->createObjectfileParser(file);
-    auto second = factory->createObjectfileParser(file);
-    ASSERT_TRUE(first && second);
-    EXPECT_NE(first, second);
-    try {
-        factory->createObjectfileParser(notUbrof);
-        FAIL() << "no exception";
-    } catch (const CoreException& e) {
-        EXPECT_EQ(ErrorCode::ObjectfileParseFailed, e.getErrorCode());
-    }
-}
-
-// The one preference through which a host lets the module read format versions 10 and 11; it is
-// read at every parse.
-TEST(BundleModule, ReadsVersions10And11WhenTheHostsPreferenceSaysSo)
-{
-    ubrof::test::ScratchDir dir;
-    ubrof::UbrofWriter w;
+    ubrof::UbrofWriter older, w;
+    const std::string version8 = dir.save(older.begFile1().version(8).begLib("main").end().eof(), "old.d90");
     w.begFile1().version(10, 0, 2, ubrof::UbrofWriter::newerSkipInfo(10));
     w.begLib("main").org(1, 0x100).absVar({1, 2, 3, 4}).end().eof();
     const std::string file = dir.save(w);
@@ -124,10 +98,15 @@ TEST(BundleModule, ReadsVersions10And11WhenTheHostsPreferenceSaysSo)
     OspClassFactoryManager manager(platform);
     auto factory = boost::dynamic_pointer_cast<IObjectfileParserFactory>(manager.getClassFactory(kServiceName));
     ASSERT_TRUE(factory);
+    EXPECT_EQ("Ubrof", factory->getObjectFileFormat());
+    const auto first = factory->createObjectfileParser(version8), second = factory->createObjectfileParser(version8);
+    ASSERT_TRUE(first && second);
+    EXPECT_NE(first, second);
     auto refusal = [&] {
         try {
             factory->createObjectfileParser(file);
         } catch (const CoreException& e) {
+            EXPECT_EQ(ErrorCode::ObjectfileParseFailed, e.getErrorCode());
             return e.getStatus()->getMessage();
         }
         return std::string("parsed");
@@ -171,6 +150,44 @@ TEST(BundleModule, ExportsOnlyTheManifest)
     }
     ASSERT_EQ(0, pclose(nm.release())) << command;
     EXPECT_EQ(std::vector<std::string>{"pocoBuildManifest"}, names) << names.size() << " names exported";
+}
+
+// ---- The stand-in platform's bundles installed from properties (their start and stop: ClassFactoryManagerTest).
+
+TEST(PlatformBundleLoader, InstallsFromPropertiesAndRejectsIncompleteOnes)
+{
+    ubrof::test::ScratchDir dir;
+    Poco::OSP::OSPSubsystem platform;
+    Poco::OSP::BundleLoader& loader = platform.bundleLoader();
+    EXPECT_THROW(loader.installBundle(dir.dir()), Poco::FileNotFoundException);
+
+    std::ofstream(dir.path("bundle.properties")) << "bundle.symbolicName = incomplete\n";
+    EXPECT_THROW(loader.installBundle(dir.dir()), Poco::NotFoundException) << "no activator named";
+
+    // The built module under another name, with properties that name a class it does not export.
+    const std::string module = std::string(UBROF_MODULE_DIR) + "/com_quarnel_debugger_ubrof.so";
+    ASSERT_EQ(0, symlink(module.c_str(), dir.path("renamed.so").c_str()));
+    std::ofstream(dir.path("bundle.properties")) << "bundle.symbolicName = renamed\n"
+                                                    "bundle.activator = SomeOtherActivator\n"
+                                                    "bundle.library = renamed.so\n";
+    Poco::OSP::Bundle::Ptr bundle = loader.installBundle(dir.dir());
+    EXPECT_EQ(dir.path("renamed.so"), bundle->path());
+    EXPECT_EQ(Poco::OSP::Bundle::BUNDLE_RESOLVED, bundle->state()) << "nothing is loaded before the start";
+    try {
+        bundle->start();
+        FAIL() << "started without an activator";
+    } catch (const Poco::NotFoundException& e) {
+        EXPECT_NE(std::string::npos, e.displayText().find("SomeOtherActivator"));
+        EXPECT_NE(std::string::npos, e.displayText().find("renamed.so"));
+    }
+    EXPECT_EQ(Poco::OSP::Bundle::BUNDLE_RESOLVED, bundle->state());
+    EXPECT_THROW(loader.installBundle(dir.path("renamed.so")), Poco::ExistsException) << "one bundle per name";
+
+    std::vector<Poco::OSP::Bundle::Ptr> bundles;
+    loader.listBundles(bundles);
+    ASSERT_EQ(1u, bundles.size());
+    EXPECT_EQ(bundle, loader.findBundle("renamed"));
+    EXPECT_FALSE(loader.findBundle("incomplete"));
 }
 
 } // namespace

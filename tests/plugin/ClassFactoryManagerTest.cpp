@@ -12,30 +12,25 @@ namespace {
 
 using Poco::OSP::Bundle;
 
-class NamedFactory : public IQnClassFactory {
-public:
-    NamedFactory(std::string className, std::string category)
-        : className_(std::move(className)), category_(std::move(category))
-    {
-    }
-    std::string getCategoryName() const override { return category_; }
-    std::string getClassName() const override { return className_; }
-
-private:
-    std::string className_;
-    std::string category_;
+struct NamedFactory : IQnClassFactory {
+    NamedFactory(std::string name, std::string kind) : className(std::move(name)), category(std::move(kind)) {}
+    std::string getCategoryName() const override { return category; }
+    std::string getClassName() const override { return className; }
+    std::string className, category;
 };
 
-// Registers one factory per (class, category) on start, as a module's activator would.
-class RegisteringActivator : public Poco::OSP::BundleActivator {
+using Declarations = std::vector<std::pair<std::string, std::string>>;
+
+// Registers one factory per (class, category) on start, as a module's activator would, counting
+// its starts; or fails to start.
+class Activator : public Poco::OSP::BundleActivator {
 public:
-    RegisteringActivator(std::vector<std::pair<std::string, std::string>> factories, int& starts)
-        : factories_(std::move(factories)), starts_(starts)
-    {
-    }
+    Activator(Declarations factories, int* starts) : factories_(std::move(factories)), starts_(starts) {}
     void start(Poco::OSP::BundleContext::Ptr context) override
     {
-        ++starts_;
+        if (!starts_)
+            throw Poco::IOException("no device");
+        ++*starts_;
         OspClassFactoryManager manager(context);
         for (const auto& [className, category] : factories_)
             manager.registerClassFactory<NamedFactory>(boost::make_shared<NamedFactory>(className, category));
@@ -43,24 +38,16 @@ public:
     void stop(Poco::OSP::BundleContext::Ptr) override {}
 
 private:
-    std::vector<std::pair<std::string, std::string>> factories_;
-    int& starts_;
+    Declarations factories_;
+    int* starts_;
 };
-
-class FailingActivator : public Poco::OSP::BundleActivator {
-public:
-    void start(Poco::OSP::BundleContext::Ptr) override { throw Poco::IOException("no device"); }
-    void stop(Poco::OSP::BundleContext::Ptr) override {}
-};
-
-using Declarations = std::vector<std::pair<std::string, std::string>>;
 
 class ClassFactoryManagerTest : public ::testing::Test {
 protected:
     // A bundle whose properties declare "services" and each identifier's class and category.
     Bundle::Ptr install(const std::string& name, const std::string& services,
                         const std::map<std::string, std::pair<std::string, std::string>>& declared,
-                        Bundle::ActivatorFactory activator)
+                        Declarations registers = {}, bool fails = false)
     {
         Poco::AutoPtr<Poco::Util::MapConfiguration> properties(new Poco::Util::MapConfiguration);
         if (!services.empty())
@@ -69,25 +56,21 @@ protected:
             properties->setString(identifier + ".classname", classAndCategory.first);
             properties->setString(identifier + ".category", classAndCategory.second);
         }
-        return platform.bundleLoader().installBundle(name, properties, std::move(activator));
+        int* counter = fails ? nullptr : &starts;
+        return platform.bundleLoader().installBundle(name, properties,
+                                                     [registers, counter] { return new Activator(registers, counter); });
     }
 
-    Bundle::ActivatorFactory registering(Declarations factories, int& starts)
-    {
-        return [factories, &starts] { return new RegisteringActivator(factories, starts); };
-    }
-
+    int starts = 0;
     Poco::OSP::OSPSubsystem platform;
     OspClassFactoryManager manager{platform};
 };
 
 TEST_F(ClassFactoryManagerTest, SplitsServicesAtCommasAndColonsAndKeepsDeclarationOrder)
 {
-    int starts = 0;
-    install("parsers", "a,,b:c", {{"a", {"A", "parser"}}, {"b", {"B", "parser"}}, {"c", {"C", "other"}}},
-            registering({}, starts));
-    install("more", "d::a", {{"d", {"D", "parser"}}, {"a", {"A2", "parser"}}}, registering({}, starts));
-    install("silent", "", {{"e", {"E", "parser"}}}, registering({}, starts));
+    install("parsers", "a,,b:c", {{"a", {"A", "parser"}}, {"b", {"B", "parser"}}, {"c", {"C", "other"}}});
+    install("more", "d::a", {{"d", {"D", "parser"}}, {"a", {"A2", "parser"}}});
+    install("silent", "", {{"e", {"E", "parser"}}});
 
     EXPECT_EQ((std::vector<std::string>{"A", "B", "D", "A2"}), manager.getClassNames("parser"));
     EXPECT_EQ(std::vector<std::string>{"C"}, manager.getClassNames("other"));
@@ -95,12 +78,11 @@ TEST_F(ClassFactoryManagerTest, SplitsServicesAtCommasAndColonsAndKeepsDeclarati
     EXPECT_EQ(0, starts) << "listing class names starts no bundle";
 }
 
-TEST_F(ClassFactoryManagerTest, GetClassFactoryStartsTheDeclaringBundleOnce)
+TEST_F(ClassFactoryManagerTest, GetClassFactoryStartsTheDeclaringBundleOnceUntilItStops)
 {
-    int starts = 0;
     Bundle::Ptr bundle = install("parsers", "x:y", {{"x", {"com.example.Other", "parser"}},
                                                     {"y", {"com.example.Parser", "parser"}}},
-                                 registering({{"com.example.Parser", "parser"}}, starts));
+                                 {{"com.example.Parser", "parser"}});
 
     EXPECT_FALSE(manager.getClassFactory("com.example.parser")) << "class names compare with case";
     EXPECT_FALSE(manager.getClassFactory("com.example.Parse"));
@@ -115,15 +97,17 @@ TEST_F(ClassFactoryManagerTest, GetClassFactoryStartsTheDeclaringBundleOnce)
     EXPECT_EQ(factory, again) << "the registry's factory, not a copy";
     EXPECT_EQ(1, starts) << "an active bundle is not started again";
     EXPECT_EQ(Bundle::BUNDLE_ACTIVE, bundle->state());
+    bundle->stop();
+    bundle->stop();
+    EXPECT_EQ(Bundle::BUNDLE_RESOLVED, bundle->state());
+    EXPECT_EQ(nullptr, bundle->activator()) << "a stopped bundle lets its activator go";
 }
 
 TEST_F(ClassFactoryManagerTest, ReportsABundleThatFailsToStartAndGoesOn)
 {
-    int starts = 0;
-    install("broken", "p", {{"p", {"com.example.Parser", "parser"}}},
-            [] { return new FailingActivator; });
+    install("broken", "p", {{"p", {"com.example.Parser", "parser"}}}, {}, true);
     install("working", "q", {{"q", {"com.example.Working", "parser"}}},
-            registering({{"com.example.Working", "parser"}}, starts));
+            {{"com.example.Working", "parser"}});
 
     ::testing::internal::CaptureStdout();
     const auto factories = manager.getClassFactories("parser");
@@ -137,38 +121,15 @@ TEST_F(ClassFactoryManagerTest, ReportsABundleThatFailsToStartAndGoesOn)
     EXPECT_EQ("Failed to start bundle broken: I/O error: no device\n", ::testing::internal::GetCapturedStdout());
 }
 
-TEST_F(ClassFactoryManagerTest, GetClassFactoriesFindsByCategoryPropertyOnly)
+// A service under a factory's or the preferences' name that is something else is refused, not
+// used as what it is not.
+TEST_F(ClassFactoryManagerTest, ReadsPreferencesAndRefusesServicesOfTheWrongType)
 {
-    int starts = 0;
-    install("parsers", "p", {{"p", {"com.example.Factory.Fmt", "Factory"}}},
-            registering({{"com.example.Factory.Fmt", "Factory"}}, starts));
-
-    EXPECT_TRUE(manager.getClassFactories("Fmt").empty());
-    EXPECT_EQ(0, starts);
-    EXPECT_EQ(1u, manager.getClassFactories("Factory").size());
-    EXPECT_EQ(1u, manager.getClassFactories("Factory").size());
-    EXPECT_EQ(1, starts);
-}
-
-TEST_F(ClassFactoryManagerTest, RefusesServicesOfTheWrongType)
-{
-    int starts = 0;
-    install("impostor", "p", {{"p", {"com.example.Prefs", "parser"}}}, registering({}, starts));
-    platform.serviceRegistry().registerService(
-        "com.example.Prefs", new Poco::OSP::PreferencesService(new Poco::Util::MapConfiguration), {});
-    try {
-        manager.getClassFactory("com.example.Prefs");
-        FAIL() << "no exception";
-    } catch (const Poco::BadCastException& e) {
-        EXPECT_EQ(std::string("Cannot cast from ") + typeid(Poco::OSP::PreferencesService).name() + " to " +
-                      typeid(OspService<IQnClassFactory>).name(),
-                  e.message());
-    }
-}
-
-TEST_F(ClassFactoryManagerTest, ReadsPreferences)
-{
+    install("impostor", "p", {{"p", {"com.example.Prefs", "parser"}}});
     auto& registry = platform.serviceRegistry();
+    registry.registerService("com.example.Prefs", new Poco::OSP::PreferencesService(new Poco::Util::MapConfiguration), {});
+    EXPECT_THROW(manager.getClassFactory("com.example.Prefs"), Poco::BadCastException);
+
     auto preferences = registry.findByName(Poco::OSP::PreferencesService::SERVICE_NAME)->instance().cast<Poco::OSP::PreferencesService>();
     preferences->configuration()->setString("debugger.sourcePath", "/src");
     EXPECT_EQ("/src", manager.getPreference("debugger.sourcePath"));
@@ -177,18 +138,11 @@ TEST_F(ClassFactoryManagerTest, ReadsPreferences)
     registry.unregisterService(Poco::OSP::PreferencesService::SERVICE_NAME);
     registry.registerService(Poco::OSP::PreferencesService::SERVICE_NAME, new Poco::OSP::PreferencesService(nullptr), {});
     EXPECT_THROW(manager.getPreference("debugger.sourcePath"), Poco::NullPointerException);
-
     registry.unregisterService(Poco::OSP::PreferencesService::SERVICE_NAME);
     EXPECT_THROW(manager.getPreference("debugger.sourcePath"), Poco::NullPointerException);
-
     registry.registerService(Poco::OSP::PreferencesService::SERVICE_NAME,
                              new OspService<IQnClassFactory>(boost::make_shared<NamedFactory>("n", "c")), {});
     EXPECT_THROW(manager.getPreference("debugger.sourcePath"), Poco::BadCastException);
-}
-
-TEST(OspClassFactoryManager, NeedsABundleContext)
-{
-    EXPECT_THROW(OspClassFactoryManager(Poco::OSP::BundleContext::Ptr()), Poco::NullPointerException);
 }
 
 TEST(ServiceRegistry, MatchesQueriesOfPropertiesAndName)

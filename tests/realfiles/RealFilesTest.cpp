@@ -1,15 +1,19 @@
-// Files from the real toolchain: the old formats parse with their programs' names, the rest are refused.
+// Files from the real toolchain through the module: the old formats parse with their programs'
+// names, whether or not the newer versions are allowed, and the rest are refused unless they are.
+#include "LinkerMap.h"
 #include "TestFiles.h"
 
 #include "host/CoreException.h"
+#include "host/IBinaryInformation.h"
+#include "host/ISourceInformation.h"
+#include "host/ISymbolInformation.h"
+#include "host/Status.h"
 #include "parser/TarnUbrofParser.h"
 #include "parser/UbrofParser.h"
 
 #include <boost/filesystem.hpp>
 #include <cstdio>
 #include <fstream>
-#include <map>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -68,24 +72,11 @@ std::pair<tarn::ErrorCode, std::string> failureOf(const std::string& path)
     return {tarn::ErrorCode::Ok, "parsed"};
 }
 
-// The entries of a linker map: name and address.
-std::map<std::string, uint32_t> mapEntries(const std::string& relative)
-{
-    std::ifstream in(realFile(relative));
-    const std::regex entry(R"(^ +([A-Za-z_?][\w?]*) +([0-9A-F]{8})( .*)?$)");
-    std::map<std::string, uint32_t> entries;
-    std::smatch match;
-    for (std::string line; std::getline(in, line);)
-        if (std::regex_match(line, match, entry))
-            entries.emplace(match[1], static_cast<uint32_t>(std::stoul(match[2], nullptr, 16)));
-    return entries;
-}
-
 class OldFormat : public ::testing::TestWithParam<const char*> {};
 
 // NAMES.txt also lists names of functions and variables that the linker left out: the file
 // declares their names but no scope or symbol uses them. Those are the only ones allowed missing.
-TEST_P(OldFormat, ParsesToTheEndWithTheProgramsNames)
+TEST_P(OldFormat, ParsesToTheEndWithTheProgramsNamesWithOrWithoutTheNewerVersions)
 {
     UBROF_NEED_REAL_FILES();
     ScratchDir dir;
@@ -110,70 +101,37 @@ TEST_P(OldFormat, ParsesToTheEndWithTheProgramsNames)
     }
     std::printf("%s: %zu of %zu listed names in the symbol tree\n", GetParam(), found, listed.size());
     RecordProperty("found", std::to_string(found) + " of " + std::to_string(listed.size()));
-}
 
-// A scope answers a location only through a symbol that shares its name record; in these
-// formats functions name themselves, so no scope may answer one, least of all symbol 0's.
-TEST_P(OldFormat, LocatesNoScopeThroughAnotherSymbol)
-{
-    UBROF_NEED_REAL_FILES();
-    ScratchDir dir;
-    UbrofParser parser(copyInto(dir, GetParam()));
-    const TarnUbrofParser& store = *parser.getStore();
-    const auto same = [](const SymbolLocation& a, const SymbolLocation& b) {
-        return a.kind == b.kind && a.memoryClass == b.memoryClass && a.value == b.value;
+    // Neither the newer versions' reader nor the facts kept for the program model change what the
+    // module answers from these files.
+    TarnUbrofParser opted;
+    opted.initialize();
+    opted.readNewerVersions = opted.keepFacts = true;
+    ASSERT_EQ(StoreOk, opted.parseFile(store.filePath));
+    const TarnUbrofParser& plain = store;
+    auto sameLines = [](const LineRecord& a, const LineRecord& b) {
+        return std::tie(a.address, a.size, a.line, a.lineSpan, a.column, a.endColumn, a.flags) ==
+               std::tie(b.address, b.size, b.line, b.lineSpan, b.column, b.endColumn, b.flags);
     };
-    size_t located = 0;
-    for (int32_t scope = 0; scope < int32_t(store.blockTree.blocks.size()); ++scope) {
-        SymbolLocation location;
-        if (store.getSymbolLocation(store.encodeContextId(ScopeContext, scope), 0xFFFFFFFF, &location) != 0)
-            continue;
-        ++located;
-        bool own = false;
-        for (int32_t symbol = 0; symbol < int32_t(store.symbolTable.symbols.size()); ++symbol) {
-            SymbolLocation its;
-            if (store.symbolTable.symbols[size_t(symbol)].nameIndex ==
-                    uint32_t(store.blockTree.blocks[size_t(scope)].nameIndex) &&
-                store.getSymbolLocation(store.encodeContextId(SymbolContext, symbol), 0xFFFFFFFF, &its) == 0)
-                own = own || same(location, its);
-        }
-        std::string name;
-        store.getScopeName(scope, name);
-        EXPECT_TRUE(own) << "scope " << name << " answers a location at " << std::hex << location.value;
+    EXPECT_TRUE(std::equal(plain.lineTable.begin(), plain.lineTable.end(), opted.lineTable.begin(),
+                           opted.lineTable.end(), sameLines));
+    ASSERT_EQ(plain.blockTree.blocks.size(), opted.blockTree.blocks.size());
+    for (size_t i = 0; i < plain.blockTree.blocks.size(); ++i) {
+        const BlockRecord& a = plain.blockTree.blocks[i];
+        const BlockRecord& b = opted.blockTree.blocks[i];
+        EXPECT_EQ(std::tie(a.kind, a.nameIndex, a.lowAddress, a.highAddress),
+                  std::tie(b.kind, b.nameIndex, b.lowAddress, b.highAddress));
+        EXPECT_EQ(plain.blockTree.symbols(uint32_t(i)).toVector(), opted.blockTree.symbols(uint32_t(i)));
+        EXPECT_EQ(plain.blockTree.lineRanges(uint32_t(i)).toVector(), opted.blockTree.lineRanges(uint32_t(i)));
     }
-    std::printf("%s: %zu of %zu scopes located\n", GetParam(), located, store.blockTree.blocks.size());
-}
-
-// The linker's own account: every listed name it placed is a symbol at its address. Function
-// scopes start at their first statement, after any prologue, so they may start later.
-TEST(RealFiles, AgreesWithTheLinkerMap)
-{
-    UBROF_NEED_REAL_FILES();
-    ScratchDir dir;
-    UbrofParser parser(copyInto(dir, "avr-mobit-nmea/nmea.d90"));
-    const TarnUbrofParser& store = *parser.getStore();
-    std::map<std::string, uint32_t> functions, symbols;
-    for (const BlockRecord& block : store.blockTree.blocks)
-        if (block.kind == FunctionBlock)
-            functions[store.nameTable.nameText(static_cast<uint32_t>(block.nameIndex))] = block.lowAddress;
-    for (const SymbolRecord& symbol : store.symbolTable.symbols)
-        symbols[store.nameTable.nameText(symbol.nameIndex)] = symbol.value;
-
-    const std::map<std::string, uint32_t> placed = mapEntries("avr-mobit-nmea/nmea.map");
-    size_t checked = 0;
-    for (const std::string& name : listedNames("avr-mobit-nmea/nmea.d90")) {
-        const auto entry = placed.find(name);
-        if (entry == placed.end())
-            continue;
-        ++checked;
-        ASSERT_TRUE(symbols.count(name)) << name << " is placed by the linker but not in the store";
-        EXPECT_EQ(entry->second, symbols[name]) << name;
-        if (functions.count(name)) {
-            EXPECT_LE(entry->second, functions[name]) << name;
-            EXPECT_LT(functions[name] - entry->second, 0x40u) << name;
-        }
-    }
-    EXPECT_GT(checked, 30u);
+    ASSERT_EQ(plain.symbolTable.symbols.size(), opted.symbolTable.symbols.size());
+    for (size_t i = 0; i < plain.symbolTable.symbols.size(); ++i)
+        EXPECT_EQ(std::tie(plain.symbolTable.symbols[i].value, plain.symbolTable.symbols[i].typeIndex),
+                  std::tie(opted.symbolTable.symbols[i].value, opted.symbolTable.symbols[i].typeIndex));
+    EXPECT_EQ(std::make_tuple(plain.typeTable.types.size(), plain.sourceFileTable.size(), plain.codeAreas.size()),
+              std::make_tuple(opted.typeTable.types.size(), opted.sourceFileTable.size(), opted.codeAreas.size()));
+    EXPECT_EQ(0u, opted.facts.newer.endOffset);
+    EXPECT_TRUE(opted.facts.newer.rows.empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(RealFiles, OldFormat,
@@ -214,6 +172,67 @@ TEST(RealFiles, RefusesNewerFormatsAndRelocatableObjects)
     }
     EXPECT_EQ(2u, relocatable);
     EXPECT_EQ(12u, newer);
+}
+
+const std::string kBoard = "avr-mega128-board/";
+
+TEST(NewerFiles, TheModulesViewsAnswerFromAtmega128WithTheOptIn)
+{
+    UBROF_NEED_REAL_FILES();
+    UbrofParseOptions options;
+    options.readNewerVersions = true;
+    UbrofParser parser(realFile(kBoard + "atmega128.d90"), options);
+    const auto symbols = parser.createSymbolInformation();
+    const LinkerMap map = readLinkerMap(realFile(kBoard + "atmega128.map"));
+
+    // Every function the map places and the file describes: its symbol at the map's address, and
+    // the scope at that address is the function (its prologue included).
+    size_t scoped = 0;
+    for (const MapEntry& entry : map.entries) {
+        if (entry.memory != "CODE" || !entry.address)
+            continue;
+        const tarn::ISymbolContext::Ptr function = symbols->lookupGlobalSymbol(entry.name, false);
+        if (!function || function->getSymbolClass() != tarn::ISymbolContext::CodeSymbol)
+            continue;
+        EXPECT_EQ(*entry.address, function->getProperties().at("Address").as_uint64()) << entry.name;
+        const tarn::ISymbolContext::Ptr scope = symbols->getScopeContextFromPc(*entry.address);
+        if (scope && scope->getName() == entry.name)
+            ++scoped;
+    }
+    EXPECT_GE(scoped, 24u); // the 24 functions with line programs
+    const tarn::ISymbolContext::Ptr count = symbols->lookupGlobalSymbol("temp_num", false);
+    ASSERT_TRUE(count);
+    EXPECT_EQ(2, count->getTypeContext()->getSize());
+
+    // Lines: the statement at main.c 73 is main's first instruction (0x4E0 in the map).
+    const auto sources = parser.createSourceInformation();
+    tarn::Status status;
+    std::vector<tarn::CodeArea> areas;
+    ASSERT_TRUE(sources->getCodeAreasFromAddressRange(status, 0x4E0, 0x4E2, areas));
+    ASSERT_FALSE(areas.empty());
+    EXPECT_EQ("main", areas[0].functionName);
+    EXPECT_EQ(73u, areas[0].startLine);
+    EXPECT_NE(std::string::npos, areas[0].fileName.find("main.c"));
+
+    // The image: every instruction the listings give in full is in code memory at its address,
+    // each 16-bit word low byte first.
+    std::vector<boost::shared_ptr<tarn::IProgramSegment>> segments = parser.createBinaryInformation()->getProgramSegments();
+    ASSERT_FALSE(segments.empty());
+    size_t words = 0;
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(realFile(kBoard + "listings")))
+        names.push_back(entry.path().filename().string());
+    for (const ListedStatement& code : readListings(realFile(kBoard + "listings"), names, map).statements) {
+        if (code.hex.find('.') != std::string::npos || code.hex.size() % 4 != 0)
+            continue;
+        std::vector<uint8_t> image;
+        segments[0]->readData(image, code.address, static_cast<uint32_t>(code.hex.size() / 2));
+        for (size_t w = 0; w < code.hex.size() / 4; ++w, ++words) {
+            const auto word = static_cast<uint16_t>(std::stoul(code.hex.substr(4 * w, 4), nullptr, 16));
+            ASSERT_EQ(word, image.at(2 * w) | image.at(2 * w + 1) << 8) << code.function << " at 0x" << std::hex << code.address;
+        }
+    }
+    EXPECT_GT(words, 500u);
 }
 
 } // namespace

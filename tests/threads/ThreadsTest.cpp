@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
-#include <fstream>
 #include <future>
 #include <map>
 #include <set>
@@ -34,28 +33,6 @@ walk::WalkLimits wholeWalk()
     walk::WalkLimits limits;
     limits.time = std::chrono::minutes(5);
     return limits;
-}
-
-// Copies of the real files the module reads (format versions below 9) in dir: parsing writes
-// embedded sources beside the file, and the shared folder must never be written.
-std::vector<std::string> oldFormatCopies(const ScratchDir& dir)
-{
-    std::vector<std::string> copies;
-    for (const fs::directory_entry& folder : fs::directory_iterator(UBROF_REAL_FILES_DIR)) {
-        if (!fs::is_directory(folder))
-            continue;
-        for (const fs::directory_entry& entry : fs::directory_iterator(folder.path())) {
-            std::ifstream in(entry.path().string(), std::ios::binary);
-            char head[9] = {};
-            in.read(head, sizeof head);
-            if (uint8_t(head[0]) != 0xA5 || uint8_t(head[7]) != 0xBD || uint8_t(head[8]) >= 9)
-                continue;
-            copies.push_back(dir.path(entry.path().filename().string()));
-            fs::copy_file(entry.path(), copies.back());
-        }
-    }
-    std::sort(copies.begin(), copies.end());
-    return copies;
 }
 
 /// Runs body(thread) on kThreads threads released at the same moment, and waits for all of them;
@@ -81,8 +58,12 @@ protected:
     void SetUp() override
     {
         UBROF_NEED_REAL_FILES();
-        files = oldFormatCopies(dir);
-        ASSERT_EQ(3u, files.size()) << "the shared folder holds three files of versions below 9";
+        // Copies of the real files the module reads (versions below 9): parsing writes embedded
+        // sources beside the file, and the shared folder must never be written.
+        for (const char* relative : {"avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90", "avr-mobit-nmea/nmea.d90"}) {
+            files.push_back(dir.path(fs::path(relative).filename().string()));
+            fs::copy_file(realFile(relative), files.back());
+        }
         for (const std::string& file : files) {
             const walk::WalkResult result = walk::walkFile(file, wholeWalk());
             ASSERT_TRUE(result.parsed) << file << ": " << result.error;
