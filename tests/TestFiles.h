@@ -10,7 +10,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
-#include <sys/resource.h>
 #include <string>
 #include <vector>
 
@@ -70,15 +69,6 @@ public:
 private:
     boost::filesystem::path path_;
 };
-
-/// The peak resident memory of this process so far, in KiB: a test that must stay within a
-/// bound compares it before and after, with a generous margin.
-inline long peakResidentKiB()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
-}
 
 /// The whole content of a file, empty when it cannot be read.
 inline std::string fileText(const std::string& path)
