@@ -186,21 +186,26 @@ void TarnUbrofParser::indexScopes()
             for (const Span& span : children) {
                 if (childBounds_.size() == first || childBounds_.back() != span.low) {
                     childBounds_.push_back(static_cast<uint32_t>(span.low));
-                    childWinners_.push_back(-1);
+                    childWinners_.push_back({-1, {}});
                 }
-                childWinners_.back() = static_cast<int32_t>(list[size_t(span.position)]);
+                childWinners_.back().scope = static_cast<int32_t>(list[size_t(span.position)]);
                 childBounds_.push_back(static_cast<uint32_t>(span.high));
-                childWinners_.push_back(-1);
+                childWinners_.push_back({-1, {}});
             }
         } else {
             const SegmentIndex index = makeSegmentIndex(children, true);
             for (size_t i = 0; i < index.bounds.size(); ++i) {
                 childBounds_.push_back(static_cast<uint32_t>(index.bounds[i]));
                 const int32_t position = i < index.winner.size() ? index.winner[i] : -1;
-                childWinners_.push_back(position < 0 ? -1 : static_cast<int32_t>(list[size_t(position)]));
+                childWinners_.push_back({position < 0 ? -1 : static_cast<int32_t>(list[size_t(position)]), {}});
             }
         }
         childSlices_.push_back({first, static_cast<uint32_t>(childBounds_.size()) - first});
+    }
+    // A child's slice is known once every scope has its own.
+    for (ChildWinner& winner : childWinners_) {
+        if (winner.scope >= 0)
+            winner.slice = childSlices_[size_t(winner.scope)];
     }
 
     // The plain walk answers with the first top-level scope that holds pc and claims it
@@ -238,9 +243,9 @@ void TarnUbrofParser::indexScopes()
     moduleClaiming_.divide();
 }
 
-int32_t TarnUbrofParser::childAt(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const
+int32_t TarnUbrofParser::childIn(ChildSlice slice, uint32_t pc, uint64_t* low, uint64_t* high,
+                                 ChildSlice* below) const
 {
-    const ChildSlice& slice = childSlices_[scope];
     const uint32_t* first = childBounds_.data() + slice.first;
     const uint32_t* last = first + slice.count;
     const uint32_t* after = std::upper_bound(first, last, pc);
@@ -250,7 +255,10 @@ int32_t TarnUbrofParser::childAt(uint32_t scope, uint32_t pc, uint64_t* low, uin
         *low = std::max<uint64_t>(*low, *(after - 1));
     if (after == first || after == last)
         return -1;
-    return childWinners_[slice.first + size_t(after - first) - 1];
+    const ChildWinner& winner = childWinners_[slice.first + size_t(after - first) - 1];
+    if (below)
+        *below = winner.slice;
+    return winner.scope;
 }
 
 int32_t TarnUbrofParser::scopeHolding(IndexRange scopes, uint32_t pc) const
@@ -268,11 +276,12 @@ int32_t TarnUbrofParser::innermostBelow(uint32_t scope, uint32_t pc, uint64_t* l
     const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     const bool indexed = scopesIndexed();
     int32_t found = -1;
+    ChildSlice slice = indexed ? childSlices_[scope] : ChildSlice{};
     // A tree filled by hand could loop; a real one is never deeper than it has blocks.
     for (size_t depth = 0; depth < blocks.size(); ++depth) {
         int32_t child = -1;
         if (indexed) {
-            child = childAt(scope, pc, low, high);
+            child = childIn(slice, pc, low, high, &slice);
         } else {
             child = scopeHolding(blockTree.children(scope), pc);
         }
@@ -373,10 +382,10 @@ int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* lo
     }
     // Down from the last level that still holds, as innermostBelow goes, as many steps at most.
     if (trail.claimed && levels.back().scope >= 0) {
+        ChildSlice slice = childSlices_[size_t(levels.back().scope)];
         while (levels.size() - 1 < blockTree.blocks.size()) {
-            const auto parent = static_cast<uint32_t>(levels.back().scope);
             uint64_t pieceLow = 0, pieceHigh = uint64_t(1) << 32;
-            const int32_t child = childAt(parent, pc, &pieceLow, &pieceHigh);
+            const int32_t child = childIn(slice, pc, &pieceLow, &pieceHigh, &slice);
             push(child, pieceLow, pieceHigh);
             if (child < 0)
                 break;
