@@ -186,27 +186,34 @@ void TarnUbrofParser::indexScopes()
             for (const Span& span : children) {
                 if (childBounds_.size() == first || childBounds_.back() != span.low) {
                     childBounds_.push_back(static_cast<uint32_t>(span.low));
-                    childWinners_.push_back({-1, {}});
+                    childWinners_.push_back({-1, -1, {}});
                 }
                 childWinners_.back().scope = static_cast<int32_t>(list[size_t(span.position)]);
                 childBounds_.push_back(static_cast<uint32_t>(span.high));
-                childWinners_.push_back({-1, {}});
+                childWinners_.push_back({-1, -1, {}});
             }
         } else {
             const SegmentIndex index = makeSegmentIndex(children, true);
             for (size_t i = 0; i < index.bounds.size(); ++i) {
                 childBounds_.push_back(static_cast<uint32_t>(index.bounds[i]));
                 const int32_t position = i < index.winner.size() ? index.winner[i] : -1;
-                childWinners_.push_back({position < 0 ? -1 : static_cast<int32_t>(list[size_t(position)]), {}});
+                childWinners_.push_back({position < 0 ? -1 : static_cast<int32_t>(list[size_t(position)]), -1, {}});
             }
         }
         childSlices_.push_back({first, static_cast<uint32_t>(childBounds_.size()) - first});
     }
     // A child's slice is known once every scope has its own.
     for (ChildWinner& winner : childWinners_) {
-        if (winner.scope >= 0)
+        if (winner.scope >= 0) {
             winner.slice = childSlices_[size_t(winner.scope)];
+            winner.name = blocks[size_t(winner.scope)].nameIndex;
+        }
     }
+    rootWinners_.clear();
+    for (uint32_t root : blockTree.roots)
+        rootWinners_.push_back(root < blocks.size()
+                                   ? ChildWinner{int32_t(root), blocks[root].nameIndex, childSlices_[root]}
+                                   : ChildWinner{-1, -1, {}});
 
     // The plain walk answers with the first top-level scope that holds pc and claims it
     // (through a child, or through the last record of one of its line ranges), else with
@@ -244,7 +251,7 @@ void TarnUbrofParser::indexScopes()
 }
 
 int32_t TarnUbrofParser::childIn(ChildSlice slice, uint32_t pc, uint64_t* low, uint64_t* high,
-                                 ChildSlice* below) const
+                                 const ChildWinner** found) const
 {
     const uint32_t* first = childBounds_.data() + slice.first;
     const uint32_t* last = first + slice.count;
@@ -256,8 +263,8 @@ int32_t TarnUbrofParser::childIn(ChildSlice slice, uint32_t pc, uint64_t* low, u
     if (after == first || after == last)
         return -1;
     const ChildWinner& winner = childWinners_[slice.first + size_t(after - first) - 1];
-    if (below)
-        *below = winner.slice;
+    if (found && winner.scope >= 0)
+        *found = &winner;
     return winner.scope;
 }
 
@@ -281,7 +288,10 @@ int32_t TarnUbrofParser::innermostBelow(uint32_t scope, uint32_t pc, uint64_t* l
     for (size_t depth = 0; depth < blocks.size(); ++depth) {
         int32_t child = -1;
         if (indexed) {
-            child = childIn(slice, pc, low, high, &slice);
+            const ChildWinner* winner = nullptr;
+            child = childIn(slice, pc, low, high, &winner);
+            if (winner)
+                slice = winner->slice;
         } else {
             child = scopeHolding(blockTree.children(scope), pc);
         }
@@ -349,19 +359,26 @@ int32_t TarnUbrofParser::scopeAtAddress(uint32_t pc, uint64_t* low, uint64_t* hi
     return result;
 }
 
-int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* low, uint64_t* high) const
+int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* low, uint64_t* high,
+                                    int32_t* name) const
 {
-    if (!scopesIndexed())
-        return scopeAtAddress(pc, low, high);
+    if (!scopesIndexed()) {
+        const int32_t scope = scopeAtAddress(pc, low, high);
+        *name = scope < 0 ? -1 : blockTree.blocks[size_t(scope)].nameIndex;
+        return scope;
+    }
     std::vector<ScopeTrail::Level>& levels = trail.levels;
-    auto push = [&levels](int32_t scope, uint64_t pieceLow, uint64_t pieceHigh) {
-        ScopeTrail::Level level{scope, pieceLow, pieceHigh, pieceLow, pieceHigh, scope};
+    auto push = [&levels](const ChildWinner* found, uint64_t pieceLow, uint64_t pieceHigh) {
+        const int32_t scope = found ? found->scope : -1;
+        ScopeTrail::Level level{scope, pieceLow, pieceHigh, pieceLow, pieceHigh, scope, found ? found->name : -1};
         if (!levels.empty()) {
             const ScopeTrail::Level& above = levels.back();
             level.jointLow = std::max(above.jointLow, pieceLow);
             level.jointHigh = std::min(above.jointHigh, pieceHigh);
-            if (scope < 0)
+            if (scope < 0) {
                 level.jointScope = above.jointScope;
+                level.jointName = above.jointName;
+            }
         }
         levels.push_back(level);
     };
@@ -376,7 +393,8 @@ int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* lo
         trail.claimed = claimed >= 0;
         const int32_t found = trail.claimed ? claimed : moduleHolding_.at(pc, &pieceLow, &pieceHigh);
         levels.clear();
-        push(found >= 0 ? static_cast<int32_t>(blockTree.roots[size_t(found)]) : -1, pieceLow, pieceHigh);
+        push(found >= 0 && rootWinners_[size_t(found)].scope >= 0 ? &rootWinners_[size_t(found)] : nullptr,
+             pieceLow, pieceHigh);
     } else {
         levels.resize(kept);
     }
@@ -385,14 +403,17 @@ int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* lo
         ChildSlice slice = childSlices_[size_t(levels.back().scope)];
         while (levels.size() - 1 < blockTree.blocks.size()) {
             uint64_t pieceLow = 0, pieceHigh = uint64_t(1) << 32;
-            const int32_t child = childIn(slice, pc, &pieceLow, &pieceHigh, &slice);
-            push(child, pieceLow, pieceHigh);
-            if (child < 0)
+            const ChildWinner* winner = nullptr;
+            childIn(slice, pc, &pieceLow, &pieceHigh, &winner);
+            push(winner, pieceLow, pieceHigh);
+            if (!winner)
                 break;
+            slice = winner->slice;
         }
     }
     *low = std::max<uint64_t>(levels.back().jointLow, 0);
     *high = std::min<uint64_t>(levels.back().jointHigh, uint64_t(1) << 32);
+    *name = levels.back().jointName;
     return levels.back().jointScope;
 }
 
