@@ -137,6 +137,19 @@ void TarnUbrofParser::SegmentIndex::divide()
 
 int32_t TarnUbrofParser::SegmentIndex::at(uint32_t pc, uint64_t* low, uint64_t* high) const
 {
+    const int64_t piece = pieceAt(pc, low, high);
+    return piece < 0 ? -1 : winner[size_t(piece)];
+}
+
+size_t TarnUbrofParser::SegmentIndex::nearPiece(uint32_t pc) const
+{
+    if (stretches.empty() || pc < bounds.front())
+        return 0;
+    return stretches[std::min<size_t>((uint64_t(pc) - bounds.front()) >> shift, stretches.size() - 2)];
+}
+
+int64_t TarnUbrofParser::SegmentIndex::pieceAt(uint32_t pc, uint64_t* low, uint64_t* high) const
+{
     auto first = bounds.begin(), last = bounds.end();
     if (!stretches.empty() && pc >= bounds.front()) {
         // The first bound above pc is at or after its stretch's first, and no later than the next's.
@@ -151,7 +164,7 @@ int32_t TarnUbrofParser::SegmentIndex::at(uint32_t pc, uint64_t* low, uint64_t* 
         *low = std::max(*low, *(after - 1));
     if (after == bounds.begin() || after == bounds.end())
         return -1;
-    return winner[size_t(after - bounds.begin()) - 1];
+    return int64_t(after - bounds.begin()) - 1;
 }
 
 void TarnUbrofParser::indexScopes()
@@ -166,6 +179,13 @@ void TarnUbrofParser::indexScopes()
     childBounds_.clear();
     childWinners_.clear();
     childSlices_.reserve(blocks.size());
+    // A scope's pieces are at most two per child, and every block is one scope's child: room
+    // for them all at once spares the copies, and the moment of twice the memory, of growing.
+    size_t pieces = 0;
+    for (uint32_t scope = 0; scope < blocks.size(); ++scope)
+        pieces += 2 * blockTree.children(scope).size();
+    childBounds_.reserve(pieces);
+    childWinners_.reserve(pieces);
     std::vector<Span> children;
     for (uint32_t scope = 0; scope < blocks.size(); ++scope) {
         children.clear();
@@ -248,6 +268,45 @@ void TarnUbrofParser::indexScopes()
     moduleClaiming_ = makeSegmentIndex(std::move(claiming), true);
     moduleHolding_.divide();
     moduleClaiming_.divide();
+    indexClaimedChildren();
+}
+
+void TarnUbrofParser::indexClaimedChildren()
+{
+    claimingChildren_ = SegmentIndex();
+    claimedPieces_.clear();
+    const SegmentIndex& claims = moduleClaiming_;
+    for (size_t i = 0; i + 1 < claims.bounds.size(); ++i) {
+        const uint64_t low = claims.bounds[i], high = claims.bounds[i + 1];
+        const int32_t module = i < claims.winner.size() ? claims.winner[i] : -1;
+        auto emit = [&](uint64_t bound, int32_t child) {
+            claimingChildren_.bounds.push_back(bound);
+            claimedPieces_.push_back({module, child});
+        };
+        if (module < 0 || size_t(module) >= rootWinners_.size() || rootWinners_[size_t(module)].scope < 0) {
+            emit(low, -1);
+            continue;
+        }
+        // As childIn answers: the child piece that holds the claimed piece's start. A child's
+        // bounds within its module are bounds of the claimed pieces already, so the loop after
+        // it cuts nothing in the files seen; it keeps the answer right should one not be.
+        const ChildSlice slice = rootWinners_[size_t(module)].slice;
+        const uint32_t* first = childBounds_.data() + slice.first;
+        const uint32_t* last = first + slice.count;
+        auto childBefore = [&](const uint32_t* after) -> int32_t {
+            if (after == first || after == last)
+                return -1;
+            const size_t entry = slice.first + size_t(after - first) - 1;
+            return childWinners_[entry].scope >= 0 ? static_cast<int32_t>(entry) : -1;
+        };
+        const uint32_t* after = low > UINT32_MAX ? last : std::upper_bound(first, last, uint32_t(low));
+        emit(low, childBefore(after));
+        for (; after != last && *after < high; ++after)
+            emit(*after, childBefore(after + 1));
+    }
+    if (!claims.bounds.empty())
+        claimingChildren_.bounds.push_back(claims.bounds.back());
+    claimingChildren_.divide();
 }
 
 int32_t TarnUbrofParser::childIn(ChildSlice slice, uint32_t pc, uint64_t* low, uint64_t* high,
@@ -368,8 +427,11 @@ int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* lo
         return scope;
     }
     std::vector<ScopeTrail::Level>& levels = trail.levels;
-    auto push = [&levels](const ChildWinner* found, uint64_t pieceLow, uint64_t pieceHigh) {
+    auto push = [&](const ChildWinner* found, uint64_t pieceLow, uint64_t pieceHigh) {
         const int32_t scope = found ? found->scope : -1;
+        // The deepest level's name is read last; its record arrives while the walk goes on.
+        if (found && found->name >= 0)
+            nameTable.records.prefetch(size_t(found->name));
         ScopeTrail::Level level{scope, pieceLow, pieceHigh, pieceLow, pieceHigh, scope, found ? found->name : -1};
         if (!levels.empty()) {
             const ScopeTrail::Level& above = levels.back();
@@ -387,20 +449,42 @@ int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* lo
         return level.jointLow <= pc && pc < level.jointHigh;
     });
     const size_t kept = size_t(holds - levels.begin());
+    auto rootWinner = [&](int32_t found) {
+        return found >= 0 && rootWinners_[size_t(found)].scope >= 0 ? &rootWinners_[size_t(found)] : nullptr;
+    };
+    ChildSlice slice{};
+    bool down = false;
     if (kept == 0) {
         uint64_t pieceLow = 0, pieceHigh = uint64_t(1) << 32;
-        const int32_t claimed = moduleClaiming_.at(pc, &pieceLow, &pieceHigh);
-        trail.claimed = claimed >= 0;
-        const int32_t found = trail.claimed ? claimed : moduleHolding_.at(pc, &pieceLow, &pieceHigh);
+        // The piece's entry is fetched while its bounds are searched, not after.
+        const size_t near = claimingChildren_.nearPiece(pc);
+        if (near < claimedPieces_.size())
+            __builtin_prefetch(&claimedPieces_[near > 0 ? near - 1 : 0]);
+        const int64_t piece = claimingChildren_.pieceAt(pc, &pieceLow, &pieceHigh);
+        const ClaimedPiece claimed = piece < 0 ? ClaimedPiece{-1, -1} : claimedPieces_[size_t(piece)];
+        trail.claimed = claimed.module >= 0;
         levels.clear();
-        push(found >= 0 && rootWinners_[size_t(found)].scope >= 0 ? &rootWinners_[size_t(found)] : nullptr,
-             pieceLow, pieceHigh);
+        if (trail.claimed) {
+            // The module and its child over the piece they share: each level holds over it.
+            push(rootWinner(claimed.module), pieceLow, pieceHigh);
+            const ChildWinner* child = claimed.child >= 0 ? &childWinners_[size_t(claimed.child)] : nullptr;
+            if (levels.back().scope >= 0) {
+                push(child, pieceLow, pieceHigh);
+                down = child != nullptr;
+                if (child)
+                    slice = child->slice;
+            }
+        } else {
+            push(rootWinner(moduleHolding_.at(pc, &pieceLow, &pieceHigh)), pieceLow, pieceHigh);
+        }
     } else {
         levels.resize(kept);
+        down = trail.claimed && levels.back().scope >= 0;
+        if (down)
+            slice = childSlices_[size_t(levels.back().scope)];
     }
     // Down from the last level that still holds, as innermostBelow goes, as many steps at most.
-    if (trail.claimed && levels.back().scope >= 0) {
-        ChildSlice slice = childSlices_[size_t(levels.back().scope)];
+    if (down) {
         while (levels.size() - 1 < blockTree.blocks.size()) {
             uint64_t pieceLow = 0, pieceHigh = uint64_t(1) << 32;
             const ChildWinner* winner = nullptr;

@@ -203,6 +203,11 @@ private:
         unsigned shift = 0;
         /// The winning position at pc, or -1; narrows [*low, *high) to the piece of pc when given.
         int32_t at(uint32_t pc, uint64_t* low = nullptr, uint64_t* high = nullptr) const;
+        /// The piece that holds pc, or -1 outside them all; narrows as at does.
+        int64_t pieceAt(uint32_t pc, uint64_t* low, uint64_t* high) const;
+        /// A piece at or just after the one that holds pc, from the stretches alone: what a
+        /// caller may fetch ahead while pieceAt searches.
+        size_t nearPiece(uint32_t pc) const;
         /// Cuts the bounds into stretches of about one bound each.
         void divide();
     };
@@ -315,6 +320,15 @@ private:
     std::vector<ChildWinner> rootWinners_;
     SegmentIndex moduleHolding_;           ///< the last top-level scope that holds an address
     SegmentIndex moduleClaiming_; ///< the first that holds it in a child or a range's last record
+    /// moduleClaiming_'s pieces cut again where the claiming module's children meet: a walk down
+    /// from an address finds its module and the module's child in one search instead of two.
+    struct ClaimedPiece {
+        int32_t module; ///< position in roots, or -1 where no module claims the piece
+        int32_t child;  ///< entry in childWinners_, or -1 where none of the module's children holds it
+    };
+    SegmentIndex claimingChildren_; ///< its winners stay empty: claimedPieces_ holds them
+    SearchedVector<ClaimedPiece> claimedPieces_;
+    void indexClaimedChildren();
 };
 
 } // namespace ubrof
