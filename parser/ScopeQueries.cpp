@@ -176,16 +176,14 @@ void TarnUbrofParser::indexScopes()
 
     // Every scope's pieces go into one pair of arrays: a scope without children costs its slice.
     childSlices_.clear();
-    childBounds_.clear();
-    childWinners_.clear();
+    childPieces_.clear();
     childSlices_.reserve(blocks.size());
     // A scope's pieces are at most two per child, and every block is one scope's child: room
     // for them all at once spares the copies, and the moment of twice the memory, of growing.
     size_t pieces = 0;
     for (uint32_t scope = 0; scope < blocks.size(); ++scope)
         pieces += 2 * blockTree.children(scope).size();
-    childBounds_.reserve(pieces);
-    childWinners_.reserve(pieces);
+    childPieces_.reserve(pieces);
     std::vector<Span> children;
     for (uint32_t scope = 0; scope < blocks.size(); ++scope) {
         children.clear();
@@ -199,31 +197,29 @@ void TarnUbrofParser::indexScopes()
                 disjoint = false;
             children.push_back({blocks[child].lowAddress, blocks[child].highAddress, int32_t(i)});
         }
-        const auto first = static_cast<uint32_t>(childBounds_.size());
+        const auto first = static_cast<uint32_t>(childPieces_.size());
         if (disjoint) {
             // Children side by side in address order, as compilers lay them out: the pieces
             // are the children and the gaps between them.
             for (const Span& span : children) {
-                if (childBounds_.size() == first || childBounds_.back() != span.low) {
-                    childBounds_.push_back(static_cast<uint32_t>(span.low));
-                    childWinners_.push_back({-1, -1, {}});
-                }
-                childWinners_.back().scope = static_cast<int32_t>(list[size_t(span.position)]);
-                childBounds_.push_back(static_cast<uint32_t>(span.high));
-                childWinners_.push_back({-1, -1, {}});
+                if (childPieces_.size() == first || childPieces_.back().low != span.low)
+                    childPieces_.push_back({static_cast<uint32_t>(span.low), {-1, -1, {}}});
+                childPieces_.back().winner.scope = static_cast<int32_t>(list[size_t(span.position)]);
+                childPieces_.push_back({static_cast<uint32_t>(span.high), {-1, -1, {}}});
             }
         } else {
             const SegmentIndex index = makeSegmentIndex(children, true);
             for (size_t i = 0; i < index.bounds.size(); ++i) {
-                childBounds_.push_back(static_cast<uint32_t>(index.bounds[i]));
                 const int32_t position = i < index.winner.size() ? index.winner[i] : -1;
-                childWinners_.push_back({position < 0 ? -1 : static_cast<int32_t>(list[size_t(position)]), -1, {}});
+                childPieces_.push_back({static_cast<uint32_t>(index.bounds[i]),
+                                        {position < 0 ? -1 : static_cast<int32_t>(list[size_t(position)]), -1, {}}});
             }
         }
-        childSlices_.push_back({first, static_cast<uint32_t>(childBounds_.size()) - first});
+        childSlices_.push_back({first, static_cast<uint32_t>(childPieces_.size()) - first});
     }
     // A child's slice is known once every scope has its own.
-    for (ChildWinner& winner : childWinners_) {
+    for (ChildPiece& piece : childPieces_) {
+        ChildWinner& winner = piece.winner;
         if (winner.scope >= 0) {
             winner.slice = childSlices_[size_t(winner.scope)];
             winner.name = blocks[size_t(winner.scope)].nameIndex;
@@ -271,6 +267,17 @@ void TarnUbrofParser::indexScopes()
     indexClaimedChildren();
 }
 
+namespace {
+
+/// The first piece that starts above pc, as std::upper_bound over the starts.
+template <typename Piece>
+const Piece* pieceAfter(const Piece* first, const Piece* last, uint32_t pc)
+{
+    return std::upper_bound(first, last, pc, [](uint32_t value, const Piece& piece) { return value < piece.low; });
+}
+
+} // namespace
+
 void TarnUbrofParser::indexClaimedChildren()
 {
     claimingChildren_ = SegmentIndex();
@@ -291,18 +298,18 @@ void TarnUbrofParser::indexClaimedChildren()
         // bounds within its module are bounds of the claimed pieces already, so the loop after
         // it cuts nothing in the files seen; it keeps the answer right should one not be.
         const ChildSlice slice = rootWinners_[size_t(module)].slice;
-        const uint32_t* first = childBounds_.data() + slice.first;
-        const uint32_t* last = first + slice.count;
-        auto childBefore = [&](const uint32_t* after) -> int32_t {
+        const ChildPiece* first = childPieces_.data() + slice.first;
+        const ChildPiece* last = first + slice.count;
+        auto childBefore = [&](const ChildPiece* after) -> int32_t {
             if (after == first || after == last)
                 return -1;
             const size_t entry = slice.first + size_t(after - first) - 1;
-            return childWinners_[entry].scope >= 0 ? static_cast<int32_t>(entry) : -1;
+            return childPieces_[entry].winner.scope >= 0 ? static_cast<int32_t>(entry) : -1;
         };
-        const uint32_t* after = low > UINT32_MAX ? last : std::upper_bound(first, last, uint32_t(low));
+        const ChildPiece* after = low > UINT32_MAX ? last : pieceAfter(first, last, uint32_t(low));
         emit(low, childBefore(after));
-        for (; after != last && *after < high; ++after)
-            emit(*after, childBefore(after + 1));
+        for (; after != last && after->low < high; ++after)
+            emit(after->low, childBefore(after + 1));
     }
     if (!claims.bounds.empty())
         claimingChildren_.bounds.push_back(claims.bounds.back());
@@ -312,16 +319,16 @@ void TarnUbrofParser::indexClaimedChildren()
 int32_t TarnUbrofParser::childIn(ChildSlice slice, uint32_t pc, uint64_t* low, uint64_t* high,
                                  const ChildWinner** found) const
 {
-    const uint32_t* first = childBounds_.data() + slice.first;
-    const uint32_t* last = first + slice.count;
-    const uint32_t* after = std::upper_bound(first, last, pc);
+    const ChildPiece* first = childPieces_.data() + slice.first;
+    const ChildPiece* last = first + slice.count;
+    const ChildPiece* after = pieceAfter(first, last, pc);
     if (after != last && high)
-        *high = std::min<uint64_t>(*high, *after);
+        *high = std::min<uint64_t>(*high, after->low);
     if (after != first && low)
-        *low = std::max<uint64_t>(*low, *(after - 1));
+        *low = std::max<uint64_t>(*low, (after - 1)->low);
     if (after == first || after == last)
         return -1;
-    const ChildWinner& winner = childWinners_[slice.first + size_t(after - first) - 1];
+    const ChildWinner& winner = (after - 1)->winner;
     if (found && winner.scope >= 0)
         *found = &winner;
     return winner.scope;
@@ -461,13 +468,13 @@ int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* lo
         if (near < claimedPieces_.size())
             __builtin_prefetch(&claimedPieces_[near > 0 ? near - 1 : 0]);
         const int64_t piece = claimingChildren_.pieceAt(pc, &pieceLow, &pieceHigh);
-        const ClaimedPiece claimed = piece < 0 ? ClaimedPiece{-1, -1} : claimedPieces_[size_t(piece)];
-        trail.claimed = claimed.module >= 0;
+        const ClaimedPiece* claimed = piece < 0 ? nullptr : &claimedPieces_[size_t(piece)];
+        trail.claimed = claimed && claimed->module >= 0;
         levels.clear();
         if (trail.claimed) {
             // The module and its child over the piece they share: each level holds over it.
-            push(rootWinner(claimed.module), pieceLow, pieceHigh);
-            const ChildWinner* child = claimed.child >= 0 ? &childWinners_[size_t(claimed.child)] : nullptr;
+            push(rootWinner(claimed->module), pieceLow, pieceHigh);
+            const ChildWinner* child = claimed->child >= 0 ? &childPieces_[size_t(claimed->child)].winner : nullptr;
             if (levels.back().scope >= 0) {
                 push(child, pieceLow, pieceHigh);
                 down = child != nullptr;

@@ -258,7 +258,7 @@ private:
     /// The type record at type, after the checks every step of a type walk makes.
     int16_t typeRecordAt(int32_t type, const TypeRecord** record) const;
 
-    /// Per scope, its slice of childBounds_ and childWinners_: the pieces of its children's
+    /// Per scope, its slice of childPieces_: the pieces of its children's
     /// ranges, each with the first child that holds it (or -1).
     struct ChildSlice {
         uint32_t first;
@@ -306,15 +306,21 @@ private:
     /// findSymbolInScope's answer for the module at position of the roots, through the index.
     int32_t moduleSymbol(uint32_t position, const std::string& name, uint32_t hash) const;
     static uint32_t hashName(std::string_view name);
-    SearchedVector<uint32_t> childBounds_;
-    /// Per piece, its winner and the winner's own slice: a walk down the tree reads each
-    /// level's pieces and nothing else, one cache miss fewer per level in a large program.
+    /// A piece's winner, with the winner's name and its own slice: a walk down the tree reads
+    /// each level's pieces and nothing else.
     struct ChildWinner {
         int32_t scope;
         int32_t name; ///< the scope's name index
         ChildSlice slice;
     };
-    SearchedVector<ChildWinner> childWinners_;
+    /// A piece starts at low and ends where the next in its slice starts; the last of a slice
+    /// only ends the one before it. Its winner stands beside its start, so that the search
+    /// that finds a small slice's piece has read its winner too.
+    struct ChildPiece {
+        uint32_t low;
+        ChildWinner winner;
+    };
+    SearchedVector<ChildPiece> childPieces_;
     /// Per module (position in roots), its slice and name index: small enough to stay cached,
     /// where a module's record would cost a miss.
     std::vector<ChildWinner> rootWinners_;
@@ -324,7 +330,7 @@ private:
     /// from an address finds its module and the module's child in one search instead of two.
     struct ClaimedPiece {
         int32_t module; ///< position in roots, or -1 where no module claims the piece
-        int32_t child;  ///< entry in childWinners_, or -1 where none of the module's children holds it
+        int32_t child;  ///< entry in childPieces_, or -1 where none of the module's children holds it
     };
     SegmentIndex claimingChildren_; ///< its winners stay empty: claimedPieces_ holds them
     SearchedVector<ClaimedPiece> claimedPieces_;
