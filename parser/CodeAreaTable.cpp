@@ -17,6 +17,7 @@ void CodeAreaTable::dropAreas()
     runs_.clear();
     runFirstAreas_.clear();
     runFirstAddresses_.clear();
+    runLastAddresses_.clear();
     size_ = 0;
     lastStart_ = 0;
     sorted_ = true;
@@ -54,15 +55,48 @@ size_t CodeAreaTable::lowerBound(uint64_t address) const
     if (next == 0)
         return end;
     const Run& run = runs_[next - 1];
-    size_t low = run.firstArea, high = end;
-    while (low < high) {
+    auto startOf = [&](size_t area) { return lines_->address(run.firstLineRecord + uint32_t(area - run.firstArea)); };
+    // The run's first area starts below the address; past its last one the next run answers.
+    const uint32_t first = runFirstAddresses_[next - 1];
+    const uint32_t last = runLastAddresses_[next - 1];
+    if (address > last)
+        return end;
+    // Statements are a few bytes each, so the address's share of the run's span guesses its
+    // place closely; steps that double out from the guess bracket the answer within a few
+    // cache lines, where bisecting a run of thousands of statements would miss a line a step.
+    // Uneven runs cost no more steps than bisection would.
+    size_t low = run.firstArea;  // starts below address
+    size_t high = end - 1;       // starts at or above address
+    const size_t guess =
+        address > first ? low + size_t((address - first) * uint64_t(high - low) / (uint64_t(last) - first)) : low;
+    if (startOf(guess) < address) {
+        low = guess;
+        for (size_t step = 1; step < high - low; step *= 2) {
+            if (startOf(low + step) >= address) {
+                high = low + step;
+                break;
+            }
+            low += step;
+        }
+    } else {
+        high = guess;
+        for (size_t step = 1; step < high - low; step *= 2) {
+            if (startOf(high - step) < address) {
+                low = high - step;
+                break;
+            }
+            high -= step;
+        }
+    }
+    // Now low starts below the address and high at or above it: bisect between them.
+    while (high - low > 1) {
         const size_t middle = low + (high - low) / 2;
-        if (lines_->address(run.firstLineRecord + (middle - run.firstArea)) < address)
-            low = middle + 1;
+        if (startOf(middle) < address)
+            low = middle;
         else
             high = middle;
     }
-    return low;
+    return high;
 }
 
 void CodeAreaTable::append(uint32_t lineRecord, uint32_t file)
@@ -74,6 +108,7 @@ void CodeAreaTable::append(uint32_t lineRecord, uint32_t file)
     if (!runs_.empty()) {
         const Run& last = runs_.back();
         if (last.file == file && size_t(last.firstLineRecord) + (size_ - last.firstArea) == lineRecord) {
+            runLastAddresses_.back() = address;
             ++size_;
             return;
         }
@@ -81,6 +116,7 @@ void CodeAreaTable::append(uint32_t lineRecord, uint32_t file)
     runs_.push_back({static_cast<uint32_t>(size_), lineRecord, file, address});
     runFirstAreas_.push_back(static_cast<uint32_t>(size_));
     runFirstAddresses_.push_back(address);
+    runLastAddresses_.push_back(address);
     ++size_;
 }
 
@@ -96,6 +132,7 @@ void CodeAreaTable::appendRange(uint32_t firstLineRecord, uint32_t count, uint32
             sorted_ = false;
         lastStart_ = address;
     }
+    runLastAddresses_.back() = lastStart_;
     size_ += count - 1;
 }
 

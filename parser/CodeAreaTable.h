@@ -69,6 +69,7 @@ private:
     // then reads a quarter of the lines of memory.
     std::vector<uint32_t> runFirstAreas_;
     std::vector<uint32_t> runFirstAddresses_;
+    std::vector<uint32_t> runLastAddresses_; ///< where each run's last area starts
     size_t size_ = 0;
     uint32_t lastStart_ = 0;
     bool sorted_ = true;

@@ -118,9 +118,9 @@ void TarnUbrofParser::collectCodeAreas(size_t position, uint64_t end, std::vecto
         ++filled;
         fillCodeArea(lineRecord, file, pc, area);
         if (pc < sameLow || pc >= sameHigh) {
-            const int32_t scope = scopeAlong(pc, trail, &sameLow, &sameHigh);
-            name = scope < 0 ? std::string()
-                             : nameTable.nameText(static_cast<uint32_t>(blockTree.blocks[size_t(scope)].nameIndex));
+            int32_t nameIndex = -1;
+            const int32_t scope = scopeAlong(pc, trail, &sameLow, &sameHigh, &nameIndex);
+            name = scope < 0 ? std::string() : nameTable.nameText(static_cast<uint32_t>(nameIndex));
         }
         area.functionName = name;
         return true;

@@ -137,6 +137,19 @@ void TarnUbrofParser::SegmentIndex::divide()
 
 int32_t TarnUbrofParser::SegmentIndex::at(uint32_t pc, uint64_t* low, uint64_t* high) const
 {
+    const int64_t piece = pieceAt(pc, low, high);
+    return piece < 0 ? -1 : winner[size_t(piece)];
+}
+
+size_t TarnUbrofParser::SegmentIndex::nearPiece(uint32_t pc) const
+{
+    if (stretches.empty() || pc < bounds.front())
+        return 0;
+    return stretches[std::min<size_t>((uint64_t(pc) - bounds.front()) >> shift, stretches.size() - 2)];
+}
+
+int64_t TarnUbrofParser::SegmentIndex::pieceAt(uint32_t pc, uint64_t* low, uint64_t* high) const
+{
     auto first = bounds.begin(), last = bounds.end();
     if (!stretches.empty() && pc >= bounds.front()) {
         // The first bound above pc is at or after its stretch's first, and no later than the next's.
@@ -151,7 +164,7 @@ int32_t TarnUbrofParser::SegmentIndex::at(uint32_t pc, uint64_t* low, uint64_t* 
         *low = std::max(*low, *(after - 1));
     if (after == bounds.begin() || after == bounds.end())
         return -1;
-    return winner[size_t(after - bounds.begin()) - 1];
+    return int64_t(after - bounds.begin()) - 1;
 }
 
 void TarnUbrofParser::indexScopes()
@@ -163,9 +176,14 @@ void TarnUbrofParser::indexScopes()
 
     // Every scope's pieces go into one pair of arrays: a scope without children costs its slice.
     childSlices_.clear();
-    childBounds_.clear();
-    childWinners_.clear();
+    childPieces_.clear();
     childSlices_.reserve(blocks.size());
+    // A scope's pieces are at most two per child, and every block is one scope's child: room
+    // for them all at once spares the copies, and the moment of twice the memory, of growing.
+    size_t pieces = 0;
+    for (uint32_t scope = 0; scope < blocks.size(); ++scope)
+        pieces += 2 * blockTree.children(scope).size();
+    childPieces_.reserve(pieces);
     std::vector<Span> children;
     for (uint32_t scope = 0; scope < blocks.size(); ++scope) {
         children.clear();
@@ -179,29 +197,39 @@ void TarnUbrofParser::indexScopes()
                 disjoint = false;
             children.push_back({blocks[child].lowAddress, blocks[child].highAddress, int32_t(i)});
         }
-        const auto first = static_cast<uint32_t>(childBounds_.size());
+        const auto first = static_cast<uint32_t>(childPieces_.size());
         if (disjoint) {
             // Children side by side in address order, as compilers lay them out: the pieces
             // are the children and the gaps between them.
             for (const Span& span : children) {
-                if (childBounds_.size() == first || childBounds_.back() != span.low) {
-                    childBounds_.push_back(static_cast<uint32_t>(span.low));
-                    childWinners_.push_back(-1);
-                }
-                childWinners_.back() = static_cast<int32_t>(list[size_t(span.position)]);
-                childBounds_.push_back(static_cast<uint32_t>(span.high));
-                childWinners_.push_back(-1);
+                if (childPieces_.size() == first || childPieces_.back().low != span.low)
+                    childPieces_.push_back({static_cast<uint32_t>(span.low), {-1, -1, {}}});
+                childPieces_.back().winner.scope = static_cast<int32_t>(list[size_t(span.position)]);
+                childPieces_.push_back({static_cast<uint32_t>(span.high), {-1, -1, {}}});
             }
         } else {
             const SegmentIndex index = makeSegmentIndex(children, true);
             for (size_t i = 0; i < index.bounds.size(); ++i) {
-                childBounds_.push_back(static_cast<uint32_t>(index.bounds[i]));
                 const int32_t position = i < index.winner.size() ? index.winner[i] : -1;
-                childWinners_.push_back(position < 0 ? -1 : static_cast<int32_t>(list[size_t(position)]));
+                childPieces_.push_back({static_cast<uint32_t>(index.bounds[i]),
+                                        {position < 0 ? -1 : static_cast<int32_t>(list[size_t(position)]), -1, {}}});
             }
         }
-        childSlices_.push_back({first, static_cast<uint32_t>(childBounds_.size()) - first});
+        childSlices_.push_back({first, static_cast<uint32_t>(childPieces_.size()) - first});
     }
+    // A child's slice is known once every scope has its own.
+    for (ChildPiece& piece : childPieces_) {
+        ChildWinner& winner = piece.winner;
+        if (winner.scope >= 0) {
+            winner.slice = childSlices_[size_t(winner.scope)];
+            winner.name = blocks[size_t(winner.scope)].nameIndex;
+        }
+    }
+    rootWinners_.clear();
+    for (uint32_t root : blockTree.roots)
+        rootWinners_.push_back(root < blocks.size()
+                                   ? ChildWinner{int32_t(root), blocks[root].nameIndex, childSlices_[root]}
+                                   : ChildWinner{-1, -1, {}});
 
     // The plain walk answers with the first top-level scope that holds pc and claims it
     // (through a child, or through the last record of one of its line ranges), else with
@@ -236,21 +264,74 @@ void TarnUbrofParser::indexScopes()
     moduleClaiming_ = makeSegmentIndex(std::move(claiming), true);
     moduleHolding_.divide();
     moduleClaiming_.divide();
+    indexClaimedChildren();
 }
 
-int32_t TarnUbrofParser::childAt(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const
+namespace {
+
+/// The first piece that starts above pc, as std::upper_bound over the starts.
+template <typename Piece>
+const Piece* pieceAfter(const Piece* first, const Piece* last, uint32_t pc)
 {
-    const ChildSlice& slice = childSlices_[scope];
-    const uint32_t* first = childBounds_.data() + slice.first;
-    const uint32_t* last = first + slice.count;
-    const uint32_t* after = std::upper_bound(first, last, pc);
+    return std::upper_bound(first, last, pc, [](uint32_t value, const Piece& piece) { return value < piece.low; });
+}
+
+} // namespace
+
+void TarnUbrofParser::indexClaimedChildren()
+{
+    claimingChildren_ = SegmentIndex();
+    claimedPieces_.clear();
+    const SegmentIndex& claims = moduleClaiming_;
+    for (size_t i = 0; i + 1 < claims.bounds.size(); ++i) {
+        const uint64_t low = claims.bounds[i], high = claims.bounds[i + 1];
+        const int32_t module = i < claims.winner.size() ? claims.winner[i] : -1;
+        auto emit = [&](uint64_t bound, int32_t child) {
+            claimingChildren_.bounds.push_back(bound);
+            claimedPieces_.push_back({module, child});
+        };
+        if (module < 0 || size_t(module) >= rootWinners_.size() || rootWinners_[size_t(module)].scope < 0) {
+            emit(low, -1);
+            continue;
+        }
+        // As childIn answers: the child piece that holds the claimed piece's start. A child's
+        // bounds within its module are bounds of the claimed pieces already, so the loop after
+        // it cuts nothing in the files seen; it keeps the answer right should one not be.
+        const ChildSlice slice = rootWinners_[size_t(module)].slice;
+        const ChildPiece* first = childPieces_.data() + slice.first;
+        const ChildPiece* last = first + slice.count;
+        auto childBefore = [&](const ChildPiece* after) -> int32_t {
+            if (after == first || after == last)
+                return -1;
+            const size_t entry = slice.first + size_t(after - first) - 1;
+            return childPieces_[entry].winner.scope >= 0 ? static_cast<int32_t>(entry) : -1;
+        };
+        const ChildPiece* after = low > UINT32_MAX ? last : pieceAfter(first, last, uint32_t(low));
+        emit(low, childBefore(after));
+        for (; after != last && after->low < high; ++after)
+            emit(after->low, childBefore(after + 1));
+    }
+    if (!claims.bounds.empty())
+        claimingChildren_.bounds.push_back(claims.bounds.back());
+    claimingChildren_.divide();
+}
+
+int32_t TarnUbrofParser::childIn(ChildSlice slice, uint32_t pc, uint64_t* low, uint64_t* high,
+                                 const ChildWinner** found) const
+{
+    const ChildPiece* first = childPieces_.data() + slice.first;
+    const ChildPiece* last = first + slice.count;
+    const ChildPiece* after = pieceAfter(first, last, pc);
     if (after != last && high)
-        *high = std::min<uint64_t>(*high, *after);
+        *high = std::min<uint64_t>(*high, after->low);
     if (after != first && low)
-        *low = std::max<uint64_t>(*low, *(after - 1));
+        *low = std::max<uint64_t>(*low, (after - 1)->low);
     if (after == first || after == last)
         return -1;
-    return childWinners_[slice.first + size_t(after - first) - 1];
+    const ChildWinner& winner = (after - 1)->winner;
+    if (found && winner.scope >= 0)
+        *found = &winner;
+    return winner.scope;
 }
 
 int32_t TarnUbrofParser::scopeHolding(IndexRange scopes, uint32_t pc) const
@@ -268,11 +349,15 @@ int32_t TarnUbrofParser::innermostBelow(uint32_t scope, uint32_t pc, uint64_t* l
     const ChunkedVector<BlockRecord>& blocks = blockTree.blocks;
     const bool indexed = scopesIndexed();
     int32_t found = -1;
+    ChildSlice slice = indexed ? childSlices_[scope] : ChildSlice{};
     // A tree filled by hand could loop; a real one is never deeper than it has blocks.
     for (size_t depth = 0; depth < blocks.size(); ++depth) {
         int32_t child = -1;
         if (indexed) {
-            child = childAt(scope, pc, low, high);
+            const ChildWinner* winner = nullptr;
+            child = childIn(slice, pc, low, high, &winner);
+            if (winner)
+                slice = winner->slice;
         } else {
             child = scopeHolding(blockTree.children(scope), pc);
         }
@@ -340,19 +425,29 @@ int32_t TarnUbrofParser::scopeAtAddress(uint32_t pc, uint64_t* low, uint64_t* hi
     return result;
 }
 
-int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* low, uint64_t* high) const
+int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* low, uint64_t* high,
+                                    int32_t* name) const
 {
-    if (!scopesIndexed())
-        return scopeAtAddress(pc, low, high);
+    if (!scopesIndexed()) {
+        const int32_t scope = scopeAtAddress(pc, low, high);
+        *name = scope < 0 ? -1 : blockTree.blocks[size_t(scope)].nameIndex;
+        return scope;
+    }
     std::vector<ScopeTrail::Level>& levels = trail.levels;
-    auto push = [&levels](int32_t scope, uint64_t pieceLow, uint64_t pieceHigh) {
-        ScopeTrail::Level level{scope, pieceLow, pieceHigh, pieceLow, pieceHigh, scope};
+    auto push = [&](const ChildWinner* found, uint64_t pieceLow, uint64_t pieceHigh) {
+        const int32_t scope = found ? found->scope : -1;
+        // The deepest level's name is read last; its record arrives while the walk goes on.
+        if (found && found->name >= 0)
+            nameTable.records.prefetch(size_t(found->name));
+        ScopeTrail::Level level{scope, pieceLow, pieceHigh, pieceLow, pieceHigh, scope, found ? found->name : -1};
         if (!levels.empty()) {
             const ScopeTrail::Level& above = levels.back();
             level.jointLow = std::max(above.jointLow, pieceLow);
             level.jointHigh = std::min(above.jointHigh, pieceHigh);
-            if (scope < 0)
+            if (scope < 0) {
                 level.jointScope = above.jointScope;
+                level.jointName = above.jointName;
+            }
         }
         levels.push_back(level);
     };
@@ -361,29 +456,55 @@ int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* lo
         return level.jointLow <= pc && pc < level.jointHigh;
     });
     const size_t kept = size_t(holds - levels.begin());
+    auto rootWinner = [&](int32_t found) {
+        return found >= 0 && rootWinners_[size_t(found)].scope >= 0 ? &rootWinners_[size_t(found)] : nullptr;
+    };
+    ChildSlice slice{};
+    bool down = false;
     if (kept == 0) {
         uint64_t pieceLow = 0, pieceHigh = uint64_t(1) << 32;
-        const int32_t claimed = moduleClaiming_.at(pc, &pieceLow, &pieceHigh);
-        trail.claimed = claimed >= 0;
-        const int32_t found = trail.claimed ? claimed : moduleHolding_.at(pc, &pieceLow, &pieceHigh);
+        // The piece's entry is fetched while its bounds are searched, not after.
+        const size_t near = claimingChildren_.nearPiece(pc);
+        if (near < claimedPieces_.size())
+            __builtin_prefetch(&claimedPieces_[near > 0 ? near - 1 : 0]);
+        const int64_t piece = claimingChildren_.pieceAt(pc, &pieceLow, &pieceHigh);
+        const ClaimedPiece* claimed = piece < 0 ? nullptr : &claimedPieces_[size_t(piece)];
+        trail.claimed = claimed && claimed->module >= 0;
         levels.clear();
-        push(found >= 0 ? static_cast<int32_t>(blockTree.roots[size_t(found)]) : -1, pieceLow, pieceHigh);
+        if (trail.claimed) {
+            // The module and its child over the piece they share: each level holds over it.
+            push(rootWinner(claimed->module), pieceLow, pieceHigh);
+            const ChildWinner* child = claimed->child >= 0 ? &childPieces_[size_t(claimed->child)].winner : nullptr;
+            if (levels.back().scope >= 0) {
+                push(child, pieceLow, pieceHigh);
+                down = child != nullptr;
+                if (child)
+                    slice = child->slice;
+            }
+        } else {
+            push(rootWinner(moduleHolding_.at(pc, &pieceLow, &pieceHigh)), pieceLow, pieceHigh);
+        }
     } else {
         levels.resize(kept);
+        down = trail.claimed && levels.back().scope >= 0;
+        if (down)
+            slice = childSlices_[size_t(levels.back().scope)];
     }
     // Down from the last level that still holds, as innermostBelow goes, as many steps at most.
-    if (trail.claimed && levels.back().scope >= 0) {
+    if (down) {
         while (levels.size() - 1 < blockTree.blocks.size()) {
-            const auto parent = static_cast<uint32_t>(levels.back().scope);
             uint64_t pieceLow = 0, pieceHigh = uint64_t(1) << 32;
-            const int32_t child = childAt(parent, pc, &pieceLow, &pieceHigh);
-            push(child, pieceLow, pieceHigh);
-            if (child < 0)
+            const ChildWinner* winner = nullptr;
+            childIn(slice, pc, &pieceLow, &pieceHigh, &winner);
+            push(winner, pieceLow, pieceHigh);
+            if (!winner)
                 break;
+            slice = winner->slice;
         }
     }
     *low = std::max<uint64_t>(levels.back().jointLow, 0);
     *high = std::min<uint64_t>(levels.back().jointHigh, uint64_t(1) << 32);
+    *name = levels.back().jointName;
     return levels.back().jointScope;
 }
 

@@ -7,6 +7,7 @@
 #include "parser/CodeAreaTable.h"
 #include "reader/BlockTree.h"
 #include "reader/DMemory.h"
+#include "reader/LargeBlocks.h"
 #include "reader/LineTable.h"
 #include "reader/ProgramFacts.h"
 #include "reader/Records.h"
@@ -194,14 +195,19 @@ private:
     /// each piece (the lowest or the highest position among those covering it), so that "the
     /// first scope in tree order that holds pc" is one binary search, overlaps or not.
     struct SegmentIndex {
-        std::vector<uint64_t> bounds; ///< piece i is [bounds[i], bounds[i + 1])
-        std::vector<int32_t> winner;  ///< per piece: a position, or -1
+        SearchedVector<uint64_t> bounds; ///< piece i is [bounds[i], bounds[i + 1])
+        SearchedVector<int32_t> winner;  ///< per piece: a position, or -1
         /// Per stretch of 2^shift addresses from bounds[0] on, the first bound at or above its
         /// start: a lookup searches the few bounds of its stretch, which sit in a line or two.
-        std::vector<uint32_t> stretches;
+        SearchedVector<uint32_t> stretches;
         unsigned shift = 0;
         /// The winning position at pc, or -1; narrows [*low, *high) to the piece of pc when given.
         int32_t at(uint32_t pc, uint64_t* low = nullptr, uint64_t* high = nullptr) const;
+        /// The piece that holds pc, or -1 outside them all; narrows as at does.
+        int64_t pieceAt(uint32_t pc, uint64_t* low, uint64_t* high) const;
+        /// A piece at or just after the one that holds pc, from the stretches alone: what a
+        /// caller may fetch ahead while pieceAt searches.
+        size_t nearPiece(uint32_t pc) const;
         /// Cuts the bounds into stretches of about one bound each.
         void divide();
     };
@@ -224,19 +230,24 @@ private:
             uint64_t jointLow = 0;
             uint64_t jointHigh = 0;
             int32_t jointScope = -1;
+            int32_t jointName = -1; ///< jointScope's name index
         };
         std::vector<Level> levels;
         bool claimed = false; ///< whether a module claimed the address, so that the walk went down
     };
-    /// findScopeAtAddress by way of trail; [*low, *high) as for scopeAtAddress.
-    int32_t scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* low, uint64_t* high) const;
+    /// findScopeAtAddress by way of trail; [*low, *high) as for scopeAtAddress. *name becomes
+    /// the scope's name index, from the index itself rather than from the scope's record.
+    int32_t scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* low, uint64_t* high, int32_t* name) const;
     void createMemberSymbols();
     /// The image of a memory class, after the checks every memory query makes.
     int32_t imageFor(uint8_t memoryClass, const DMemory** image) const;
     static SegmentIndex makeSegmentIndex(std::vector<Span> spans, bool lowestWins);
     bool scopesIndexed() const { return childSlices_.size() == blockTree.blocks.size() && !childSlices_.empty(); }
-    /// The child of scope that holds pc, or -1; narrows [*low, *high) to the piece of pc when given.
-    int32_t childAt(uint32_t scope, uint32_t pc, uint64_t* low, uint64_t* high) const;
+    struct ChildSlice;
+    struct ChildWinner;
+    /// The child that holds pc of the scope whose slice is given, or -1; narrows [*low, *high)
+    /// to the piece of pc when given, and points *found at the child's entry when there is one.
+    int32_t childIn(ChildSlice slice, uint32_t pc, uint64_t* low, uint64_t* high, const ChildWinner** found) const;
     /// The first of scopes, in order, that holds pc; -1 when none does.
     int32_t scopeHolding(IndexRange scopes, uint32_t pc) const;
     /// The innermost scope below scope that holds pc; -1 when no child does.
@@ -247,13 +258,13 @@ private:
     /// The type record at type, after the checks every step of a type walk makes.
     int16_t typeRecordAt(int32_t type, const TypeRecord** record) const;
 
-    /// Per scope, its slice of childBounds_ and childWinners_: the pieces of its children's
+    /// Per scope, its slice of childPieces_: the pieces of its children's
     /// ranges, each with the first child that holds it (or -1).
     struct ChildSlice {
         uint32_t first;
         uint32_t count;
     };
-    std::vector<ChildSlice> childSlices_;
+    SearchedVector<ChildSlice> childSlices_;
     /// A symbol a module lists itself (module: its position in roots), by a hash of its name;
     /// symbols of kinds 6 and 9, which no lookup answers, are left out.
     struct ModuleName {
@@ -281,13 +292,13 @@ private:
     /// its line, where the plain walk would have skipped every range before.
     std::vector<int32_t> rangeMaxPrefix_;
     std::vector<uint32_t> rangeMaxStart_;
-    std::vector<ModuleName> moduleNames_; ///< by hash, then module, then place in the module's list
+    SearchedVector<ModuleName> moduleNames_; ///< by hash, then module, then place in the module's list
     /// Where the hashes with each top kNameBucketBits bits begin in moduleNames_, so that a
     /// lookup reads a line or two of it, not a binary search over the whole.
     static constexpr unsigned kNameBucketBits = 16;
-    std::vector<uint32_t> moduleNameBuckets_;
+    SearchedVector<uint32_t> moduleNameBuckets_;
     std::vector<uint32_t> modulesWithGroups_; ///< positions in roots, ascending
-    std::vector<FunctionName> functionNames_;
+    SearchedVector<FunctionName> functionNames_;
     std::array<size_t, 4> namesIndexedFor_{}; ///< table sizes when indexNames ran
     bool namesIndexed() const;
     /// findSymbolInScope's answer for the groups of scope alone.
@@ -295,10 +306,35 @@ private:
     /// findSymbolInScope's answer for the module at position of the roots, through the index.
     int32_t moduleSymbol(uint32_t position, const std::string& name, uint32_t hash) const;
     static uint32_t hashName(std::string_view name);
-    std::vector<uint32_t> childBounds_;
-    std::vector<int32_t> childWinners_;
+    /// A piece's winner, with the winner's name and its own slice: a walk down the tree reads
+    /// each level's pieces and nothing else.
+    struct ChildWinner {
+        int32_t scope;
+        int32_t name; ///< the scope's name index
+        ChildSlice slice;
+    };
+    /// A piece starts at low and ends where the next in its slice starts; the last of a slice
+    /// only ends the one before it. Its winner stands beside its start, so that the search
+    /// that finds a small slice's piece has read its winner too.
+    struct ChildPiece {
+        uint32_t low;
+        ChildWinner winner;
+    };
+    SearchedVector<ChildPiece> childPieces_;
+    /// Per module (position in roots), its slice and name index: small enough to stay cached,
+    /// where a module's record would cost a miss.
+    std::vector<ChildWinner> rootWinners_;
     SegmentIndex moduleHolding_;           ///< the last top-level scope that holds an address
     SegmentIndex moduleClaiming_; ///< the first that holds it in a child or a range's last record
+    /// moduleClaiming_'s pieces cut again where the claiming module's children meet: a walk down
+    /// from an address finds its module and the module's child in one search instead of two.
+    struct ClaimedPiece {
+        int32_t module; ///< position in roots, or -1 where no module claims the piece
+        int32_t child;  ///< entry in childPieces_, or -1 where none of the module's children holds it
+    };
+    SegmentIndex claimingChildren_; ///< its winners stay empty: claimedPieces_ holds them
+    SearchedVector<ClaimedPiece> claimedPieces_;
+    void indexClaimedChildren();
 };
 
 } // namespace ubrof

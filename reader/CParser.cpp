@@ -72,6 +72,7 @@ int CParser::parse(const char* path)
     blockOffset_ = 0;
     lastError_ = nullptr;
     failure_ = Failure{};
+    light_ = facts_ && facts_->light;
 
     auto closeFile = [this] {
         ::close(file_);

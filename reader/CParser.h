@@ -192,7 +192,7 @@ private:
     // Line records (shared by the source and symbol tags).
     /// A parse for a light model keeps only what that build reads: no image bytes, no location
     /// entries, and statements only counted by their ranges.
-    bool lightParse() const { return facts_ && facts_->light; }
+    bool lightParse() const { return light_; }
     void dropPendingLineRecord()
     {
         if (pendingLineRecord)
@@ -268,6 +268,7 @@ private:
     FileIndex& fileIndex_;
     ChunkedVector<FileLineRange>& fileLineRanges_;
     ProgramFacts* facts_ = nullptr;
+    bool light_ = false; ///< facts_->light as the parse began: every statement asks
 
     // Reader state shared by the tag handlers.
     uint32_t segmentType = 1;

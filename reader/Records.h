@@ -73,6 +73,12 @@ public:
     bool hasText(size_t index) const;
     /// The stored text; empty when there is none. Valid as long as the table.
     std::string_view text(size_t index) const;
+    /// Asks the processor to fetch record index while a lookup goes on with other work.
+    void prefetch(size_t index) const
+    {
+        if (index < rows_.size())
+            __builtin_prefetch(&rows_[index]);
+    }
 
 private:
     static constexpr uint16_t kNoText = 0xFFFF;

@@ -157,11 +157,23 @@ int CParser::handleSrcStat()
         fileLineRanges_.push_back(opened);
     }
 
-    const uint32_t firstLine = readWord16();
-    const uint32_t firstColumn = readWord16();
-    const uint32_t lastLine = readWord16();
-    const uint32_t lastColumn = readWord16();
-    const uint32_t kind = readByte();
+    uint32_t firstLine, firstColumn, lastLine, lastColumn, kind;
+    if (end_ - next_ >= 9) {
+        // Every statement of the file passes here: its fields are read with one check.
+        const uint8_t* field = next_;
+        firstLine = uint32_t(field[0]) << 8 | field[1];
+        firstColumn = uint32_t(field[2]) << 8 | field[3];
+        lastLine = uint32_t(field[4]) << 8 | field[5];
+        lastColumn = uint32_t(field[6]) << 8 | field[7];
+        kind = field[8];
+        next_ += 9;
+    } else {
+        firstLine = readWord16();
+        firstColumn = readWord16();
+        lastLine = readWord16();
+        lastColumn = readWord16();
+        kind = readByte();
+    }
 
     // The span (last line - first line, modulo 2^32) is kept as the last line it leads to. A
     // light model counts a range's statements and reads none.

@@ -105,7 +105,10 @@ std::vector<SC::Ptr> childrenOf(const SC::Ptr& context, bool members)
 // last window is narrowed until it answers.
 size_t countCodeAreas(const tarn::ISourceInformation& source)
 {
-    constexpr uint64_t kWindow = 0x10000;
+    // A window of a few hundred areas stays in the processor's cache while it is counted and
+    // written over by the next; sixteen times as many cost a sixth more time in all.
+    constexpr uint64_t kWindow = 0x1000;
+    constexpr uint64_t kLargestEmptyStep = 0x40000;
     constexpr uint64_t kLastAddress = 0xFFFFFFFF;
     std::vector<tarn::CodeArea> areas;
     auto ask = [&](uint64_t from, uint64_t to) {
@@ -144,7 +147,7 @@ size_t countCodeAreas(const tarn::ISourceInformation& source)
             // Nothing up to here; the window grows so that empty space before the first area
             // is passed quickly, but stays small enough to hold no more than a few MB of areas.
             from = to + 1;
-            window = std::min<uint64_t>(window * 2, 4 * kWindow);
+            window = std::min<uint64_t>(window * 2, kLargestEmptyStep);
             continue;
         }
         // The window runs past the last area's end: find the highest address that still answers.
