@@ -88,7 +88,18 @@ int CParser::parse(const char* path)
                 tagObserver_(failure_.tagOffset, code);
             if (const TagEntry* entry = tagIndex_[code]) {
                 const uint64_t end = isNewerFormat() ? declaredEnd(code) : 0;
-                if ((this->*entry->handler)() != 0)
+                // The tags of statements, names and blocks make up most of a file. Called by
+                // name, their calls are predicted; one call through the table for every tag
+                // mostly is not: a light parse of a 16 MB program took 6% longer through it.
+                const auto handler = entry->handler;
+                const int result = handler == &CParser::handleSrcStat      ? handleSrcStat()
+                                   : handler == &CParser::handleAbsVar     ? handleAbsVar()
+                                   : handler == &CParser::handleScopedName ? handleScopedName()
+                                   : handler == &CParser::handleSymbolDef2 ? handleSymbolDef2()
+                                   : handler == &CParser::handleBlockBegin3 ? handleBlockBegin3()
+                                   : handler == &CParser::handleBlockEnd   ? handleBlockEnd()
+                                                                           : (this->*handler)();
+                if (result != 0)
                     throw ReaderError{kTagProcessingError};
                 if (end != 0 && tell() != end)
                     failTag("its length says it ends at offset " + std::to_string(end) + ", its fields at " +
