@@ -223,14 +223,11 @@ int CParser::handleAbsVar()
     // (at address 0 that range would wrap to cover the whole address space).
     // A light model reads where bytes went, never the bytes, so its parse keeps no image.
     if (count != 0 && lightParse()) {
-        if (uint32_t(end_ - next_) >= count) {
-            next_ += count;
-        } else {
-            // Cut short, it fails here as a write would, not at the next tag.
-            if (count > remaining())
-                throw ReaderError{kUnexpectedEndOfFile};
-            skipBytes(static_cast<int32_t>(count));
-        }
+        // Cut short, it fails here as a write would, not at the next tag. Within the block
+        // read, as nearly always, the bytes are there.
+        if (count > uint32_t(end_ - next_) && count > remaining())
+            throw ReaderError{kUnexpectedEndOfFile};
+        skipBytes(static_cast<int32_t>(count));
     } else if (count != 0)
         writeImage(*image, *address, count);
     if (facts_ && count != 0) {
