@@ -280,40 +280,27 @@ const Piece* pieceAfter(const Piece* first, const Piece* last, uint32_t pc)
 
 void TarnUbrofParser::indexClaimedChildren()
 {
-    claimingChildren_ = SegmentIndex();
     claimedPieces_.clear();
     const SegmentIndex& claims = moduleClaiming_;
-    for (size_t i = 0; i + 1 < claims.bounds.size(); ++i) {
-        const uint64_t low = claims.bounds[i], high = claims.bounds[i + 1];
-        const int32_t module = i < claims.winner.size() ? claims.winner[i] : -1;
-        auto emit = [&](uint64_t bound, int32_t child) {
-            claimingChildren_.bounds.push_back(bound);
-            claimedPieces_.push_back({module, child});
-        };
+    claimedPieces_.reserve(claims.winner.size());
+    for (size_t i = 0; i < claims.winner.size() && i + 1 < claims.bounds.size(); ++i) {
+        const int32_t module = claims.winner[i];
         if (module < 0 || size_t(module) >= rootWinners_.size() || rootWinners_[size_t(module)].scope < 0) {
-            emit(low, -1);
+            claimedPieces_.push_back({module, -1});
             continue;
         }
-        // As childIn answers: the child piece that holds the claimed piece's start. A child's
-        // bounds within its module are bounds of the claimed pieces already, so the loop after
-        // it cuts nothing in the files seen; it keeps the answer right should one not be.
+        // As childIn answers for the piece's start. Every bound of the module's children inside
+        // the module is a bound of some claimed piece, so no piece holds one: a single child
+        // piece, or none, answers for the whole of it.
+        const uint64_t low = claims.bounds[i];
         const ChildSlice slice = rootWinners_[size_t(module)].slice;
         const ChildPiece* first = childPieces_.data() + slice.first;
         const ChildPiece* last = first + slice.count;
-        auto childBefore = [&](const ChildPiece* after) -> int32_t {
-            if (after == first || after == last)
-                return -1;
-            const size_t entry = slice.first + size_t(after - first) - 1;
-            return childPieces_[entry].winner.scope >= 0 ? static_cast<int32_t>(entry) : -1;
-        };
         const ChildPiece* after = low > UINT32_MAX ? last : pieceAfter(first, last, uint32_t(low));
-        emit(low, childBefore(after));
-        for (; after != last && after->low < high; ++after)
-            emit(after->low, childBefore(after + 1));
+        const size_t entry = slice.first + size_t(after - first) - 1;
+        const bool none = after == first || after == last || childPieces_[entry].winner.scope < 0;
+        claimedPieces_.push_back({module, none ? -1 : int32_t(entry)});
     }
-    if (!claims.bounds.empty())
-        claimingChildren_.bounds.push_back(claims.bounds.back());
-    claimingChildren_.divide();
 }
 
 int32_t TarnUbrofParser::childIn(ChildSlice slice, uint32_t pc, uint64_t* low, uint64_t* high,
@@ -464,11 +451,12 @@ int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* lo
     if (kept == 0) {
         uint64_t pieceLow = 0, pieceHigh = uint64_t(1) << 32;
         // The piece's entry is fetched while its bounds are searched, not after.
-        const size_t near = claimingChildren_.nearPiece(pc);
+        const size_t near = moduleClaiming_.nearPiece(pc);
         if (near < claimedPieces_.size())
             __builtin_prefetch(&claimedPieces_[near > 0 ? near - 1 : 0]);
-        const int64_t piece = claimingChildren_.pieceAt(pc, &pieceLow, &pieceHigh);
-        const ClaimedPiece* claimed = piece < 0 ? nullptr : &claimedPieces_[size_t(piece)];
+        const int64_t piece = moduleClaiming_.pieceAt(pc, &pieceLow, &pieceHigh);
+        const ClaimedPiece* claimed =
+            piece < 0 || size_t(piece) >= claimedPieces_.size() ? nullptr : &claimedPieces_[size_t(piece)];
         trail.claimed = claimed && claimed->module >= 0;
         levels.clear();
         if (trail.claimed) {
@@ -508,18 +496,20 @@ int32_t TarnUbrofParser::scopeAlong(uint32_t pc, ScopeTrail& trail, uint64_t* lo
     return levels.back().jointScope;
 }
 
+bool TarnUbrofParser::isVariableNamed(uint32_t symbol, const std::string& name) const
+{
+    const ChunkedVector<SymbolRecord>& symbols = symbolTable.symbols;
+    // Kinds 6 and 9 are not variables the debugger can show by name.
+    return symbol < symbols.size() && symbols[symbol].kind != 6 && symbols[symbol].kind != 9 &&
+           nameTable.nameIs(symbols[symbol].nameIndex, name);
+}
+
 int32_t TarnUbrofParser::findSymbolInScope(int32_t scope, const std::string& name) const
 {
     if (scope < 0 || static_cast<size_t>(scope) >= blockTree.blocks.size())
         return -1;
-    const ChunkedVector<SymbolRecord>& symbols = symbolTable.symbols;
-    // Kinds 6 and 9 are not variables the debugger can show by name.
-    auto matches = [&](uint32_t symbol) {
-        return symbol < symbols.size() && symbols[symbol].kind != 6 && symbols[symbol].kind != 9 &&
-               nameTable.nameIs(symbols[symbol].nameIndex, name);
-    };
     for (uint32_t symbol : blockTree.symbols(static_cast<uint32_t>(scope))) {
-        if (matches(symbol))
+        if (isVariableNamed(symbol, name))
             return static_cast<int32_t>(symbol);
     }
     return findSymbolInGroups(static_cast<uint32_t>(scope), name);
@@ -527,13 +517,11 @@ int32_t TarnUbrofParser::findSymbolInScope(int32_t scope, const std::string& nam
 
 int32_t TarnUbrofParser::findSymbolInGroups(uint32_t scope, const std::string& name) const
 {
-    const ChunkedVector<SymbolRecord>& symbols = symbolTable.symbols;
     for (uint32_t group : blockTree.groups(scope)) {
         if (group >= groupTable.size())
             continue;
         for (uint32_t symbol : groupTable[group].symbols) {
-            if (symbol < symbols.size() && symbols[symbol].kind != 6 && symbols[symbol].kind != 9 &&
-                nameTable.nameIs(symbols[symbol].nameIndex, name))
+            if (isVariableNamed(symbol, name))
                 return static_cast<int32_t>(symbol);
         }
     }

@@ -301,6 +301,8 @@ private:
     SearchedVector<FunctionName> functionNames_;
     std::array<size_t, 4> namesIndexedFor_{}; ///< table sizes when indexNames ran
     bool namesIndexed() const;
+    /// Whether symbol is one the debugger shows by name, of that name.
+    bool isVariableNamed(uint32_t symbol, const std::string& name) const;
     /// findSymbolInScope's answer for the groups of scope alone.
     int32_t findSymbolInGroups(uint32_t scope, const std::string& name) const;
     /// findSymbolInScope's answer for the module at position of the roots, through the index.
@@ -326,13 +328,12 @@ private:
     std::vector<ChildWinner> rootWinners_;
     SegmentIndex moduleHolding_;           ///< the last top-level scope that holds an address
     SegmentIndex moduleClaiming_; ///< the first that holds it in a child or a range's last record
-    /// moduleClaiming_'s pieces cut again where the claiming module's children meet: a walk down
-    /// from an address finds its module and the module's child in one search instead of two.
+    /// Per piece of moduleClaiming_, its module and the module's child that holds it: a walk
+    /// down from an address finds both in one search instead of two.
     struct ClaimedPiece {
         int32_t module; ///< position in roots, or -1 where no module claims the piece
         int32_t child;  ///< entry in childPieces_, or -1 where none of the module's children holds it
     };
-    SegmentIndex claimingChildren_; ///< its winners stay empty: claimedPieces_ holds them
     SearchedVector<ClaimedPiece> claimedPieces_;
     void indexClaimedChildren();
 };
