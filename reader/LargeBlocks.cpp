@@ -11,18 +11,12 @@ namespace ubrof {
 
 void* allocateLargeBlock()
 {
-    void* block = std::aligned_alloc(kLargeBlockSize, kLargeBlockSize);
-    if (!block)
-        throw std::bad_alloc();
-    // Only a hint: where the system keeps huge pages for those who ask, or not at all, the
-    // block is an ordinary one.
-    madvise(block, kLargeBlockSize, MADV_HUGEPAGE);
-    return block;
+    return allocateSearched(kLargeBlockSize);
 }
 
 void releaseLargeBlock(void* block)
 {
-    std::free(block);
+    releaseSearched(block, kLargeBlockSize);
 }
 
 void* allocateSearched(size_t bytes)

@@ -15,8 +15,9 @@ inline constexpr size_t kLargeBlockSize = size_t(2) << 20;
 void* allocateLargeBlock();
 void releaseLargeBlock(void* block);
 
-/// Storage of bytes bytes: from a kLargeBlockSize on, aligned to it and hinted like the large
-/// blocks; below that, ordinary. Throws std::bad_alloc.
+/// Storage of bytes bytes: from a kLargeBlockSize on, whole blocks of that size mapped apart
+/// from the heap and hinted for huge pages, as the large blocks are; below that, ordinary.
+/// Throws std::bad_alloc.
 void* allocateSearched(size_t bytes);
 void releaseSearched(void* storage, size_t bytes);
 
