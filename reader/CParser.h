@@ -10,8 +10,8 @@
 #include "reader/TypeTable.h"
 
 #include <cstdint>
-#include <deque>
 #include <cstdio>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
