@@ -348,8 +348,7 @@ TEST_F(ModelTest, TheProcessorIsNamedByTheFileItsDeviceHeaderItsTargetOrItsExten
         {"", "430", {"ioCC2530.h"}, "dbg", "MSP430 "},   // a part of another family is no evidence
     };
     for (const auto& [header, device] : std::vector<std::pair<std::string, std::string>>{
-             {"iotn2313.h", "ATtiny2313"}, {"iousb1287.h", "AT90USB1287"}, {"ioxm128a1.h", "ATxmega128A1"},
-             {"IOM128.H", "ATmega128"}, {"ioavr.h", ""}, {"iom.h", ""}, {"iom16_x.h", ""}})
+             {"iotn2313.h", "ATtiny2313"}, {"IOM128.H", "ATmega128"}, {"ioavr.h", ""}, {"iom.h", ""}, {"iom16_x.h", ""}})
         rows.push_back({"", "", {"inc/" + header}, "d90", "AVR " + device});
     for (const Row& row : rows) {
         SCOPED_TRACE(row.expected + " from " + (row.headers.empty() ? row.extension : row.headers.back()));

@@ -273,12 +273,12 @@ TEST_P(ProgramAgainstItsMap, PlacesFunctionsAndVariablesWhereTheLinkerDid)
         }
         if (!entry->stack.empty() && program.version >= 10) { // older files record no stack use
             // The file's stack use of a segment is the sum of the map's two figures for it.
-            std::vector<std::pair<std::string, uint32_t>> mapped;
+            std::vector<std::pair<std::string, uint32_t>> mapped, own;
             for (const MapEntry::Stack& use : entry->stack)
                 if (use.first + use.second != 0)
                     mapped.emplace_back(use.segment, use.first + use.second);
-            std::vector<std::pair<std::string, uint32_t>> own = function.stackUse;
-            own.erase(std::remove_if(own.begin(), own.end(), [](const auto& use) { return use.second == 0; }), own.end());
+            std::copy_if(function.stackUse.begin(), function.stackUse.end(), std::back_inserter(own),
+                         [](const auto& use) { return use.second != 0; });
             std::sort(mapped.begin(), mapped.end());
             std::sort(own.begin(), own.end());
             EXPECT_EQ(mapped, own) << function.name;
