@@ -98,6 +98,7 @@ TEST_F(DebuggerWalk, FindsTheLocalAtAPcInANestedBlockAndFollowsItsLocationList)
     // Neither main nor the block has a symbol of its own; count, the file's first symbol, must
     // not lend them its place, though the scope's own range still places main.
     const Ctx::Ptr main = symbols->lookupGlobalSymbol("main", false);
+    ASSERT_TRUE(main);
     EXPECT_EQ((Location{tarn::ILocation::Unknown, {{0, 0, "", 0, 14}}}), locationAt(main, 0x100));
     EXPECT_EQ((Location{tarn::ILocation::Unknown, {{0, 0, "", 0, 8}}}), locationAt(scope, 0x106));
     EXPECT_EQ(0x100u, main->getAddress());

@@ -168,7 +168,7 @@ TEST(ServiceRegistry, MatchesQueriesOfPropertiesAndName)
     EXPECT_EQ("one three ", names("Colour==\"red\""));
     EXPECT_EQ("three ", names(" Colour == \"red\" && name==\"three\" "));
     EXPECT_EQ("", names("Colour==\"red\" && Size==\"small\""));
-    for (const char* bad : {"", "Colour=\"red\"", "Colour==red", "Colour==\"red\" ||"})
+    for (const char* bad : {"", "Colour=\"red\"", "Colour==red", "Colour==\"red", "Colour==\"red\" ||"})
         EXPECT_THROW(names(bad), Poco::SyntaxException) << bad;
 }
 
