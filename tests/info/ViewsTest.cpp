@@ -97,9 +97,7 @@ TEST(CompilerInformation, BaseTypesComeFromTheTypeTableOverTheDefaults)
     };
     // Id 0 gathers every other name; the last in index order stays.
     EXPECT_EQ(std::make_tuple(0, std::string("far func *"), 3u, 24u, true, 1u), row(0));
-    EXPECT_EQ(std::make_tuple(1, std::string("char"), 1u, 8u, true, 1u), row(1));
     EXPECT_EQ(std::make_tuple(2, std::string("unsigned char"), 1u, 8u, false, 1u), row(2));
-    EXPECT_EQ(std::make_tuple(6, std::string("int"), 2u, 16u, true, 1u), row(6));
     EXPECT_EQ(std::make_tuple(17, std::string(), 2u, 16u, false, 0u), row(17)); // a default row
 
     const auto info = compiler->createCompilerInfo();

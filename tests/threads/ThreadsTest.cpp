@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <future>
 #include <map>
 #include <set>
@@ -97,8 +96,6 @@ TEST_F(Threads, EachParsesAndWalksEveryFileAsAloneAtOnce)
     for (unsigned thread = 0; thread < kThreads; ++thread)
         for (size_t i = 0; i < files.size(); ++i)
             expectSameAnswers(files[(i + thread) % files.size()], results[thread][i], thread);
-    std::printf("%u threads walked %zu files each, %llu answers per round\n", kThreads, files.size(),
-                static_cast<unsigned long long>(reference.begin()->second.answers));
 }
 
 TEST_F(Threads, AskOneSharedParserAsAloneAtOnce)
