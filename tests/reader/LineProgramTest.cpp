@@ -157,8 +157,6 @@ TEST(LineProgram, ReadsAFunctionRecordUpToItsProgram)
     EXPECT_EQ(program.bytes, std::vector<uint8_t>(record->program, record->program + record->programSize));
     EXPECT_FALSE(parseLineProgramRecord(body.data(), 5, problem));
     EXPECT_EQ("the body ends inside a field at byte 5", problem);
-    EXPECT_TRUE(isUnderstoodForm(2) && isUnderstoodForm(6));
-    EXPECT_FALSE(isUnderstoodForm(0) || isUnderstoodForm(1) || isUnderstoodForm(3));
 }
 
 TEST(IncludeTree, CountsGlobalLinesThroughEveryIncludedFile)

@@ -60,10 +60,7 @@ TEST_F(ReaderCore, NamesEachFailureWithItsText)
         build(w);
         EXPECT_EQ(text, read(w.eof())) << w.size();
     }
-    CParser reader(store->fileHeader, store->nameTable, store->typeTable, store->groupTable,
-                   store->moduleTable, store->blockTree, store->symbolTable, store->codeMemory,
-                   store->eepromMemory, store->dataMemory, store->sourceFileTable, store->lineTable,
-                   store->fileIndex, store->fileLineRanges);
+    CParser reader = readerOfStore();
     for (const char* path : {"", static_cast<const char*>(nullptr)})
         EXPECT_EQ(0, reader.parse(path));
     EXPECT_EQ(0, reader.parse(dir.path("missing.d90").c_str()));

@@ -36,6 +36,14 @@ protected:
         return store->nameTable.nameText(static_cast<uint32_t>(store->blockTree.blocks.at(block).nameIndex));
     }
 
+    /// A reader that fills store.
+    CParser readerOfStore()
+    {
+        return CParser(store->fileHeader, store->nameTable, store->typeTable, store->groupTable, store->moduleTable,
+                       store->blockTree, store->symbolTable, store->codeMemory, store->eepromMemory, store->dataMemory,
+                       store->sourceFileTable, store->lineTable, store->fileIndex, store->fileLineRanges);
+    }
+
     ScratchDir dir;
     std::string path;
     std::string detail; ///< what the last read's reader said about a limit it reached
@@ -47,10 +55,7 @@ private:
     {
         store = std::make_unique<TarnUbrofParser>();
         path = dir.save(bytes, name);
-        CParser reader(store->fileHeader, store->nameTable, store->typeTable, store->groupTable,
-                       store->moduleTable, store->blockTree, store->symbolTable, store->codeMemory,
-                       store->eepromMemory, store->dataMemory, store->sourceFileTable,
-                       store->lineTable, store->fileIndex, store->fileLineRanges);
+        CParser reader = readerOfStore();
         if (newer) {
             reader.acceptNewerVersions(true);
             reader.keepFacts(&store->facts);

@@ -89,31 +89,40 @@ std::set<std::string> listing(const fs::path& folder, bool sizes = false)
     return names;
 }
 
-TEST_F(SourceTags, WritesEmbeddedSourcesBesideTheFile)
+// The file lies two folders down, so that a copy escaping by ".." would show above it.
+TEST_F(SourceTags, WritesEmbeddedSourcesBesideTheFileAndNowhereElse)
 {
-    const fs::path copies = fs::path(dir.dir()) / "embedded_source";
+    const fs::path top(dir.dir()), copies = top / "a" / "b" / "embedded_source";
     fs::create_directories(copies / "b_emb.c"); // a directory where a copy should go
     UbrofWriter w = fileStart();
     w.begLib("m").file("src/a.c", {"int x;", "", "y"}).srcStat(1, 1).absVar({0});
     w.file("C:\\work\\a.c", {"z"}).file("../../a.c", {}).file("Makefile", {"all:"}).file("..", {"q"});
+    w.file("/tmp/absolute.c", {"2"}).file("C:\\dir\\drive.c", {"3"}).file("C:relative.c", {"4"});
+    w.file("..\\..\\back.c", {"5"}).file("nul\0/../../x.c"s, {"6"});
+    w.file(std::string(249, 'n') + ".c", {"8"}).file(std::string(251, 'o') + ".c", {"9"});
     w.file("b.c", {"lost"}).symbolDef(symbol("after")).end().eof();
-    ASSERT_EQ("", read(w));
+    ASSERT_EQ("", read(w.bytes(), "a/b/test.d90"));
 
-    EXPECT_EQ((std::set<std::string>{"a_emb.c", "a_emb1.c", "a_emb2.c", "Makefile_emb", "._emb.", "b_emb.c"}),
+    EXPECT_EQ(std::set<std::string>{"a"}, listing(top));
+    EXPECT_EQ(std::set<std::string>{"b"}, listing(top / "a"));
+    EXPECT_EQ((std::set<std::string>{"embedded_source", "test.d90"}), listing(top / "a" / "b"));
+    // Over-long names are not written: their copy's name would be longer than a file name may be.
+    EXPECT_EQ((std::set<std::string>{"a_emb.c", "a_emb1.c", "a_emb2.c", "Makefile_emb", "._emb.", "absolute_emb.c",
+                                     "drive_emb.c", "C:relative_emb.c", "back_emb.c", "nul_emb",
+                                     std::string(249, 'n') + "_emb.c", "b_emb.c"}),
               listing(copies));
-    EXPECT_EQ((std::set<std::string>{"embedded_source", "test.d90"}), listing(dir.dir()));
     EXPECT_EQ((std::vector<std::string>{"int x;\r\n\r\ny\r\n", "z\r\n", ""}),
               (std::vector<std::string>{fileText((copies / "a_emb.c").string()), fileText((copies / "a_emb1.c").string()),
                                         fileText((copies / "a_emb2.c").string())}));
-    ASSERT_EQ(6u, store->sourceFileTable.size());
+    ASSERT_EQ(13u, store->sourceFileTable.size());
     const SourceFileRecord& first = store->sourceFileTable[0];
     EXPECT_EQ(std::make_tuple((copies / "a_emb.c").string(), 1, 0.0, std::vector<uint32_t>{0}),
               std::make_tuple(first.name, int(first.isEmbedded), first.timestamp, first.lineRanges));
     // The unwritable copy is still a file of the module, and the tags after it were read.
-    EXPECT_EQ(std::make_pair(5u, std::string("after")), std::make_pair(store->blockTree.moduleFile(0, 0), symbolName(0)));
+    EXPECT_EQ(std::make_pair(12u, std::string("after")), std::make_pair(store->blockTree.moduleFile(0, 0), symbolName(0)));
 
     // Numbering starts afresh with every parse.
-    ASSERT_EQ("", read(w));
+    ASSERT_EQ("", read(w.bytes(), "a/b/test.d90"));
     EXPECT_EQ((copies / "a_emb.c").string(), store->sourceFileTable[0].name);
 }
 
@@ -171,28 +180,6 @@ TEST_F(SourceTags, ReadsOnWhenNoCopyCanBeWrittenAndNeverWritesThroughAPlantedLin
     ASSERT_EQ("", read(w));
     EXPECT_TRUE(fs::is_empty(elsewhere) && fs::is_symlink(copies));
     EXPECT_EQ((copies / "a_emb.c").string(), store->sourceFileTable[0].name);
-}
-
-TEST_F(SourceTags, KeepsEveryStoredNameInsideTheFolder)
-{
-    // The file lies two folders down, so that a copy escaping by ".." would show above it.
-    const fs::path top(dir.dir());
-    fs::create_directories(top / "a" / "b");
-    UbrofWriter w = fileStart();
-    w.begLib("m").file("../../up.c", {"1"}).file("/tmp/absolute.c", {"2"}).file("C:\\dir\\drive.c", {"3"});
-    w.file("C:relative.c", {"4"}).file("..\\..\\back.c", {"5"}).file("nul\0/../../x.c"s, {"6"});
-    w.file("..", {"7"}).file(std::string(249, 'n') + ".c", {"8"}).file(std::string(251, 'o') + ".c", {"9"});
-    w.end().eof();
-    ASSERT_EQ("", read(w.bytes(), "a/b/test.d90"));
-
-    EXPECT_EQ(std::set<std::string>{"a"}, listing(top));
-    EXPECT_EQ(std::set<std::string>{"b"}, listing(top / "a"));
-    EXPECT_EQ((std::set<std::string>{"embedded_source", "test.d90"}), listing(top / "a" / "b"));
-    // Over-long names are not written: their copy's name would be longer than a file name may be.
-    EXPECT_EQ((std::set<std::string>{"up_emb.c", "absolute_emb.c", "drive_emb.c", "C:relative_emb.c", "back_emb.c",
-                                     "nul_emb", "._emb.", std::string(249, 'n') + "_emb.c"}),
-              listing(top / "a" / "b" / "embedded_source"));
-    EXPECT_EQ(9u, store->sourceFileTable.size());
 }
 
 // A copy is written whole or not at all: neither a part nor a temporary file stays when the

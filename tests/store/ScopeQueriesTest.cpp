@@ -2,7 +2,6 @@
 #include "FilledStore.h"
 
 #include <gtest/gtest.h>
-#include <algorithm>
 #include <random>
 
 namespace ubrof {
@@ -103,31 +102,10 @@ TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRandomTrees)
         t.store.indexScopes();
         for (uint32_t pc = 0; pc < end; pc += step)
             ASSERT_EQ(plain[pc / step], t.store.findScopeAtAddress(pc)) << "round " << round << " pc " << pc;
-    }
-}
-
-// Real trees hold hidden modules without code, overlapping modules and many line ranges.
-TEST(ScopeAtAddress, TheIndexAnswersAsThePlainWalkOnRealFiles)
-{
-    UBROF_NEED_REAL_FILES();
-    for (const char* name : {"avr-cama-suo/Suo.dbg", "avr-ethradio/NikeE1B.d90", "avr-mobit-nmea/nmea.d90"}) {
-        TarnUbrofParser store;
-        ASSERT_EQ(0, store.initialize() ? store.parseFile(test::realFile(name)) : -1) << name;
-        const size_t areas = store.codeAreas.size();
-        const uint32_t end = areas == 0 ? 0 : uint32_t(store.codeArea(areas - 1).endAddress) + 0x10;
-        std::vector<int32_t> indexed;
-        for (uint32_t pc = 0; pc < end; ++pc)
-            indexed.push_back(store.findScopeAtAddress(pc));
-        std::vector<tarn::CodeArea> all;
-        store.collectCodeAreas(0, 0xFFFFFFFF, all);
-        ASSERT_EQ(areas, all.size());
-        for (const tarn::CodeArea& area : all)
-            EXPECT_EQ(area.functionName, store.getScopeNameAtPc(uint32_t(area.startAddress))) << name;
         // A block in no list changes no answer but leaves the index stale, so the tree is walked.
-        store.blockTree.blocks.emplace_back();
-        for (uint32_t pc = 0; pc < end; ++pc)
-            ASSERT_EQ(indexed[pc], store.findScopeAtAddress(pc)) << name << " pc " << pc;
-        EXPECT_NE(std::count(indexed.begin(), indexed.end(), -1), std::ptrdiff_t(indexed.size())) << name;
+        t.store.blockTree.blocks.emplace_back();
+        for (uint32_t pc = 0; pc < end; pc += step * 13)
+            ASSERT_EQ(plain[pc / step], t.store.findScopeAtAddress(pc)) << "round " << round << " stale pc " << pc;
     }
 }
 
