@@ -87,15 +87,6 @@ TEST(ExportCommand, WritesEachFormatAndAnswersWhatItWrote)
               "the file's first byte is address 0x100, gaps hold 0x5a\n",
               run.out);
 
-    run = ubrofdump({"--json", "export", input, "--format", "bin", "--memory", "eeprom", "-o", bin});
-    ASSERT_EQ(0, run.status) << run.err;
-    EXPECT_EQ(16u, json::parse(run.out).at("Export").at("BaseAddress").to_number<uint64_t>());
-    EXPECT_EQ("\x12\x34", test::fileText(bin));
-
-    run = ubrofdump({"export", input, "--format", "srec", "--memory", "eeprom", "-o", dir.path("ee.srec")});
-    ASSERT_EQ(0, run.status) << run.err;
-    EXPECT_EQ(0u, test::fileText(dir.path("ee.srec")).find("S0"));
-
     run = ubrofdump({"--json", "export", input, "--format", "elf", "-o", elf});
     ASSERT_EQ(0, run.status) << run.err;
     const json::value document = json::parse(run.out);
@@ -104,7 +95,7 @@ TEST(ExportCommand, WritesEachFormatAndAnswersWhatItWrote)
     EXPECT_EQ(json::parse(R"(["code", "eeprom"])"), answer.at("Memories"));
     EXPECT_EQ(1u, answer.at("Functions").to_number<uint64_t>());
     EXPECT_EQ("\x7f" "ELF", test::fileText(elf).substr(0, 4));
-    EXPECT_EQ((std::vector<std::string>{"ee.srec", "main.bin", "main.elf", "main.hex", "test.d90"}), filesIn(dir));
+    EXPECT_EQ((std::vector<std::string>{"main.bin", "main.elf", "main.hex", "test.d90"}), filesIn(dir));
 }
 
 // The processor comes from the file, from the device header its sources include, or from --mcu;
