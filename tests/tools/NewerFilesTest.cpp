@@ -131,12 +131,6 @@ TEST(NewerRealFiles, AHostThatOptsInReadsAtmega128ThroughTheModule)
     const json::value address = answerOf(dir, {"--newer-versions", "line2addr", path, "main.c", "73"});
     ASSERT_TRUE(address.is_object());
     EXPECT_EQ(main.entry, address.at("Addresses").at(0).at("Address").to_number<uint32_t>());
-    const json::value scope = answerOf(dir, {"--newer-versions", "scope", path, std::to_string(main.entry + 2)});
-    ASSERT_TRUE(scope.is_object());
-    EXPECT_EQ("main", scope.at("Scope").at("Name").as_string());
-    const DumpResult tree = ubrofdump(dir, {"--newer-versions", "symbols", path});
-    EXPECT_EQ(0, tree.status) << tree.err;
-    EXPECT_NE(std::string::npos, tree.out.find(" main\n")) << "main is not in the symbol tree";
 }
 
 } // namespace
