@@ -104,8 +104,6 @@ TEST(RealImages, HexExportsEqualTheLinksImagesAndReadBackThroughObjcopy)
         EXPECT_EQ(bytes, test::objcopyToBinary(dir, dir.path("export.srec"), "srec"));
         EXPECT_EQ(binary.at("Low"), binary.at("BaseAddress"));
         EXPECT_EQ(bytes.size(), binary.at("End").to_number<uint64_t>() - binary.at("Low").to_number<uint64_t>());
-        exportWithUbrofdump(input, "bin", dir.path("zero.bin"), {"--memory", pair.memory, "--gap-fill", "0"});
-        EXPECT_EQ(test::fileText(dir.path("zero.bin")), test::objcopyToBinary(dir, hexFile, "ihex", "0"));
     }
 }
 
