@@ -18,6 +18,8 @@ namespace {
 namespace fs = boost::filesystem;
 namespace json = boost::json;
 using test::ScratchDir;
+using Outcome = test::ToolResult;
+const auto ubrofdump = test::runUbrofdump;
 
 constexpr uint8_t kPublic = 2;
 constexpr uint8_t kCodeSegment = 1, kEepromSegment = 3;
@@ -41,17 +43,6 @@ UbrofWriter program(const std::string& cpu, bool avrCompiler = true)
     w.org(kEepromSegment, 0x10).absVar({0x12, 0x34});
     w.end().eof();
     return w;
-}
-
-struct Outcome {
-    int status;
-    std::string out, err;
-};
-
-Outcome ubrofdump(const std::vector<std::string>& args)
-{
-    const test::ToolResult run = test::runUbrofdump(args);
-    return {run.status, run.out, run.err};
 }
 
 /// Every file in the folder, to see that nothing was left behind.
