@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <sstream>
 #include <tuple>
 
 namespace ubrof {
@@ -24,9 +23,9 @@ using test::ScratchDir;
 class NewerFileCommands : public ::testing::TestWithParam<const char*> {};
 
 // nm prints the model's entry, size, memory and name of every function and variable, in its order;
-// addr2line at each described function's entry names it, the row's line and the line of its name,
-// and the text form adds the name's line exactly where it differs from the row's. Where the file
-// gives a function no position, addr2line still names the function there and adds no line.
+// addr2line at each described function's entry names it, the row's line and the line of its name
+// (how the text form adds that line is held on writer-built files). Where the file gives a function
+// no position, addr2line still names the function there.
 TEST_P(NewerFileCommands, PrintTheModelsAnswerForEveryFunctionAndVariable)
 {
     UBROF_NEED_REAL_FILES();
@@ -52,8 +51,7 @@ TEST_P(NewerFileCommands, PrintTheModelsAnswerForEveryFunctionAndVariable)
     }
     const json::value places = answerOf(dir, entries);
     ASSERT_TRUE(places.is_object());
-    std::istringstream text(ubrofdump(dir, entries).out);
-    size_t unpositioned = 0, noted = 0;
+    size_t unpositioned = 0;
     for (size_t i = 0; i < described.size(); ++i) {
         const model::Function& function = *described[i];
         const model::LineRow* row = program.lineAt(function.entry);
@@ -61,20 +59,11 @@ TEST_P(NewerFileCommands, PrintTheModelsAnswerForEveryFunctionAndVariable)
         EXPECT_EQ(function.qualifiedName, symbol.at("FunctionName").as_string());
         EXPECT_EQ(function.line, symbol.at("StartLine").to_number<uint32_t>()) << function.name;
         EXPECT_EQ(row ? row->line : 0, symbol.at("Line").to_number<uint32_t>()) << function.name;
-        std::string line;
-        std::getline(text, line);
-        EXPECT_EQ(0u, line.find(function.qualifiedName + " at ")) << line;
-        const bool differs = function.line != 0 && row && (row->line != function.line || row->file != function.file);
-        EXPECT_EQ(differs, line.find(" (declared at ") != std::string::npos) << line;
-        if (differs && row->file == function.file) {
-            EXPECT_NE(std::string::npos, line.find("(declared at line " + std::to_string(function.line) + ")")) << line;
-        }
         unpositioned += function.line == 0;
-        noted += differs;
     }
     std::printf("%s: nm prints the model's %zu functions and variables; addr2line at the entries of %zu described "
-                "functions, %zu with the line of their name added, %zu without a position in the file\n",
-                GetParam(), symbols.size(), described.size(), noted, unpositioned);
+                "functions, %zu without a position in the file\n",
+                GetParam(), symbols.size(), described.size(), unpositioned);
 }
 
 INSTANTIATE_TEST_SUITE_P(RealFiles, NewerFileCommands,
