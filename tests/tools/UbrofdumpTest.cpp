@@ -394,35 +394,6 @@ std::map<std::string, json::value> listedTypes(const ScratchDir& dir, std::vecto
     return types;
 }
 
-// Four variables of one structure of three members.
-TEST(UbrofdumpTypes, MembersAreListedOnceUnderTheirTypeAndUnderVariablesOnlyWhenAsked)
-{
-    ScratchDir dir;
-    UbrofWriter w;
-    w.begFile1().version(8).typeStruct(100, "pair", 4, {{"first", 5, 0}, {"second", 5, 2}, {"tag", 1, 3}});
-    w.begPgm("main");
-    for (uint32_t v = 0; v < 4; ++v)
-        w.symbolDef1({"p" + std::to_string(v), 2, 2, 0x100 + 4 * v, 100, {}});
-    w.end().eof();
-    dir.save(w, "pairs.d90");
-    const std::vector<std::string> members{"first", "second", "tag"};
-
-    for (const bool under : {false, true}) {
-        json::value document;
-        std::vector<std::string> args{"symbols", "pairs.d90"};
-        if (under)
-            args.push_back("--members");
-        const json::value pair = listedTypes(dir, args, &document)["struct pair"];
-        EXPECT_EQ(members, childNames(pair));
-        const json::value& module = document.at("Symbols").at("Children").at(0);
-        ASSERT_EQ(4u, module.at("Children").as_array().size());
-        for (const auto& variable : module.at("Children").as_array()) {
-            EXPECT_EQ(pair.at("ID"), variable.at("TypeID"));
-            EXPECT_EQ(under ? members : std::vector<std::string>{}, childNames(variable));
-        }
-    }
-}
-
 // A typedef of itself, a structure that holds itself, two typedefs of each other, and a list
 // that reaches itself through a pointer, each the type of a variable.
 TEST(UbrofdumpTypes, TypesThatNameThemselvesAreListedOnceAndEndTheWalk)
