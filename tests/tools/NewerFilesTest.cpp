@@ -33,7 +33,6 @@ TEST_P(NewerFileCommands, PrintTheModelsAnswerForEveryFunctionAndVariable)
     const model::Program program = model::loadProgram(path);
     ScratchDir dir;
     const json::value listed = answerOf(dir, {"nm", path});
-    ASSERT_TRUE(listed.is_object());
     const std::vector<model::SymbolEntry> symbols = model::listSymbols(program);
     const json::array& printed = listed.at("NameList").as_array();
     ASSERT_EQ(symbols.size(), printed.size());
@@ -50,7 +49,6 @@ TEST_P(NewerFileCommands, PrintTheModelsAnswerForEveryFunctionAndVariable)
         }
     }
     const json::value places = answerOf(dir, entries);
-    ASSERT_TRUE(places.is_object());
     size_t unpositioned = 0;
     for (size_t i = 0; i < described.size(); ++i) {
         const model::Function& function = *described[i];
@@ -92,7 +90,6 @@ TEST(NewerRealFiles, Atmega128sStatementsAreOnTheirListingsLines)
         }
     ScratchDir dir;
     const json::value places = answerOf(dir, args);
-    ASSERT_TRUE(places.is_object());
     size_t matched = 0;
     for (size_t i = 0; i < lines.size(); ++i)
         matched += places.at("Symbolized").at(i).at("Symbol").at(0).at("Line").to_number<uint32_t>() == lines[i];
@@ -112,13 +109,11 @@ TEST(NewerRealFiles, AHostThatOptsInReadsAtmega128ThroughTheModule)
     const model::Program program = model::loadProgram(path);
     ScratchDir dir;
     const json::value summary = answerOf(dir, {"--newer-versions", "summary", path});
-    ASSERT_TRUE(summary.is_object());
     EXPECT_EQ(10, summary.at("Summary").at("FormatVersion").to_number<int>());
     EXPECT_GT(summary.at("Summary").at("Functions").to_number<int>(), 20);
 
     const model::Function& main = program.functions.at(model::findFunctions(program, "main").at(0));
     const json::value address = answerOf(dir, {"--newer-versions", "line2addr", path, "main.c", "73"});
-    ASSERT_TRUE(address.is_object());
     EXPECT_EQ(main.entry, address.at("Addresses").at(0).at("Address").to_number<uint32_t>());
 }
 
