@@ -50,26 +50,17 @@ TEST_F(ElfExportTest, HeaderSegmentsSectionsAndSymbolsFollowTheGnuAvrLayout)
         EXPECT_NE(std::string::npos, out.find(std::string(name) + " ")) << name;
 }
 
-// Each function at its entry with the image's bytes, every symbol at its address and size, the
-// model's function and line at every row, and debug information the readers find no fault in.
-TEST_F(ElfExportTest, BinutilsAndLlvmReadItAsTheModelHoldsIt)
+// Debug information the readers find no fault in, with what gdb does not show as a DWARF reader sees
+// it. (Locations are held by the gdb test; disassembly, symbols and lines on the real files.)
+TEST_F(ElfExportTest, LlvmReadsTheDebugInformationAsTheModelHoldsIt)
 {
-    for (const char* tool : {"avr-objdump", "avr-nm", "avr-addr2line", "readelf", "llvm-dwarfdump"})
-        REQUIRE_TOOL(tool);
-    test::expectObjdumpShowsFunctions(program_, elf_);
-    test::expectNmListsSymbols(program_, elf_);
-    test::expectAddr2lineAgrees(program_, elf_);
+    REQUIRE_TOOL("readelf");
+    REQUIRE_TOOL("llvm-dwarfdump");
     test::expectCleanDebugInformation(elf_);
-
-    // The pieces the exporter is asked for are there, as a DWARF reader sees them.
     const std::string info = run({"llvm-dwarfdump", "--debug-info", elf_}).out;
     for (const char* expected : {"DW_AT_producer\t(\"sample compiler 1.0\")", "DW_AT_name\t(\"C:/work/app/main.c\")",
                                  "DW_AT_name\t(\"C:/work/app/cstartup.s90\")", "DW_AT_language\t(DW_LANG_C99)",
-                                 "DW_TAG_lexical_block", "DW_AT_frame_base\t(DW_OP_breg28 R29R28+0)",
-                                 "DW_AT_data_bit_offset\t(9)", "DW_AT_upper_bound\t(2)",
-                                 "DW_AT_location\t(DW_OP_addr 0x810000)",
-                                 "[0x0000002a, 0x0000003c): DW_OP_fbreg +0",
-                                 "DW_AT_location\t(DW_OP_reg24 R25R24, DW_OP_piece 0x1, DW_OP_reg25 R26R25, DW_OP_piece 0x1)"})
+                                 "DW_TAG_lexical_block", "DW_AT_data_bit_offset\t(9)", "DW_AT_upper_bound\t(2)"})
         EXPECT_NE(std::string::npos, info.find(expected)) << expected << "\n" << info;
 }
 
@@ -234,11 +225,9 @@ TEST(ElfExport, AvrArchitectureAndSimulatedDeviceComeFromThePart)
 {
     REQUIRE_TOOL("readelf");
     const std::tuple<std::string, std::string, std::string> cases[] = {
-        {"ATmega16", "0x5, avr:5", "atmega16"},         {"ATmega16A", "0x5, avr:5", "atmega16"},
-        {"ATmega128A", "0x33, avr:51", "atmega128"},    {"ATmega64", "0x5, avr:5", "atmega128"},
-        {"AT90USB1287", "0x33, avr:51", "at90usb1287"}, {"ATmega168PA", "0x5, avr:5", ""},
-        {"ATtiny13", "0x19, avr:25", ""},               {"ATxmega128A1", "0x6b, avr:107", ""},
-        {"ATmega2560", "0x6, avr:6", ""},
+        {"ATmega16A", "0x5, avr:5", "atmega16"},     {"ATmega64", "0x5, avr:5", "atmega128"},
+        {"AT90USB1287", "0x33, avr:51", "at90usb1287"}, {"ATtiny13", "0x19, avr:25", ""},
+        {"ATxmega128A1", "0x6b, avr:107", ""},       {"ATmega2560", "0x6, avr:6", ""},
     };
     for (const auto& [device, flags, simulated] : cases) {
         SCOPED_TRACE(device);

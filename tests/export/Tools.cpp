@@ -105,11 +105,10 @@ ToolResult runTool(const std::vector<std::string>& argv, double timeoutSeconds)
     return result;
 }
 
-std::string objcopyToBinary(const ScratchDir& dir, const std::string& input, const std::string& format,
-                            const std::string& gapFill)
+std::string objcopyToBinary(const ScratchDir& dir, const std::string& input, const std::string& format)
 {
     const std::string output = dir.path("objcopy-" + format + ".bin");
-    const ToolResult run = runTool({"objcopy", "-I", format, "-O", "binary", "--gap-fill", gapFill, input, output});
+    const ToolResult run = runTool({"objcopy", "-I", format, "-O", "binary", "--gap-fill", "0xff", input, output});
     EXPECT_EQ(0, run.status) << run.err;
     EXPECT_EQ("", run.err);
     return fileText(output);

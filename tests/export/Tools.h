@@ -40,9 +40,8 @@ private:
 };
 
 /// objcopy's reading of a HEX or S-record file (format "ihex" or "srec") as a binary from its
-/// lowest address, gaps filled with gapFill; the test fails when objcopy complains.
-std::string objcopyToBinary(const ScratchDir& dir, const std::string& input, const std::string& format,
-                            const std::string& gapFill = "0xff");
+/// lowest address, gaps filled with 0xFF; the test fails when objcopy complains.
+std::string objcopyToBinary(const ScratchDir& dir, const std::string& input, const std::string& format);
 
 /// ubrofdump, as built beside the tests, run with the arguments.
 ToolResult runUbrofdump(const std::vector<std::string>& args);

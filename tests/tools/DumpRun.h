@@ -68,7 +68,8 @@ inline DumpResult ubrofdump(const test::ScratchDir& dir, const std::vector<std::
     return runIn(dir, UBROFDUMP, args);
 }
 
-// The JSON answer of a command that must succeed; null when it did not.
+// The JSON answer of a command that must succeed; null when it did not, so that reading any key of
+// it throws and ends the test.
 inline boost::json::value answerOf(const test::ScratchDir& dir, std::vector<std::string> args)
 {
     args.insert(args.begin(), "--json");

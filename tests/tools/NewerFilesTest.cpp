@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <sstream>
 #include <tuple>
 
 namespace ubrof {
@@ -24,9 +23,9 @@ using test::ScratchDir;
 class NewerFileCommands : public ::testing::TestWithParam<const char*> {};
 
 // nm prints the model's entry, size, memory and name of every function and variable, in its order;
-// addr2line at each described function's entry names it, the row's line and the line of its name,
-// and the text form adds the name's line exactly where it differs from the row's. Where the file
-// gives a function no position, addr2line still names the function there and adds no line.
+// addr2line at each described function's entry names it, the row's line and the line of its name
+// (how the text form adds that line is held on writer-built files). Where the file gives a function
+// no position, addr2line still names the function there.
 TEST_P(NewerFileCommands, PrintTheModelsAnswerForEveryFunctionAndVariable)
 {
     UBROF_NEED_REAL_FILES();
@@ -34,7 +33,6 @@ TEST_P(NewerFileCommands, PrintTheModelsAnswerForEveryFunctionAndVariable)
     const model::Program program = model::loadProgram(path);
     ScratchDir dir;
     const json::value listed = answerOf(dir, {"nm", path});
-    ASSERT_TRUE(listed.is_object());
     const std::vector<model::SymbolEntry> symbols = model::listSymbols(program);
     const json::array& printed = listed.at("NameList").as_array();
     ASSERT_EQ(symbols.size(), printed.size());
@@ -51,9 +49,7 @@ TEST_P(NewerFileCommands, PrintTheModelsAnswerForEveryFunctionAndVariable)
         }
     }
     const json::value places = answerOf(dir, entries);
-    ASSERT_TRUE(places.is_object());
-    std::istringstream text(ubrofdump(dir, entries).out);
-    size_t unpositioned = 0, noted = 0;
+    size_t unpositioned = 0;
     for (size_t i = 0; i < described.size(); ++i) {
         const model::Function& function = *described[i];
         const model::LineRow* row = program.lineAt(function.entry);
@@ -61,20 +57,11 @@ TEST_P(NewerFileCommands, PrintTheModelsAnswerForEveryFunctionAndVariable)
         EXPECT_EQ(function.qualifiedName, symbol.at("FunctionName").as_string());
         EXPECT_EQ(function.line, symbol.at("StartLine").to_number<uint32_t>()) << function.name;
         EXPECT_EQ(row ? row->line : 0, symbol.at("Line").to_number<uint32_t>()) << function.name;
-        std::string line;
-        std::getline(text, line);
-        EXPECT_EQ(0u, line.find(function.qualifiedName + " at ")) << line;
-        const bool differs = function.line != 0 && row && (row->line != function.line || row->file != function.file);
-        EXPECT_EQ(differs, line.find(" (declared at ") != std::string::npos) << line;
-        if (differs && row->file == function.file) {
-            EXPECT_NE(std::string::npos, line.find("(declared at line " + std::to_string(function.line) + ")")) << line;
-        }
         unpositioned += function.line == 0;
-        noted += differs;
     }
     std::printf("%s: nm prints the model's %zu functions and variables; addr2line at the entries of %zu described "
-                "functions, %zu with the line of their name added, %zu without a position in the file\n",
-                GetParam(), symbols.size(), described.size(), noted, unpositioned);
+                "functions, %zu without a position in the file\n",
+                GetParam(), symbols.size(), described.size(), unpositioned);
 }
 
 INSTANTIATE_TEST_SUITE_P(RealFiles, NewerFileCommands,
@@ -103,7 +90,6 @@ TEST(NewerRealFiles, Atmega128sStatementsAreOnTheirListingsLines)
         }
     ScratchDir dir;
     const json::value places = answerOf(dir, args);
-    ASSERT_TRUE(places.is_object());
     size_t matched = 0;
     for (size_t i = 0; i < lines.size(); ++i)
         matched += places.at("Symbolized").at(i).at("Symbol").at(0).at("Line").to_number<uint32_t>() == lines[i];
@@ -123,20 +109,12 @@ TEST(NewerRealFiles, AHostThatOptsInReadsAtmega128ThroughTheModule)
     const model::Program program = model::loadProgram(path);
     ScratchDir dir;
     const json::value summary = answerOf(dir, {"--newer-versions", "summary", path});
-    ASSERT_TRUE(summary.is_object());
     EXPECT_EQ(10, summary.at("Summary").at("FormatVersion").to_number<int>());
     EXPECT_GT(summary.at("Summary").at("Functions").to_number<int>(), 20);
 
     const model::Function& main = program.functions.at(model::findFunctions(program, "main").at(0));
     const json::value address = answerOf(dir, {"--newer-versions", "line2addr", path, "main.c", "73"});
-    ASSERT_TRUE(address.is_object());
     EXPECT_EQ(main.entry, address.at("Addresses").at(0).at("Address").to_number<uint32_t>());
-    const json::value scope = answerOf(dir, {"--newer-versions", "scope", path, std::to_string(main.entry + 2)});
-    ASSERT_TRUE(scope.is_object());
-    EXPECT_EQ("main", scope.at("Scope").at("Name").as_string());
-    const DumpResult tree = ubrofdump(dir, {"--newer-versions", "symbols", path});
-    EXPECT_EQ(0, tree.status) << tree.err;
-    EXPECT_NE(std::string::npos, tree.out.find(" main\n")) << "main is not in the symbol tree";
 }
 
 } // namespace
